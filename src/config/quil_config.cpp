@@ -1,0 +1,182 @@
+#include "config/quil_config.h"
+
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "config/records.h"
+#include "safestr/safestr.h"
+
+using namespace QuilCommon;
+
+namespace {
+
+const char* OrNull(const char* text) {
+  return text != nullptr ? text : "(null)";
+}
+
+void PrintNodeSet(const QuilcatInputNodeSet_t& set) {
+  fprintf(stderr, "data_path         : %s\n", OrNull(set.data_path));
+  fprintf(stderr, "title_path        : %s\n", OrNull(set.title_path));
+  fprintf(stderr, "title             : %s\n", OrNull(set.title));
+  fprintf(stderr, "width             : %zu\n", set.width);
+  for (const QuilcatStrList_t* path = set.alter_data_path; path != nullptr; path = path->next) {
+    fprintf(stderr, "alter_data_path   : %s\n", OrNull(path->str));
+  }
+}
+
+void PrintInputs(const QuilcatGroup_t& group) {
+  if (ReadsNodes(&group)) {
+    for (const QuilcatInputNodeSet_t* set = NodeSets(&group); set != nullptr; set = set->next) {
+      PrintNodeSet(*set);
+    }
+    return;
+  }
+  const QuilcatStrList_t* entry = StringList(&group);
+  if (group.style == STYLE_MONITOR_DIR && entry != nullptr) {
+    fprintf(stderr, "inputDirPath      : %s\n", OrNull(entry->str));
+    for (entry = entry->next; entry != nullptr; entry = entry->next) {
+      fprintf(stderr, "pickNode          : %s\n", OrNull(entry->str));
+    }
+  } else if (group.style == STYLE_POLL_CMD) {
+    for (; entry != nullptr; entry = entry->next) {
+      fprintf(stderr, "command           : %s\n", OrNull(entry->str));
+    }
+  }
+}
+
+void PrintGroup(const QuilcatGroup_t& group) {
+  fprintf(stderr, "~~~~~~ QuilcatGroup begin ~~~~~~\n");
+  fprintf(stderr, "polling_interval  : %zu\n", group.polling_interval);
+  fprintf(stderr, "failureRetry      : %zu\n", group.failureRetry);
+  fprintf(stderr, "style             : %zu\n", static_cast<size_t>(group.style));
+  fprintf(stderr, "output_file_path  : %s\n", OrNull(group.output_file_path));
+  fprintf(stderr, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
+  PrintInputs(group);
+  fprintf(stderr, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
+}
+
+bool NodeSetsAreValid(const QuilcatInputNodeSet_t* set) {
+  if (set == nullptr) {
+    return false;
+  }
+  for (; set != nullptr; set = set->next) {
+    if (set->data_path == nullptr && set->alter_data_path == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CommandsAreValid(const QuilcatStrList_t* command) {
+  if (command == nullptr) {
+    return false;
+  }
+  for (; command != nullptr; command = command->next) {
+    if (command->str == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool InputsAreValid(const QuilcatGroup_t& group) {
+  switch (group.style) {
+    case STYLE_MONITOR_NODE:
+    case STYLE_POLL_NODE:
+      return NodeSetsAreValid(NodeSets(&group));
+    case STYLE_MONITOR_DIR:
+      return group.input != nullptr && StringList(&group)->str != nullptr;
+    case STYLE_POLL_CMD:
+      return CommandsAreValid(StringList(&group));
+    default:
+      return false;
+  }
+}
+
+void FreeStringList(QuilcatStrList_t* entry) {
+  while (entry != nullptr) {
+    QuilcatStrList_t* next = entry->next;
+    free(entry->str);
+    free(entry);
+    entry = next;
+  }
+}
+
+void FreeNodeSets(QuilcatInputNodeSet_t* set) {
+  while (set != nullptr) {
+    QuilcatInputNodeSet_t* next = set->next;
+    QuilConfig::free_inputNodeSet(set);
+    set = next;
+  }
+}
+
+void FreeInputs(QuilcatGroup_t* group) {
+  if (ReadsNodes(group)) {
+    FreeNodeSets(NodeSets(group));
+  } else if (ListsTexts(group)) {
+    FreeStringList(StringList(group));
+  }
+}
+
+}  // namespace
+
+int QuilConfig::checkQuilcatInfo(const QuilcatInfo_t* info) {
+  if (info->name == nullptr || info->group_list == nullptr) {
+    return 1;
+  }
+  for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
+    if (group->output_file_path == nullptr || !InputsAreValid(*group)) {
+      return 1;
+    }
+  }
+  return 0;
+}
+
+void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
+  fprintf(stderr, "------------- printQuilcatInfo begin -------------\n");
+  fprintf(stderr, "name              : %s\n", OrNull(info->name));
+  fprintf(stderr, "rotate_size_kbytes: %zu\n", info->rotate_size_kbytes);
+  fprintf(stderr, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
+  fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
+  fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
+  for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
+    PrintGroup(*group);
+  }
+  fprintf(stderr, "------------- printQuilcatInfo end ---------------\n");
+}
+
+void QuilConfig::free_config_file(QuilcatInfo_t* info) {
+  if (info == nullptr) {
+    return;
+  }
+  free(info->name);
+  QuilcatGroup_t* group = info->group_list;
+  while (group != nullptr) {
+    QuilcatGroup_t* next = group->next;
+    free_logcatGroup(group);
+    group = next;
+  }
+  memset_s(info, sizeof *info, 0, sizeof *info);
+}
+
+void QuilConfig::free_logcatGroup(QuilcatGroup_t* group) {
+  if (group == nullptr) {
+    return;
+  }
+  group->info = nullptr;
+  FreeInputs(group);
+  free(group->output_file_path);
+  free(group);
+}
+
+void QuilConfig::free_inputNodeSet(QuilcatInputNodeSet_t* set) {
+  if (set == nullptr) {
+    return;
+  }
+  free(set->data_path);
+  free(set->title_path);
+  free(set->title);
+  FreeStringList(set->alter_data_path);
+  free(set);
+}

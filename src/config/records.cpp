@@ -1,0 +1,40 @@
+#include "config/records.h"
+
+#include <string.h>
+
+#include "platform/property.h"
+#include "safestr/safestr.h"
+
+namespace QuilCommon {
+
+namespace {
+
+constexpr size_t kTextSize = 256;
+
+}  // namespace
+
+char* CopyText(const char* text) {
+  const size_t length = strlen(text);
+  char* copy = static_cast<char*>(calloc(length + 1, 1));
+  if (copy != nullptr && length > 0) {
+    // The block may be larger than the size given: a text that this size cannot hold is refused and left empty.
+    strncpy_s(copy, kTextSize, text, length);
+  }
+  return copy;
+}
+
+bool PropertyIs(const char* name, const char* expected) {
+  char value[PROP_VALUE_MAX] = {};
+  property_get(name, value, "");
+  return strcmp(value, expected) == 0;
+}
+
+type_write WriteModeOfDevice() {
+  if (PropertyIs("ro.runmode", "factory")) {
+    return WRITE_FACTORY;
+  }
+  const bool engineering = PropertyIs("ro.build.type", "eng") && PropertyIs("ro.build.version.vexa", "");
+  return engineering ? WRITE_FACTORY : WRITE_MMAP;
+}
+
+}  // namespace QuilCommon

@@ -1,0 +1,68 @@
+#ifndef QUILCAT_CONFIG_RECORDS_H_
+#define QUILCAT_CONFIG_RECORDS_H_
+
+#include <stdlib.h>
+
+#include "config/quilcommon.h"
+
+/// Small operations on the records that the files of this folder share.
+namespace QuilCommon {
+
+/// Allocates a zero-filled record; null when there is no memory. Released by free.
+template <typename Record>
+Record* NewRecord() {
+  return static_cast<Record*>(calloc(1, sizeof(Record)));
+}
+
+/// Appends a zero-filled record to a chain linked by `next`. Returns it; null, with the chain as it was, when there is
+/// no memory.
+template <typename Record>
+Record* Append(Record** chain) {
+  while (*chain != nullptr) {
+    chain = &(*chain)->next;
+  }
+  *chain = NewRecord<Record>();
+  return *chain;
+}
+
+/// The input chain of a group that streams or polls nodes.
+inline QuilcatInputNodeSet_t* NodeSets(const QuilcatGroup_t* group) {
+  return static_cast<QuilcatInputNodeSet_t*>(group->input);
+}
+
+/// The input chain of a group that watches a directory or lists commands.
+inline QuilcatStrList_t* StringList(const QuilcatGroup_t* group) {
+  return static_cast<QuilcatStrList_t*>(group->input);
+}
+
+/// Appends a zero-filled record to the inputs of `group`; null when there is no memory.
+template <typename Record>
+Record* AppendInput(QuilcatGroup_t* group) {
+  auto* first = static_cast<Record*>(group->input);
+  Record* added = Append(&first);
+  group->input = first;
+  return added;
+}
+
+inline bool ReadsNodes(const QuilcatGroup_t* group) {
+  return group->style == STYLE_MONITOR_NODE || group->style == STYLE_POLL_NODE;
+}
+
+inline bool ListsTexts(const QuilcatGroup_t* group) {
+  return group->style == STYLE_MONITOR_DIR || group->style == STYLE_POLL_CMD;
+}
+
+/// Copies `text` into a new heap block of its length plus one byte; null when there is no memory. A text of 256
+/// characters or more becomes an empty string.
+char* CopyText(const char* text);
+
+/// Tells whether system property `name` has the value `expected`; a missing property has the value "".
+bool PropertyIs(const char* name, const char* expected);
+
+/// The write mode of a service that may run in factory mode: WRITE_FACTORY when "ro.runmode" is "factory", and on an
+/// engineering build without "ro.build.version.vexa"; otherwise WRITE_MMAP.
+type_write WriteModeOfDevice();
+
+}  // namespace QuilCommon
+
+#endif  // QUILCAT_CONFIG_RECORDS_H_
