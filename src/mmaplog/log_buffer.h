@@ -1,0 +1,56 @@
+#ifndef QUILCAT_MMAPLOG_LOG_BUFFER_H_
+#define QUILCAT_MMAPLOG_LOG_BUFFER_H_
+
+#include <stddef.h>
+#include <stdint.h>
+#include <zlib.h>
+
+#include "mmaplog/log_format.h"
+#include "mmaplog/mutex.h"
+
+class LogMmap;
+
+/// Collects text and hands it to a mapped log file in blocks, each compressed to one complete gzip member (RFC 1952).
+///
+/// A block is cut when 52429 bytes are pending and by Flush(). Allocates nothing after construction. Any thread may
+/// call Write() and Flush(); whoever replaces or destroys the target must keep them out meanwhile (the writer's lock
+/// does).
+class LogBuffer {
+ public:
+  /// Reports a deflate state that cannot be set up on standard error; every Write() then gives false and keeps nothing.
+  LogBuffer();
+  /// Flushes into the target, which must still exist.
+  ~LogBuffer();
+  LogBuffer(const LogBuffer&) = delete;
+  LogBuffer& operator=(const LogBuffer&) = delete;
+
+  /// Sets the file that takes the blocks; not owned. Blocks cut before there is one are kept while they fit.
+  void SetupMap(LogMmap* file);
+
+  /// Appends `len` bytes of text. False: the text was dropped for lack of room (more than the 13108 bytes that are
+  /// always free), or the block that it completed had no file to go to or was refused and lost.
+  bool Write(const void* data, size_t len) EXCLUDES(lock);
+
+  /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing.
+  void Flush() EXCLUDES(lock);
+
+ private:
+  bool CompressBlock() REQUIRES(lock);
+  bool AppendMember(const uint8_t* text, uint32_t size) REQUIRES(lock);
+  bool HandOver() REQUIRES(lock);
+  void ClearInput() REQUIRES(lock);
+  void ClearOutput() REQUIRES(lock);
+
+  uint8_t inBuffer[LogFormat::kBlockArea] GUARDED_BY(lock) = {};
+  uint32_t inFree GUARDED_BY(lock) = LogFormat::kBlockArea;
+  uint32_t inUsed GUARDED_BY(lock) = 0;
+  uint8_t outBuffer[LogFormat::kBlockArea] GUARDED_BY(lock) = {};
+  uint32_t outFree GUARDED_BY(lock) = LogFormat::kBlockArea;
+  uint32_t outUsed GUARDED_BY(lock) = 0;
+  z_stream stream GUARDED_BY(lock) = {};
+  bool streamReady GUARDED_BY(lock) = false;
+  LogMmap* target = nullptr;
+  Mutex lock;
+};
+
+#endif  // QUILCAT_MMAPLOG_LOG_BUFFER_H_
