@@ -1,0 +1,47 @@
+#include "collect/interruptible.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "collect/thread_base.h"
+
+namespace {
+
+/// Makes `call` until it gives something else than an interruption, or until the thread is asked to stop.
+template <typename Call>
+auto Repeat(Call call) -> decltype(call()) {
+  while (!ThreadBase::currentStopRequested()) {
+    const auto result = call();
+    if (result != -1 || errno != EINTR) {
+      return result;
+    }
+  }
+  errno = EINTR;
+  return -1;
+}
+
+}  // namespace
+
+int openNode(const char* path) {
+  return Repeat([path] { return open(path, O_RDONLY | O_CLOEXEC); });
+}
+
+ssize_t readNode(int fd, void* buffer, size_t size) {
+  return Repeat([=] { return read(fd, buffer, size); });
+}
+
+ssize_t writeOutput(int fd, const void* data, size_t size) {
+  return Repeat([=] { return write(fd, data, size); });
+}
+
+void sleepSeconds(unsigned seconds) {
+  timespec remaining = {static_cast<time_t>(seconds), 0};
+  Repeat([&remaining] { return nanosleep(&remaining, &remaining); });
+}
+
+void waitForChild(pid_t pid) {
+  Repeat([pid] { return waitpid(pid, nullptr, 0); });
+}

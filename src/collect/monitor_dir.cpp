@@ -1,0 +1,96 @@
+#include "collect/monitor_dir.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/inotify.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "collect/interruptible.h"
+#include "collect/quilbase.h"
+#include "safestr/safestr.h"
+
+const char* DMD_FOLDER = "/data/log/dmd_log";
+
+namespace {
+
+constexpr uint32_t kWatchMask = IN_OPEN | IN_ISDIR;
+constexpr size_t kEventBufferSize = 1024;
+
+}  // namespace
+
+MonitorDir::MonitorDir(const char* path) : inotifyFd(inotify_init1(IN_CLOEXEC)) {
+  GetDir(path);
+}
+
+MonitorDir::~MonitorDir() {
+  stop(Clock::time_point::max());
+  if (inotifyFd >= 0) {
+    close(inotifyFd);
+  }
+  free(dirPath);
+}
+
+void MonitorDir::GetDir(const char* path) {
+  const char* end = path != nullptr ? strrchr(path, '/') : nullptr;
+  if (end == nullptr) {
+    return;
+  }
+  const size_t length = static_cast<size_t>(end - path);
+  dirPath = static_cast<char*>(malloc(length + 1));
+  if (dirPath == nullptr) {
+    fprintf(stderr, "malloc memory fail when get dir.\n");
+    return;
+  }
+  memset_s(dirPath, length + 1, 0, length + 1);
+  strncpy_s(dirPath, length + 1, path, length);
+}
+
+void MonitorDir::SetupLogBase(Quilbase* collector) {
+  logBase = collector;
+}
+
+void MonitorDir::WatchDirectories() {
+  if (inotifyFd >= 0 && dirPath != nullptr) {
+    inotify_add_watch(inotifyFd, dirPath, kWatchMask);
+    inotify_add_watch(inotifyFd, DMD_FOLDER, kWatchMask);
+  }
+}
+
+void MonitorDir::run() {
+  if (logBase == nullptr || dirPath == nullptr || inotifyFd < 0) {
+    return;
+  }
+  alignas(inotify_event) char events[kEventBufferSize] = {};
+  WatchDirectories();
+  while (!currentStopRequested()) {
+    if (!WaitForEvents()) {
+      continue;
+    }
+    const ssize_t size = readNode(inotifyFd, events, sizeof events);
+    if (size > 0) {
+      FlushForEvents(events, static_cast<size_t>(size));
+    }
+  }
+}
+
+bool MonitorDir::WaitForEvents() {
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(inotifyFd, &readable);
+  return select(inotifyFd + 1, &readable, nullptr, nullptr, nullptr) >= 1;
+}
+
+/// Flushes once for each opening of a directory among the inotify records, 16 bytes and a name of `len` bytes each.
+void MonitorDir::FlushForEvents(const char* events, size_t size) {
+  size_t offset = 0;
+  while (offset + sizeof(inotify_event) <= size) {
+    inotify_event event;
+    memcpy(&event, events + offset, sizeof event);
+    if ((event.mask & IN_ISDIR) != 0) {
+      logBase->logcatClose();
+    }
+    offset += sizeof event + event.len;
+  }
+}

@@ -1,0 +1,141 @@
+#include "collect/quilcat.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "collect/interruptible.h"
+#include "config/records.h"
+#include "safestr/safestr.h"
+
+using namespace QuilCommon;
+
+namespace {
+
+constexpr size_t kShortTextSize = 256;
+
+bool BeginsWith(const char* text, const char* prefix) {
+  return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+/// The local time of now; the first moment of 1900, without a day, when it is not to be had.
+tm LocalTime() {
+  tm local;
+  const time_t now = time(nullptr);
+  if (localtime_r(&now, &local) == nullptr) {
+    local = {};
+  }
+  return local;
+}
+
+char* FormatTime(const char* format) {
+  const tm local = LocalTime();
+  char* text = nullptr;
+  const int length = asprintf(&text, format, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                              local.tm_min, local.tm_sec);
+  return length < 0 ? nullptr : text;
+}
+
+}  // namespace
+
+Quilcat::Quilcat(QuilcatGroup_t* ownGroup, type_write mode) : Quilbase(ownGroup, mode), group(ownGroup) {
+  setupOutput();
+}
+
+Quilcat::~Quilcat() {
+  stop(Clock::time_point::max());
+}
+
+void Quilcat::openLogFilePost() {
+  if (group != nullptr && group->style == STYLE_POLL_NODE) {
+    writeTitleLine();
+  }
+}
+
+void Quilcat::run() {
+  if (group == nullptr) {
+    return;
+  }
+  if (group->style == STYLE_POLL_NODE) {
+    poll_node();
+  } else if (group->style == STYLE_MONITOR_NODE && NodeSets(group) != nullptr) {
+    node_cat_stream(NodeSets(group)->data_path);
+  }
+}
+
+void Quilcat::poll_node() {
+  const auto interval = static_cast<unsigned>(group->polling_interval);
+  while (!currentStopRequested()) {
+    pollOnce();
+    sleepSeconds(interval);
+  }
+}
+
+void Quilcat::pollOnce() {
+  for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
+    if (pollNodeSet(*set, set->next == nullptr) != 0) {
+      fprintf(stderr, "node_cat write data fail!!\n");
+    }
+  }
+  writeEndOfRow();
+}
+
+int Quilcat::pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast) {
+  if (set.data_path == nullptr) {
+    return set.alter_data_path != nullptr ? node_cat_alter_once(set.alter_data_path, set.width, isLast) : 0;
+  }
+  if (BeginsWith(set.data_path, "DateTime")) {
+    return writeStamp(nodePollingDateTime(), set.width);
+  }
+  if (BeginsWith(set.data_path, "CurrentTime")) {
+    return writeStamp(nodePollingCurrentTime(), set.width);
+  }
+  return node_cat_once(set.data_path, set.width, isLast);
+}
+
+/// Writes and frees `stamp`.
+int Quilcat::writeStamp(char* stamp, size_t width) {
+  const int result = logcatWriteFixLenBuffer(stamp, width, false);
+  free(stamp);
+  return result;
+}
+
+void Quilcat::writeEndOfRow() {
+  char text[kShortTextSize] = {};
+  snprintf_s(text, sizeof text, sizeof text - 1, "\n");
+  logcatWrite(text, strnlen(text, sizeof text), true);
+}
+
+/// An empty line and a row of headings as wide as the data columns, from the first column that has one.
+void Quilcat::writeTitleLine() {
+  const QuilcatInputNodeSet_t* set = NodeSets(group);
+  while (set != nullptr && set->title == nullptr && set->title_path == nullptr) {
+    set = set->next;
+  }
+  if (set == nullptr) {
+    return;
+  }
+  writeEndOfRow();
+  for (; set != nullptr; set = set->next) {
+    if (writeTitle(*set) != 0) {
+      fprintf(stderr, "write title fail!!\n");
+    }
+  }
+  writeEndOfRow();
+}
+
+int Quilcat::writeTitle(const QuilcatInputNodeSet_t& set) {
+  if (set.title != nullptr) {
+    return logcatWriteFixLenBuffer(set.title, set.width, false);
+  }
+  return set.title_path != nullptr ? node_cat_once(set.title_path, set.width, true) : 0;
+}
+
+char* Quilcat::nodePollingDateTime() {
+  return FormatTime("%.4d-%.2d-%.2d %.2d:%.2d:%.2d > ");
+}
+
+char* Quilcat::nodePollingCurrentTime() {
+  return FormatTime("\ncurrent time: %d-%d-%d %d:%d:%d\r\n");
+}

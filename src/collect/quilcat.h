@@ -1,0 +1,43 @@
+#ifndef QUILCAT_COLLECT_QUILCAT_H_
+#define QUILCAT_COLLECT_QUILCAT_H_
+
+#include "collect/quilbase.h"
+#include "collect/thread_base.h"
+
+/// The collector of one group: its output, and the worker thread that reads its inputs.
+///
+/// Created, started, stopped and destroyed by one thread, the main thread of the service.
+class Quilcat : public Quilbase, public ThreadBase {
+ public:
+  /// Borrows `group`, which outlives the collector, and sets up its output: the first log file stands, with its title
+  /// line, when the constructor returns.
+  Quilcat(QuilcatGroup_t* group, type_write writeMode);
+  /// Stops the worker, however long that takes, and releases the output.
+  ~Quilcat() override;
+
+  /// Writes the title line of a polling group into a new file.
+  void openLogFilePost() override;
+
+  /// The worker: streams the group's node, or polls its nodes; other groups end at once.
+  void run() override;
+
+  /// The time of now, "2024-01-31 23:59:59 > ". Heap text, freed by the caller; null when there is no memory.
+  static char* nodePollingDateTime();
+  /// The time of now between line breaks, "\ncurrent time: 2024-1-31 23:59:59\r\n". As above.
+  static char* nodePollingCurrentTime();
+
+ private:
+  using QuilcatInputNodeSet_t = QuilCommon::QuilcatInputNodeSet_t;
+
+  void poll_node();
+  void pollOnce();
+  int pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast);
+  void writeTitleLine();
+  int writeTitle(const QuilcatInputNodeSet_t& set);
+  void writeEndOfRow();
+  int writeStamp(char* stamp, size_t width);
+
+  QuilcatGroup_t* group;
+};
+
+#endif  // QUILCAT_COLLECT_QUILCAT_H_

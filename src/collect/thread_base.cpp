@@ -1,0 +1,97 @@
+#include "collect/thread_base.h"
+
+#include <signal.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include "safestr/safestr.h"
+
+namespace {
+
+constexpr timespec kWakePeriod = {0, 2'000'000};
+
+thread_local const ThreadBase* currentThread = nullptr;
+
+void IgnoreWakeSignal(int) {}
+
+/// Without SA_RESTART: a blocked call is to return.
+void InstallWakeHandler() {
+  struct sigaction action = {};
+  action.sa_handler = IgnoreWakeSignal;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGRTMIN, &action, nullptr);
+}
+
+}  // namespace
+
+ThreadBase::ThreadBase() : thread(static_cast<pthread_t*>(malloc(sizeof(pthread_t)))) {
+  if (thread != nullptr) {
+    memset_s(thread, sizeof *thread, 0, sizeof *thread);
+  }
+}
+
+ThreadBase::~ThreadBase() {
+  free(thread);
+}
+
+bool ThreadBase::start() {
+  if (thread == nullptr) {
+    return false;
+  }
+  InstallWakeHandler();
+  ended = false;
+  joinable = pthread_create(thread, nullptr, threadbase_proxy_func, this) == 0;
+  ended = !joinable;
+  return joinable;
+}
+
+void ThreadBase::wait() {
+  if (joinable) {
+    pthread_join(*thread, nullptr);
+    joinable = false;
+  }
+}
+
+void ThreadBase::requestStop() {
+  stopRequested = true;
+}
+
+bool ThreadBase::stop(Clock::time_point deadline) {
+  requestStop();
+  // The signal can arrive just before the thread blocks, hence again and again.
+  while (!hasEnded() && Clock::now() < deadline) {
+    pthread_kill(*thread, SIGRTMIN);
+    nanosleep(&kWakePeriod, nullptr);
+  }
+  if (!hasEnded()) {
+    return false;
+  }
+  wait();
+  return true;
+}
+
+bool ThreadBase::hasEnded() const {
+  return ended;
+}
+
+void ThreadBase::postAtEnd(sem_t* semaphore) {
+  endSemaphore = semaphore;
+}
+
+bool ThreadBase::currentStopRequested() {
+  return currentThread != nullptr && currentThread->stopRequested;
+}
+
+void* ThreadBase::threadbase_proxy_func(void* object) {
+  auto* self = static_cast<ThreadBase*>(object);
+  if (self == nullptr) {
+    return nullptr;
+  }
+  currentThread = self;
+  self->run();
+  self->ended = true;
+  if (self->endSemaphore != nullptr) {
+    sem_post(self->endSemaphore);
+  }
+  return nullptr;
+}

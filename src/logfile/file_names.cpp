@@ -1,0 +1,176 @@
+// Names of a collector's indexed files, "<output>.I<index>.<time stamp>.gz", and their order of age.
+
+#include "logfile/file_names.h"
+
+#include <ctype.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+
+#include "collect/quilbase.h"
+
+using namespace QuilCommon;
+
+namespace {
+
+constexpr uint32_t kMostIndex = 999;
+
+/// The indexes of a list in order of name, taken as runs of consecutive numbers; 0 follows 999.
+class IndexRuns {
+ public:
+  /// Takes the next index. `before` is the entry before it, the end of a run if this index does not continue it.
+  void Add(uint32_t index, const std::string* before) {
+    const bool continues = before == nullptr || index == previous + 1 || (previous == kMostIndex && index == 0);
+    if (!continues) {
+      ends.push_back(*before);
+    }
+    sawFirst |= index == 0;
+    sawLast |= index == kMostIndex;
+    previous = index;
+  }
+  void Finish(const std::string& last) { ends.push_back(last); }
+
+  bool isOne() const { return ends.size() == 1; }
+  /// 0 ... k and m ... 999: the sequence went past 999 and began again.
+  bool isWrapped() const { return ends.size() == 2 && sawFirst && sawLast; }
+  const std::vector<std::string>& lastEntries() const { return ends; }
+
+ private:
+  uint32_t previous = 0;
+  bool sawFirst = false;
+  bool sawLast = false;
+  std::vector<std::string> ends;
+};
+
+}  // namespace
+
+/// 31 January 2024, 23:59:59 -> 20240131-235959
+/// no local time             -> 19000100-000000
+char* Quilbase::getTimeStamp() {
+  tm local;
+  const time_t now = time(nullptr);
+  if (localtime_r(&now, &local) == nullptr) {
+    local = {};
+  }
+  char* text = nullptr;
+  const int length = asprintf(&text, "%d%02d%02d-%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                              local.tm_hour, local.tm_min, local.tm_sec);
+  return length < 0 ? nullptr : text;
+}
+
+/// Output /d/log, so 30 bytes, position 8, count 3:
+/// /d/log.I007.20240131-235959.gz  -> 007
+/// /d/log.I007.20240131-235959.gz2 -> (empty)
+std::string Quilbase::get_interger_from_iterator(PathIterator name, uint32_t expectedLength, uint32_t position,
+                                                 uint32_t count) {
+  if (name->size() != expectedLength || position + count - 1 > expectedLength || position > expectedLength) {
+    return {};
+  }
+  return name->substr(position, count);
+}
+
+std::string Quilbase::indexField(PathIterator name) const {
+  if (outputFilePath == nullptr) {
+    return {};
+  }
+  const auto length = static_cast<uint32_t>(strlen(outputFilePath));
+  return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + FileNames::kIndexOffset,
+                                    FileNames::kIndexLength);
+}
+
+std::string Quilbase::timeStampField(PathIterator name) const {
+  if (outputFilePath == nullptr) {
+    return {};
+  }
+  const auto length = static_cast<uint32_t>(strlen(outputFilePath));
+  return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + FileNames::kTimeStampOffset,
+                                    FileNames::kTimeStampLength);
+}
+
+bool Quilbase::sort_by_early_time(std::string first, std::string second) {
+  return first < second;
+}
+
+/// a, b, name, c, d -> c, d, a, b, name
+void Quilbase::rotate_vec(std::vector<std::string>& paths, std::string name) {
+  if (name.empty()) {
+    return;
+  }
+  const auto found = std::find(paths.begin(), paths.end(), name);
+  if (found == paths.end()) {
+    return;
+  }
+  // Further entries of that name stay with it, at the end.
+  const auto later =
+      std::stable_partition(found, paths.end(), [&name](const std::string& path) { return path == name; });
+  std::rotate(paths.begin(), later, paths.end());
+}
+
+std::string Quilbase::get_file_by_max_timestamp(std::vector<std::string> paths) {
+  std::string newest;
+  std::string path;
+  for (auto entry = paths.begin(); entry != paths.end(); ++entry) {
+    std::string timeStamp = timeStampField(entry);
+    if (timeStamp > newest) {
+      newest = std::move(timeStamp);
+      path = *entry;
+    }
+  }
+  return path;
+}
+
+/// Indexes in order of name -> in order of age:
+/// 000 001 ... 997 998 999 (all)     -> as they stand: one run
+/// 000 001 998 999                   -> 998 999 000 001: wrapped
+/// 000 001 007 008, 001 the newest   -> 007 008 000 001: the run with the newest file goes last
+void Quilbase::adjustFileVecOrder(std::vector<std::string>& paths) {
+  const auto index = [this](PathIterator path) { return static_cast<uint32_t>(atoi(indexField(path).c_str())); };
+  for (auto path = paths.begin(); path != paths.end();) {
+    // A negative index text makes a huge number: no name of ours. The list forgets it, the file stays.
+    path = index(path) > kMostIndex ? paths.erase(path) : path + 1;
+  }
+  if (paths.empty()) {
+    return;
+  }
+  IndexRuns runs;
+  for (auto path = paths.begin(); path != paths.end(); ++path) {
+    runs.Add(index(path), path == paths.begin() ? nullptr : &path[-1]);
+  }
+  runs.Finish(paths.back());
+  if (runs.isOne()) {
+    return;
+  }
+  rotate_vec(paths, runs.isWrapped() ? runs.lastEntries().front() : get_file_by_max_timestamp(runs.lastEntries()));
+}
+
+int32_t Quilbase::get_newLogFileIndex(std::vector<std::string>& paths) {
+  if (paths.empty()) {
+    return 0;
+  }
+  adjustFileVecOrder(paths);
+  if (paths.empty()) {
+    return 0;
+  }
+  const std::string field = indexField(paths.end() - 1);
+  const bool isNumber = field.size() == FileNames::kIndexLength &&
+                        std::all_of(field.begin(), field.end(), [](unsigned char c) { return isdigit(c) != 0; });
+  if (!isNumber) {
+    return 0;
+  }
+  const int32_t next = atoi(field.c_str()) + 1;
+  return next > static_cast<int32_t>(kMostIndex) ? 0 : next;
+}
+
+void Quilbase::formFileVectors() {
+  if (writeMode == WRITE_FACTORY && !hasOldStyleFiles) {
+    return;
+  }
+  logFileVec.clear();
+  processMmapFileVec(0);
+  std::sort(logFileVec.begin(), logFileVec.end(), sort_by_early_time);
+  adjustFileVecOrder(logFileVec);
+  removeRedundancy();
+}

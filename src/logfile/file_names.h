@@ -1,0 +1,18 @@
+#ifndef QUILCAT_LOGFILE_FILE_NAMES_H_
+#define QUILCAT_LOGFILE_FILE_NAMES_H_
+
+#include <stdint.h>
+
+/// What follows the output path in the name of an indexed file, ".I000.20240131-235959.gz": offsets and lengths in
+/// bytes.
+namespace FileNames {
+
+constexpr uint32_t kIndexOffset = 2;
+constexpr uint32_t kIndexLength = 3;
+constexpr uint32_t kTimeStampOffset = 6;
+constexpr uint32_t kTimeStampLength = 15;
+constexpr uint32_t kSuffixLength = 24;
+
+}  // namespace FileNames
+
+#endif  // QUILCAT_LOGFILE_FILE_NAMES_H_
