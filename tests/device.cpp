@@ -1,0 +1,230 @@
+#include "device.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace Device {
+
+void WriteFile(const std::string& path, const std::string& text) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::stringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+void SetProperty(const std::string& name, const std::string& value) {
+  WriteFile("/dev/__properties__/" + name, value);
+}
+
+std::vector<std::string> List(const std::string& directory) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> IndexedFiles(const std::string& directory) {
+  std::vector<std::string> paths;
+  for (const std::string& name : List(directory)) {
+    if (name.find(".I") != std::string::npos) {
+      paths.push_back(directory + "/" + name);
+    }
+  }
+  return paths;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::string OwnerAndMode(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) {
+    return "missing";
+  }
+  const passwd* user = getpwuid(status.st_uid);
+  const group* owners = getgrgid(status.st_gid);
+  char mode[16];
+  snprintf(mode, sizeof mode, "%o", status.st_mode & 07777);
+  return std::string(user ? user->pw_name : "?") + ":" + (owners ? owners->gr_name : "?") + " " + mode;
+}
+
+bool WaitFor(const std::function<bool()>& condition, double seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    usleep(3000);
+  }
+  return true;
+}
+
+void MountSmallDisk(const std::string& directory, int kilobytes) {
+  std::filesystem::create_directories(directory);
+  const std::string options = "size=" + std::to_string(kilobytes) + "k";
+  ASSERT_EQ(mount("none", directory.c_str(), "tmpfs", 0, options.c_str()), 0) << strerror(errno);
+}
+
+std::string StandardErrorOf(const std::function<void()>& call) {
+  testing::internal::CaptureStderr();
+  call();
+  return testing::internal::GetCapturedStderr();
+}
+
+Decoded Decode(const std::string& path) {
+  const std::string bytes = ReadFile(path);
+  Decoded decoded;
+  z_stream stream = {};
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
+  while (stream.avail_in > 0 && *stream.next_in == 0x1f) {
+    inflateReset(&stream);
+    std::string member;
+    int result;
+    do {
+      char text[65536];
+      stream.next_out = reinterpret_cast<Bytef*>(text);
+      stream.avail_out = sizeof text;
+      result = inflate(&stream, Z_NO_FLUSH);
+      member.append(text, sizeof text - stream.avail_out);
+    } while (result == Z_OK);
+    if (result != Z_STREAM_END) {
+      inflateEnd(&stream);
+      return decoded;
+    }
+    decoded.text += member;
+    ++decoded.members;
+  }
+  decoded.zeroTail = stream.avail_in;
+  decoded.sound = std::all_of(bytes.end() - stream.avail_in, bytes.end(), [](char c) { return c == 0; });
+  inflateEnd(&stream);
+  return decoded;
+}
+
+std::string DecodeAll(const std::vector<std::string>& paths) {
+  std::string text;
+  for (const std::string& path : paths) {
+    const Decoded decoded = Decode(path);
+    EXPECT_TRUE(decoded.sound) << path;
+    text += decoded.text;
+  }
+  return text;
+}
+
+Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment) {
+  static int count = 0;
+  errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
+  arguments.insert(arguments.begin(), QUILCAT_DAEMON);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  process = fork();
+  if (process == 0) {
+    for (std::string& variable : environment) {
+      putenv(variable.data());
+    }
+    const int fd = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(fd, STDERR_FILENO);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+}
+
+Daemon::~Daemon() {
+  if (process > 0) {
+    kill(process, SIGKILL);
+    waitpid(process, nullptr, 0);
+  }
+}
+
+void Daemon::Signal(int number) const {
+  kill(process, number);
+}
+
+int Daemon::Wait(double seconds) {
+  int status = 0;
+  if (!WaitFor([&] { return waitpid(process, &status, WNOHANG) == process; }, seconds)) {
+    return -1;
+  }
+  process = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+bool Daemon::WaitUntilRunning() {
+  // SIGUSR2, bit 11 of the mask of caught signals.
+  return WaitFor([this] {
+    const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
+    const size_t at = status.find("SigCgt:");
+    return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;
+  });
+}
+
+int Daemon::Close() {
+  EXPECT_TRUE(WaitUntilRunning()) << Errors();
+  Signal(SIGUSR2);
+  return Wait();
+}
+
+std::string Daemon::Title() const {
+  return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str();
+}
+
+// Reading too, so that the fifo has a writer and a reader whatever the daemon does.
+KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {}
+KernelLog::~KernelLog() {
+  close(fd);
+}
+
+bool KernelLog::Write(const std::string& text) const {
+  return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+std::string KernelLog::Line(int i) {
+  std::string line = "<6>[" + std::to_string(i) + "] driver " + std::to_string(i * 7919 % 1000) + ": ";
+  return line.append(static_cast<size_t>(i % 40), static_cast<char>('a' + i % 26)) + " end\n";
+}
+
+std::vector<int> KernelLog::Numbers(const std::string& text) {
+  constexpr size_t kClockLength = 19;
+  std::vector<int> numbers;
+  for (const std::string& line : Lines(text)) {
+    const int number = line.size() > kClockLength + 4 ? atoi(line.c_str() + kClockLength + 4) : -1;
+    const bool whole = line.size() > kClockLength && line.substr(kClockLength) + "\n" == Line(number);
+    numbers.push_back(whole ? number : -1);
+  }
+  return numbers;
+}
+
+}  // namespace Device
