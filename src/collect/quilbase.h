@@ -115,7 +115,6 @@ class Quilbase {
   bool lineComplete = true;  ///< the last write ended a line
 
  private:
-  bool currentFileExists() const;
   void prepareWrite(size_t len, bool lineDone);
   void rotateLogs();
   void closeLogFd();

@@ -10,6 +10,9 @@ namespace {
 // Measured from the end of the previous flush.
 constexpr timespec kFlushPeriod = {5, 5000};
 
+/// Set in the thread that receives SIGUSR1.
+thread_local volatile sig_atomic_t exitRequested = 0;
+
 }  // namespace
 
 Quil::Quil() : buffer(new LogBuffer) {
@@ -69,13 +72,14 @@ void* Quil::timer_thread(void* writer) {
   sigset_t whileAsleep;
   pthread_sigmask(SIG_SETMASK, nullptr, &whileAsleep);
   sigdelset(&whileAsleep, SIGUSR1);
-  while (true) {
+  while (exitRequested == 0) {
     pselect(0, nullptr, nullptr, nullptr, &kFlushPeriod, &whileAsleep);
     static_cast<Quil*>(writer)->Flush();
   }
   return nullptr;
 }
 
+/// Has the calling thread end after its sleep: to end it here would unwind it inside a signal handler.
 void Quil::thread_exit_handler(int) {
-  pthread_exit(nullptr);
+  exitRequested = 1;
 }
