@@ -7,6 +7,7 @@
 #include <pwd.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -209,6 +210,11 @@ KernelLog::~KernelLog() {
 
 bool KernelLog::Write(const std::string& text) const {
   return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+bool KernelLog::IsDrained() const {
+  int unread = 1;
+  return ioctl(fd, FIONREAD, &unread) == 0 && unread == 0;
 }
 
 std::string KernelLog::Line(int i) {

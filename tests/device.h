@@ -67,6 +67,8 @@ class KernelLog {
   ~KernelLog();
   /// False when the node's reader is slow and `text` did not fit any more.
   bool Write(const std::string& text) const;
+  /// True when the node's reader has taken everything.
+  bool IsDrained() const;
   /// Line i of the test's numbered kernel log, with a line feed.
   static std::string Line(int i);
   /// The numbers of such lines in decoded text; -1 for a line that is none.

@@ -121,9 +121,9 @@ TEST_F(LogFileTest, OrdersFilesByAge) {
       {"", "", 0},
       {"5@1", "5@1", 6},
       {"0@1 1@2 2@3", "0@1 1@2 2@3", 3},
-      {"0@9 1@9 998@1 999@2", "998@1 999@2 0@9 1@9", 2},  // wrapped, whatever the time stamps
+      {"0@9 1@9 998@1 999@2", "998@1 999@2 0@9 1@9", 2},    // wrapped, whatever the time stamps
       {"0@3 1@4 997@9 999@8", "999@8 0@3 1@4 997@9", 998},  // three runs: the one with the newest end goes last ...
-      {"0@1 1@2 7@8 8@9", "0@1 1@2 7@8 8@9", 9},          // ... as it does in two runs without 999
+      {"0@1 1@2 7@8 8@9", "0@1 1@2 7@8 8@9", 9},            // ... as it does in two runs without 999
       {"0@8 1@9 7@1 8@2", "7@1 8@2 0@8 1@9", 2},
       {"0@1 1@5 7@1 8@5", "7@1 8@5 0@1 1@5", 2},  // a tie: the first
       {"-12@1 0@1 1@2", "0@1 1@2", 2},            // no name of ours

@@ -41,7 +41,9 @@ bool ThreadBase::start() {
   InstallWakeHandler();
   ended = false;
   joinable = pthread_create(thread, nullptr, threadbase_proxy_func, this) == 0;
-  ended = !joinable;
+  if (!joinable) {
+    ended = true;
+  }
   return joinable;
 }
 

@@ -7,11 +7,7 @@
 
 namespace QuilCommon {
 
-namespace {
-
 constexpr size_t kTextSize = 256;
-
-}  // namespace
 
 char* CopyText(const char* text) {
   const size_t length = strlen(text);

@@ -1,0 +1,25 @@
+#ifndef QUILCAT_CONFIG_XML_PARSER_H_
+#define QUILCAT_CONFIG_XML_PARSER_H_
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+/// libxml2 as it is bound at run time. Its headers give the types only: nothing here links against the library, so the
+/// daemon starts on a device that does not have it.
+///
+/// All members are null except while QuilConfig::parse_config_file runs. Main thread only.
+struct XmlParser {
+  void* library;
+  decltype(&xmlParseFile) parseFile;
+  decltype(&xmlDocGetRootElement) docGetRootElement;
+  decltype(&xmlFreeDoc) freeDoc;
+  decltype(&xmlGetProp) getProp;
+  decltype(&xmlStrcmp) compare;
+};
+
+extern XmlParser xmlParser;
+
+/// Closes the library and clears xmlParser. Does nothing when it is clear.
+void releaseLibxml2();
+
+#endif  // QUILCAT_CONFIG_XML_PARSER_H_

@@ -1,0 +1,280 @@
+// The daemon as a process, as init starts it and as a person looks at it.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "device.h"
+
+using namespace Device;
+
+namespace {
+
+constexpr char kKernelDirectory[] = "/data/log/android_logs";
+constexpr char kChargeDirectory[] = "/data/log/charge-log";
+constexpr char kUsage[] =
+    "Usage: " QUILCAT_DAEMON
+    " [options] \noptions include:\n  -b <quilcat>      Trigger a pre-defined quilcat service <quilcat>\n";
+
+/// The numbers 0 to count - 1 of a kernel log without gap, repetition or torn line.
+void ExpectNumbers(const std::string& text, int count) {
+  const std::vector<int> numbers = KernelLog::Numbers(text);
+  EXPECT_EQ(static_cast<int>(numbers.size()), count);
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    ASSERT_EQ(numbers[i], static_cast<int>(i));
+  }
+}
+
+/// Writes `count` numbered lines from `first` on, in chunks, and waits until the daemon has read them.
+void Feed(const KernelLog& kernel, int first, int count) {
+  std::string chunk;
+  for (int i = first; i < first + count; ++i) {
+    chunk += KernelLog::Line(i);
+    if (chunk.size() > 3000 || i == first + count - 1) {
+      ASSERT_TRUE(WaitFor([&] { return kernel.Write(chunk); }));
+      chunk.clear();
+    }
+  }
+  ASSERT_TRUE(WaitFor([&] { return kernel.IsDrained(); }));
+}
+
+/// A service "test" from the configuration file with one streaming group at /data/log/t/cat.
+void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files) {
+  WriteFile("/system/etc/quilcat_config.xml",
+            "<c><quilcat name='test'><logRotateSizeKBytes value='" + std::to_string(rotateKilobytes) +
+                "'/><maxCompressdFiles value='" + std::to_string(files) + "'/><writeMode value='" + writeMode +
+                "'/><quilcatGroup><logStyle value='monitor_node'/><outputFilePath value='/data/log/t/cat'/>"
+                "<inputNodeSet><dataPath value='/proc/kmsg'/></inputNodeSet></quilcatGroup></quilcat></c>");
+}
+
+/// Numbered lines in the kernel log as fast as they are read.
+class KernelLoad {
+ public:
+  KernelLoad()
+      : feeder([this] {
+          for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
+          }
+        }) {}
+  ~KernelLoad() {
+    done = true;
+    feeder.join();
+  }
+
+ private:
+  const KernelLog kernel;
+  std::atomic<bool> done{false};
+  std::thread feeder;
+};
+
+bool SanitizersNeedProc() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return true;
+#else
+  return false;
+#endif
+}
+
+}  // namespace
+
+TEST(CommandLine, TellsHowItIsUsed) {
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    std::string errors;
+  };
+  const std::string unknown = "Main:Unrecognized Option\n";
+  const std::string program = QUILCAT_DAEMON;
+  const Case cases[] = {
+      {{}, 0, kUsage},
+      {{"--help"}, 0, kUsage},
+      {{"-b"}, 0, kUsage},
+      {{"-b", "a", "b"}, 0, kUsage},
+      {{"-x", "y"}, 255, program + ": invalid option -- 'x'\n" + unknown + kUsage},
+      {{"a", "-b"}, 255, program + ": option requires an argument -- 'b'\n" + unknown + kUsage},
+  };
+  for (const Case& example : cases) {
+    Daemon daemon(example.arguments);
+    EXPECT_EQ(daemon.Wait(), example.status);
+    EXPECT_EQ(daemon.Errors(), example.errors);
+  }
+}
+
+TEST(CommandLine, IdlesWithoutItsService) {
+  for (const char* name : {"unknown", "kmsglogca", "kmsglogcatx", ""}) {
+    Daemon daemon({"-b", name});
+    EXPECT_TRUE(WaitFor([&] { return daemon.Errors() == "Main:parse_config_file failed, exit!!\n"; }));
+    EXPECT_EQ(daemon.Title(), QUILCAT_DAEMON);
+    daemon.Signal(SIGUSR2);
+    EXPECT_EQ(daemon.Wait(), 1000 + SIGUSR2);  // no handler
+  }
+  // 300 characters are looked up by the first 255.
+  const std::string name(255, 'n');
+  WriteFile("/system/etc/quilcat_config.xml", "<c><quilcat name='" + name + "'/></c>");
+  Daemon daemon({"-b", name + std::string(45, 'x')});
+  EXPECT_TRUE(WaitFor([&] { return daemon.Errors().find("name              : " + name + "\n") != std::string::npos; }));
+}
+
+TEST(Service, KeepsTheKernelLogAndClosesOnSigusr2) {
+  const KernelLog kernel;
+  Daemon daemon({"-b", "kmsglogcat"});
+  ASSERT_TRUE(daemon.WaitUntilRunning());
+  EXPECT_TRUE(WaitFor([&] { return daemon.Title() == "kmsglogcat"; }));
+  EXPECT_EQ(ReadFile("/proc/" + std::to_string(daemon.pid()) + "/comm"), "kmsglogcat\n");
+  EXPECT_NE(ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status").find("Umask:\t0022"), std::string::npos);
+  Feed(kernel, 0, 5000);
+  EXPECT_EQ(daemon.Close(), 12);
+  EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
+  const std::vector<std::string> files = IndexedFiles(kKernelDirectory);
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(Decode(files[0]).zeroTail, 0u);
+  ExpectNumbers(DecodeAll(files), 5000);
+
+  // The next start goes on with the next index.
+  Daemon next({"-b", "kmsglogcat"});
+  EXPECT_EQ(next.Close(), 12);
+  EXPECT_EQ(IndexedFiles(kKernelDirectory).size(), 2u);
+}
+
+TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
+  const std::string nodes = "/sys/class/kq_power/";
+  WriteFile(nodes + "coul/coul_data/gaugelog_head", "soc  volt \n");
+  WriteFile(nodes + "coul/coul_data/gaugelog", "93   4012 \n");
+  WriteFile(nodes + "charger/charge_data/chargelog_head", "ibus\n");
+  Daemon daemon({"-b", "chargelogcat"});
+  ASSERT_TRUE(daemon.WaitUntilRunning());
+  const auto text = [] { return DecodeAll(IndexedFiles(kChargeDirectory)); };
+  EXPECT_TRUE(WaitFor([&] {
+    List(kChargeDirectory);
+    return text().find("4012 \n") != std::string::npos;
+  }));
+  // No more than CPUs 0 to 3.
+  const std::string status = ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status");
+  EXPECT_EQ(std::stoul(status.substr(status.find("Cpus_allowed:") + 13), nullptr, 16) & ~0xful, 0u);
+  EXPECT_EQ(daemon.Close(), 12);
+  EXPECT_EQ(text().substr(0, 38), "\nTime                   soc  volt ibus\n");
+  EXPECT_EQ(text().substr(text().find(" > ")), " >  93   4012 \n");
+  EXPECT_NE(daemon.Errors().find("node_cat write data fail!!\n"), std::string::npos);  // there is no chargelog
+}
+
+TEST(Service, AWorkerThatEndsLeavesTheServiceIdleUntilItIsClosed) {
+  WriteFile(
+      "/system/etc/quilcat_config.xml",
+      "<c><quilcat name='test'><quilcatGroup><logStyle value='poll_cmd'/><outputFilePath value='/data/log/t/cat'/>"
+      "<inputCmdSet><command value='true'/></inputCmdSet></quilcatGroup></quilcat></c>");
+  Daemon daemon({"-b", "test"});
+  // Its collectors are gone: the file is cut.
+  EXPECT_TRUE(WaitFor([] {
+    const auto files = IndexedFiles("/data/log/t");
+    return !files.empty() && std::filesystem::file_size(files[0]) == 0;
+  }));
+  EXPECT_EQ(daemon.Close(), 12);
+}
+
+TEST(Service, RegistersWithTheRebootWatchdog) {
+  if (SanitizersNeedProc()) {
+    GTEST_SKIP() << "sanitizers need a real /proc";
+  }
+  ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
+  WriteFile("/proc/reboot_watchdog", "");
+  WriteFile("/proc/kmsg", "line\n");
+  Daemon daemon({"-b", "kmsglogcat"});
+  EXPECT_TRUE(WaitFor([&] { return ReadFile("/proc/reboot_watchdog") == std::to_string(daemon.pid()); }));
+}
+
+TEST(Service, ClosesUnderLoadAtAnyMomentWithoutLosingALine) {
+  std::mt19937 random(1);
+  for (const char* mode : {"mmap", "factory"}) {
+    ConfigureStream(mode, 8, 1000);
+    for (int round = 0; round < 60; ++round) {
+      std::filesystem::remove_all("/data/log");
+      const KernelLoad load;
+      Daemon daemon({"-b", "test"});
+      daemon.WaitUntilRunning();
+      usleep(static_cast<useconds_t>(random() % 40000));
+      daemon.Signal(SIGUSR2);
+      EXPECT_EQ(daemon.Wait(), 12);
+      EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
+      if (strcmp(mode, "mmap") == 0) {
+        const auto files = IndexedFiles("/data/log/t");
+        const std::string text = DecodeAll(files);
+        EXPECT_EQ(Decode(files.back()).zeroTail, 0u);
+        ExpectNumbers(text, static_cast<int>(Lines(text).size()));
+      }
+    }
+  }
+}
+
+TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 25; ++round) {
+    std::filesystem::remove_all("/data/log");
+    ConfigureStream(round % 2 == 0 ? "mmap" : "factory", 64, round % 2 == 0 ? 1000 : 15);
+    {
+      const KernelLoad load;
+      Daemon daemon({"-b", "test"});
+      daemon.WaitUntilRunning();
+      usleep(static_cast<useconds_t>(random() % 120000));
+      daemon.Signal(SIGKILL);
+      daemon.Wait();
+    }
+    // A restart goes on by itself.
+    Daemon next({"-b", "test"});
+    EXPECT_EQ(next.Close(), 12);
+    if (round % 2 == 0) {
+      const std::string text = DecodeAll(IndexedFiles("/data/log/t"));
+      const auto numbers = KernelLog::Numbers(text);
+      for (size_t i = 0; i < numbers.size(); ++i) {
+        ASSERT_NE(numbers[i], -1);
+        ASSERT_TRUE(i == 0 || numbers[i] > numbers[i - 1]);
+      }
+    } else {
+      const std::string archive = "/data/log/t/cat-0.tar.gz";
+      EXPECT_FALSE(std::filesystem::exists("/data/log/t/cat.5"));
+      EXPECT_FALSE(std::filesystem::exists("/data/log/t/cat_tmp"));
+      if (std::filesystem::exists(archive)) {
+        EXPECT_EQ(system(("gzip -t " + archive).c_str()), 0);
+      }
+    }
+  }
+}
+
+TEST(Service, AFullDiskLeavesWhatWasKeptReadable) {
+  const KernelLog kernel;
+  ConfigureStream("mmap", 4096, 5);
+  MountSmallDisk("/data/log/t", 300);
+  Daemon daemon({"-b", "test"});
+  ASSERT_TRUE(daemon.WaitUntilRunning());
+  std::mt19937 random(3);
+  for (int i = 0; i < 400; ++i) {
+    std::string noise(2000, ' ');
+    for (char& c : noise) {
+      c = static_cast<char>(33 + random() % 90);
+    }
+    kernel.Write(noise + "\n");
+    usleep(1000);
+  }
+  EXPECT_EQ(daemon.Close(), 12);
+  const Decoded decoded = Decode(IndexedFiles("/data/log/t").back());
+  EXPECT_TRUE(decoded.sound);
+  EXPECT_GT(decoded.members, 2);
+}
+
+TEST(Service, StaysSmall) {
+  if (SanitizersNeedProc()) {
+    GTEST_SKIP() << "sanitizers take memory of their own";
+  }
+  const KernelLog kernel;
+  Daemon daemon({"-b", "kmsglogcat"});
+  ASSERT_TRUE(daemon.WaitUntilRunning());
+  Feed(kernel, 0, 20000);
+  const std::string status = ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status");
+  EXPECT_LT(std::stoi(status.substr(status.find("VmHWM:") + 6)), 5000);
+}
