@@ -159,7 +159,7 @@ TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
   const std::string status = ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status");
   EXPECT_EQ(std::stoul(status.substr(status.find("Cpus_allowed:") + 13), nullptr, 16) & ~0xful, 0u);
   EXPECT_EQ(daemon.Close(), 12);
-  EXPECT_EQ(text().substr(0, 38), "\nTime                   soc  volt ibus\n");
+  EXPECT_EQ(text().substr(0, 39), "\nTime                   soc  volt ibus\n");
   EXPECT_EQ(text().substr(text().find(" > ")), " >  93   4012 \n");
   EXPECT_NE(daemon.Errors().find("node_cat write data fail!!\n"), std::string::npos);  // there is no chargelog
 }
