@@ -142,10 +142,11 @@ std::string DecodeAll(const std::vector<std::string>& paths) {
   return text;
 }
 
-Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment) {
+Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment, const char* program,
+               const rlimit* descriptors) {
   static int count = 0;
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
-  arguments.insert(arguments.begin(), QUILCAT_DAEMON);
+  arguments.insert(arguments.begin(), program);
   std::vector<char*> argv;
   for (std::string& argument : arguments) {
     argv.push_back(argument.data());
@@ -158,6 +159,10 @@ Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> envi
     }
     const int fd = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(fd, STDERR_FILENO);
+    close(fd);
+    if (descriptors != nullptr) {
+      setrlimit(RLIMIT_NOFILE, descriptors);
+    }
     execv(argv[0], argv.data());
     _exit(127);
   }
@@ -183,13 +188,15 @@ int Daemon::Wait(double seconds) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-bool Daemon::WaitUntilRunning() {
+bool Daemon::IsClosable() const {
   // SIGUSR2, bit 11 of the mask of caught signals.
-  return WaitFor([this] {
-    const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
-    const size_t at = status.find("SigCgt:");
-    return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;
-  });
+  const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
+  const size_t at = status.find("SigCgt:");
+  return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;
+}
+
+bool Daemon::WaitUntilRunning() {
+  return WaitFor([this] { return IsClosable(); });
 }
 
 int Daemon::Close() {
@@ -203,7 +210,12 @@ std::string Daemon::Title() const {
 }
 
 // Reading too, so that the fifo has a writer and a reader whatever the daemon does.
-KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {}
+KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
+  // A child of a daemon that has just ended may have kept the fifo, and with it old lines.
+  char old[4096];
+  while (read(fd, old, sizeof old) > 0) {
+  }
+}
 KernelLog::~KernelLog() {
   close(fd);
 }
@@ -231,6 +243,14 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
     numbers.push_back(whole ? number : -1);
   }
   return numbers;
+}
+
+void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files) {
+  WriteFile("/system/etc/quilcat_config.xml",
+            "<c><quilcat name='test'><logRotateSizeKBytes value='" + std::to_string(rotateKilobytes) +
+                "'/><maxCompressdFiles value='" + std::to_string(files) + "'/><writeMode value='" + writeMode +
+                "'/><quilcatGroup><logStyle value='monitor_node'/><outputFilePath value='/data/log/t/cat'/>"
+                "<inputNodeSet><dataPath value='/proc/kmsg'/></inputNodeSet></quilcatGroup></quilcat></c>");
 }
 
 }  // namespace Device

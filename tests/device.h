@@ -1,10 +1,13 @@
 #ifndef QUILCAT_TESTS_DEVICE_H_
 #define QUILCAT_TESTS_DEVICE_H_
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// What tests need of the test device that they run in: files, decoded logs, and the daemon as a process.
@@ -40,7 +43,8 @@ std::string DecodeAll(const std::vector<std::string>& paths);
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:
-  explicit Daemon(std::vector<std::string> arguments, std::vector<std::string> environment = {});
+  explicit Daemon(std::vector<std::string> arguments, std::vector<std::string> environment = {},
+                  const char* program = QUILCAT_DAEMON, const rlimit* descriptors = nullptr);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -51,6 +55,8 @@ class Daemon {
   int Wait(double seconds = 20);
   /// Sends SIGUSR2 when the handler is installed, which the process title shows, and waits.
   int Close();
+  /// True when the handler of SIGUSR2 is installed.
+  bool IsClosable() const;
   bool WaitUntilRunning();
   std::string Title() const;
   std::string Errors() const { return ReadFile(errorFile); }
@@ -77,6 +83,28 @@ class KernelLog {
  private:
   int fd;
 };
+
+/// Numbered lines in the kernel log as fast as they are read.
+class KernelLoad {
+ public:
+  KernelLoad()
+      : feeder([this] {
+          for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
+          }
+        }) {}
+  ~KernelLoad() {
+    done = true;
+    feeder.join();
+  }
+
+ private:
+  const KernelLog kernel;
+  std::atomic<bool> done{false};
+  std::thread feeder;
+};
+
+/// A service "test" in the configuration file with one streaming group at /data/log/t/cat.
+void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files);
 
 }  // namespace Device
 

@@ -29,7 +29,7 @@ void ExpectNumbers(const std::string& text, int count) {
   const std::vector<int> numbers = KernelLog::Numbers(text);
   EXPECT_EQ(static_cast<int>(numbers.size()), count);
   for (size_t i = 0; i < numbers.size(); ++i) {
-    ASSERT_EQ(numbers[i], static_cast<int>(i));
+    ASSERT_EQ(numbers[i], static_cast<int>(i)) << Lines(text)[i];
   }
 }
 
@@ -45,34 +45,6 @@ void Feed(const KernelLog& kernel, int first, int count) {
   }
   ASSERT_TRUE(WaitFor([&] { return kernel.IsDrained(); }));
 }
-
-/// A service "test" from the configuration file with one streaming group at /data/log/t/cat.
-void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files) {
-  WriteFile("/system/etc/quilcat_config.xml",
-            "<c><quilcat name='test'><logRotateSizeKBytes value='" + std::to_string(rotateKilobytes) +
-                "'/><maxCompressdFiles value='" + std::to_string(files) + "'/><writeMode value='" + writeMode +
-                "'/><quilcatGroup><logStyle value='monitor_node'/><outputFilePath value='/data/log/t/cat'/>"
-                "<inputNodeSet><dataPath value='/proc/kmsg'/></inputNodeSet></quilcatGroup></quilcat></c>");
-}
-
-/// Numbered lines in the kernel log as fast as they are read.
-class KernelLoad {
- public:
-  KernelLoad()
-      : feeder([this] {
-          for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
-          }
-        }) {}
-  ~KernelLoad() {
-    done = true;
-    feeder.join();
-  }
-
- private:
-  const KernelLog kernel;
-  std::atomic<bool> done{false};
-  std::thread feeder;
-};
 
 bool SanitizersNeedProc() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
