@@ -247,6 +247,22 @@ TEST_F(CollectTest, PollsRowsUnderATitle) {
   EXPECT_EQ(text.substr(text.size() - 3), "\r\n\n");
 }
 
+TEST_F(CollectTest, APollCycleAllocatesItsDateTextsOnly) {
+  WriteFile("/tmp/gauge", "42\n");
+  char gauge[] = "/tmp/gauge";
+  char dateTime[] = "DateTime";
+  QuilcatInputNodeSet_t second = {5, gauge, nullptr, nullptr, nullptr, nullptr};
+  QuilcatInputNodeSet_t date = {23, dateTime, nullptr, nullptr, nullptr, &second};
+  group.style = STYLE_POLL_NODE;
+  group.input = &date;
+  Make();
+  const FailNthAllocation counter(1'000'000'000);
+  collector->start();
+  EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput).size() > 10000; }));
+  EXPECT_TRUE(collector->stop(ThreadBase::Clock::now() + std::chrono::seconds(5)));
+  EXPECT_EQ(counter.count(), static_cast<int>(Lines(ReadFile(kOutput)).size()));
+}
+
 TEST_F(CollectTest, StampsAFailedClockAsTheStartOf1900) {
   const FailNthCall fault(FaultyCall::kLocalTime, 1);
   const std::unique_ptr<char, decltype(&free)> stamp(Quilcat::nodePollingDateTime(), &free);
@@ -290,7 +306,11 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   std::filesystem::create_directories(DMD_FOLDER);
   ASSERT_TRUE(log.start());
   log.setupOutput();  // finds the shared directory now
-  std::string expected;
+  std::string expected = "settled\n";
+  log.logcatWrite(expected.data(), expected.size(), true);
+  List("/data/log");
+  EXPECT_TRUE(WaitFor([&] { return decoded() == expected; }, 2));
+  usleep(200000);  // what the set-up itself opened is past
   for (const char* directory : {"/data/log", DMD_FOLDER}) {
     const std::string line = std::string(directory) + "\n";
     EXPECT_EQ(log.logcatWrite(line.data(), line.size(), true), 0);

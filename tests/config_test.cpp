@@ -168,7 +168,7 @@ TEST(Config, DumpOfSampleServiceWithEveryStyle) {
   const auto group = [&](const char* interval, const char* retry, const char* style, const char* log) {
     return std::string("~~~~~~ QuilcatGroup begin ~~~~~~\npolling_interval  : ") + interval +
            "\nfailureRetry      : " + retry + "\nstyle             : " + style +
-           "\noutput_file_path  : /data/log/thermal-log/" + log + "\n" + owner;
+           "\noutput_file_path  : /data/log/thermal-" + log + "\n" + owner;
   };
   EXPECT_EQ(service.messages,
             "------------- printQuilcatInfo begin -------------\n"
@@ -177,12 +177,12 @@ TEST(Config, DumpOfSampleServiceWithEveryStyle) {
             "maxCompressdFiles : 10\n"
             "cpu_set           : 2\n"
             "writeMode         : 1\n" +
-                group("0", "0", "1", "trace-log") +
+                group("0", "0", "1", "trace/trace-log") +
                 "data_path         : /sys/kernel/debug/tracing/trace_pipe\n"
                 "title_path        : (null)\n"
                 "title             : (null)\n"
                 "width             : 0\n" +
-                end + group("60", "3", "3", "thermal-log") +
+                end + group("60", "3", "3", "log/thermal-log") +
                 "data_path         : DateTime\n"
                 "title_path        : (null)\n"
                 "title             : Time\n"
@@ -193,11 +193,11 @@ TEST(Config, DumpOfSampleServiceWithEveryStyle) {
                 "width             : 10\n"
                 "alter_data_path   : /sys/class/thermal/thermal_zone9/temp\n"
                 "alter_data_path   : /sys/class/thermal/thermal_zone0/temp\n" +
-                end + group("0", "0", "2", "tombstone-log") +
+                end + group("0", "0", "2", "tombstones/tombstone-log") +
                 "inputDirPath      : /data/tombstones\n"
                 "pickNode          : tombstone_00\n"
                 "pickNode          : tombstone_01\n" +
-                end + group("60", "0", "4", "dump-log") +
+                end + group("60", "0", "4", "dump/dump-log") +
                 "command           : dumpsys batteryproperties\n"
                 "command           : dumpsys thermalservice\n" +
                 end + "------------- printQuilcatInfo end ---------------\n");

@@ -78,6 +78,19 @@ std::string OwnerAndMode(const std::string& path) {
   return std::string(user ? user->pw_name : "?") + ":" + (owners ? owners->gr_name : "?") + " " + mode;
 }
 
+int Rounds(int usual) {
+  const char* factor = getenv("QUILCAT_SOAK");
+  return factor != nullptr ? usual * std::max(1, atoi(factor)) : usual;
+}
+
+bool Sanitized() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return true;
+#else
+  return false;
+#endif
+}
+
 bool WaitFor(const std::function<bool()>& condition, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (!condition()) {
@@ -238,9 +251,11 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
   constexpr size_t kClockLength = 19;
   std::vector<int> numbers;
   for (const std::string& line : Lines(text)) {
-    const int number = line.size() > kClockLength + 4 ? atoi(line.c_str() + kClockLength + 4) : -1;
-    const bool whole = line.size() > kClockLength && line.substr(kClockLength) + "\n" == Line(number);
-    numbers.push_back(whole ? number : -1);
+    // Without a local time there is no clock.
+    const std::string own =
+        line.compare(0, 4, "<6>[") == 0 || line.size() < kClockLength ? line : line.substr(kClockLength);
+    const int number = own.size() > 4 ? atoi(own.c_str() + 4) : -1;
+    numbers.push_back(number >= 0 && own + "\n" == Line(number) ? number : -1);
   }
   return numbers;
 }

@@ -23,6 +23,10 @@ std::vector<std::string> IndexedFiles(const std::string& directory);
 std::vector<std::string> Lines(const std::string& text);
 /// "root:system 664" for a path as it is, not for what a link points to.
 std::string OwnerAndMode(const std::string& path);
+/// How often a test at random moments is repeated: `usual` times, times what scripts/soak asks for.
+int Rounds(int usual);
+/// True in the builds under sanitizers, which need a real /proc, descriptors and memory of their own.
+bool Sanitized();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
 void MountSmallDisk(const std::string& directory, int kilobytes);

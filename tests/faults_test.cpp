@@ -76,6 +76,9 @@ INSTANTIATE_TEST_SUITE_P(Calls, FaultTest,
 
 // Four serve the dynamic linker; what the daemon wants beyond them is refused at another place for each number.
 TEST(Faults, FewDescriptors) {
+  if (Sanitized()) {
+    GTEST_SKIP() << "sanitizers open files of their own";
+  }
   ConfigureStream("mmap", 8, 100);
   for (rlim_t descriptors = 4; descriptors < 10; ++descriptors) {
     std::filesystem::remove_all("/data/log");
@@ -101,7 +104,7 @@ TEST(Faults, TheOutputDirectoryGoesWhileLinesStream) {
     const KernelLoad load;
     Daemon daemon({"-b", "test"});
     ASSERT_TRUE(daemon.WaitUntilRunning());
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < Rounds(20); ++i) {
       usleep(static_cast<useconds_t>(random() % 20000));
       std::error_code error;  // the daemon may make it anew meanwhile
       std::filesystem::remove_all(i % 2 == 0 ? "/data/log" : kDirectory, error);
@@ -152,7 +155,7 @@ TEST(Faults, EightGroupsCloseUnderStress) {
         "/system/etc/quilcat_config.xml",
         "<c><quilcat name='test'><logRotateSizeKBytes value='4'/><maxCompressdFiles value='10'/><writeMode value='" +
             std::string(mode) + "'/>" + groups + "</quilcat></c>");
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < Rounds(6); ++round) {
       const KernelLoad load;
       Daemon daemon({"-b", "test"});
       ASSERT_TRUE(daemon.WaitUntilRunning());

@@ -120,6 +120,7 @@ TEST_F(LogFileTest, OrdersFilesByAge) {
   const Case cases[] = {
       {"", "", 0},
       {"5@1", "5@1", 6},
+      {"0@9 1@8 2@1", "0@9 1@8 2@1", 3},  // the clock jumped backwards
       {"0@1 1@2 2@3", "0@1 1@2 2@3", 3},
       {"0@9 1@9 998@1 999@2", "998@1 999@2 0@9 1@9", 2},    // wrapped, whatever the time stamps
       {"0@3 1@4 997@9 999@8", "999@8 0@3 1@4 997@9", 998},  // three runs: the one with the newest end goes last ...

@@ -46,14 +46,6 @@ void Feed(const KernelLog& kernel, int first, int count) {
   ASSERT_TRUE(WaitFor([&] { return kernel.IsDrained(); }));
 }
 
-bool SanitizersNeedProc() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return true;
-#else
-  return false;
-#endif
-}
-
 }  // namespace
 
 TEST(CommandLine, TellsHowItIsUsed) {
@@ -151,7 +143,7 @@ TEST(Service, AWorkerThatEndsLeavesTheServiceIdleUntilItIsClosed) {
 }
 
 TEST(Service, RegistersWithTheRebootWatchdog) {
-  if (SanitizersNeedProc()) {
+  if (Sanitized()) {
     GTEST_SKIP() << "sanitizers need a real /proc";
   }
   ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
@@ -165,7 +157,7 @@ TEST(Service, ClosesUnderLoadAtAnyMomentWithoutLosingALine) {
   std::mt19937 random(1);
   for (const char* mode : {"mmap", "factory"}) {
     ConfigureStream(mode, 8, 1000);
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < Rounds(40); ++round) {
       std::filesystem::remove_all("/data/log");
       const KernelLoad load;
       Daemon daemon({"-b", "test"});
@@ -186,7 +178,7 @@ TEST(Service, ClosesUnderLoadAtAnyMomentWithoutLosingALine) {
 
 TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
   std::mt19937 random(2);
-  for (int round = 0; round < 25; ++round) {
+  for (int round = 0; round < Rounds(100); ++round) {
     std::filesystem::remove_all("/data/log");
     ConfigureStream(round % 2 == 0 ? "mmap" : "factory", 64, round % 2 == 0 ? 1000 : 15);
     {
@@ -210,7 +202,7 @@ TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
     } else {
       const std::string archive = "/data/log/t/cat-0.tar.gz";
       EXPECT_FALSE(std::filesystem::exists("/data/log/t/cat.5"));
-      EXPECT_FALSE(std::filesystem::exists("/data/log/t/cat_tmp"));
+      EXPECT_TRUE(List("/data/log/t/cat_tmp").empty());
       if (std::filesystem::exists(archive)) {
         EXPECT_EQ(system(("gzip -t " + archive).c_str()), 0);
       }
@@ -240,7 +232,7 @@ TEST(Service, AFullDiskLeavesWhatWasKeptReadable) {
 }
 
 TEST(Service, StaysSmall) {
-  if (SanitizersNeedProc()) {
+  if (Sanitized()) {
     GTEST_SKIP() << "sanitizers take memory of their own";
   }
   const KernelLog kernel;

@@ -251,7 +251,7 @@ TEST(Quil, LosesNothingBetweenWritersFlushesAndSwitches) {
 }
 
 TEST(Quil, EndsItsTimerAtAnyMoment) {
-  for (int i = 0; i < 300; ++i) {
+  for (int i = 0; i < Rounds(300); ++i) {
     Quil writer;
     writer.SetOutputPath(kPath);
     writer.Write("text", 4);
