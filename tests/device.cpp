@@ -172,7 +172,7 @@ Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> envi
     }
     const int fd = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(fd, STDERR_FILENO);
-    close(fd);
+    close_range(STDERR_FILENO + 1, ~0u, 0);  // also what the test itself was given
     if (descriptors != nullptr) {
       setrlimit(RLIMIT_NOFILE, descriptors);
     }
