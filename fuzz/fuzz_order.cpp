@@ -47,7 +47,7 @@ void AddRun(FuzzedDataProvider& bytes, std::set<std::string>& names) {
   const int size = bytes.ConsumeIntegralInRange(0, 255);
   const int second = bytes.ConsumeIntegralInRange(100000, 100255);
   const int step = bytes.ConsumeIntegralInRange(-2, 2);
-  for (int i = 0; i <= (size < 240 ? size % 16 : (size - 239) * 63); ++i) {
+  for (int i = 0; i <= (size < 240 ? size % 16 : (size - 239) * 16); ++i) {
     names.insert(IndexedName(Digits("%03d", (first + i) % 1000), Digits("20240131-%06d", second + i * step)));
   }
 }
@@ -57,7 +57,7 @@ Names Directory(const uint8_t* data, size_t size) {
   FuzzedDataProvider bytes(data, size);
   const auto stamp = [&bytes] { return Digits("20240131-%06d", bytes.ConsumeIntegralInRange(100000, 100255)); };
   std::set<std::string> names;
-  while (bytes.remaining_bytes() > 0 && names.size() < 200) {
+  while (bytes.remaining_bytes() > 0 && names.size() < 64) {
     switch (bytes.ConsumeIntegralInRange(0, 6)) {
       case 0:
         names.insert(IndexedName(bytes.PickValueInArray(kIndexTexts), stamp()));

@@ -30,7 +30,7 @@ using namespace QuilCommon;
 namespace {
 
 constexpr size_t kMostText = 8191;    // of a line, read or written
-constexpr size_t kMostInput = 65536;  // keeps a run short
+constexpr size_t kMostInput = 32768;  // keeps a run short
 constexpr suseconds_t kClockStep = 43217;
 
 FILE* sink;  // takes the daemon's complaints
