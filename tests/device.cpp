@@ -225,9 +225,7 @@ std::string Daemon::Title() const {
 // Reading too, so that the fifo has a writer and a reader whatever the daemon does.
 KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
   // A child of a daemon that has just ended may have kept the fifo, and with it old lines.
-  char old[4096];
-  while (read(fd, old, sizeof old) > 0) {
-  }
+  ReadAll();
 }
 KernelLog::~KernelLog() {
   close(fd);
@@ -235,6 +233,15 @@ KernelLog::~KernelLog() {
 
 bool KernelLog::Write(const std::string& text) const {
   return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+std::string KernelLog::ReadAll() const {
+  std::string text;
+  char piece[4096];
+  for (ssize_t size; (size = read(fd, piece, sizeof piece)) > 0;) {
+    text.append(piece, static_cast<size_t>(size));
+  }
+  return text;
 }
 
 bool KernelLog::IsDrained() const {

@@ -77,6 +77,8 @@ class KernelLog {
   ~KernelLog();
   /// False when the node's reader is slow and `text` did not fit any more.
   bool Write(const std::string& text) const;
+  /// Takes what nobody has read.
+  std::string ReadAll() const;
   /// True when the node's reader has taken everything.
   bool IsDrained() const;
   /// Line i of the test's numbered kernel log, with a line feed.
@@ -96,9 +98,14 @@ class KernelLoad {
           for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
           }
         }) {}
-  ~KernelLoad() {
+  ~KernelLoad() { Unread(); }
+  /// Ends the load and returns what nobody has read.
+  std::string Unread() {
     done = true;
-    feeder.join();
+    if (feeder.joinable()) {
+      feeder.join();
+    }
+    return kernel.ReadAll();
   }
 
  private:

@@ -173,6 +173,18 @@ TEST(Faults, EightGroupsCloseUnderStress) {
   }
 }
 
+/// A mistake in a configuration: they clean each other up, but neither empties the file that the other has mapped.
+TEST(Faults, TwoCollectorsOfOneOutputLive) {
+  ConfigureStream("mmap", 1, 50);
+  const KernelLoad load;
+  Daemon first({"-b", "test"});
+  Daemon second({"-b", "test"});
+  usleep(700000);
+  EXPECT_EQ(first.Close(), 12);
+  EXPECT_EQ(second.Close(), 12);
+  DecodeAll(IndexedFiles(kDirectory));
+}
+
 TEST(Faults, DirectoryOpeningsLoseAndDelayNoLine) {
   ConfigureStream("mmap", 8, 1000);
   const KernelLog kernel;

@@ -10,17 +10,16 @@
 
 namespace {
 
-/// Makes `call` until it gives something else than an interruption, or until the thread is asked to stop.
+/// Makes `call` until it gives something else than an interruption, or until the thread is asked to stop. Once at
+/// least: what does not block is still to be done then, and what does is interrupted again.
 template <typename Call>
 auto Repeat(Call call) -> decltype(call()) {
-  while (!ThreadBase::currentStopRequested()) {
+  while (true) {
     const auto result = call();
-    if (result != -1 || errno != EINTR) {
+    if (result != -1 || errno != EINTR || ThreadBase::currentStopRequested()) {
       return result;
     }
   }
-  errno = EINTR;
-  return -1;
 }
 
 }  // namespace

@@ -5,7 +5,8 @@
 #include <sys/types.h>
 
 /// Calls that block, for threads that can be asked to stop (ThreadBase). Each repeats the system call when a signal
-/// interrupts it, unless the calling thread was asked to stop: then it fails with EINTR. Any thread may call them.
+/// interrupts it, unless the calling thread was asked to stop: then it fails with EINTR. A call that does not block is
+/// made even then. Any thread may call them.
 
 /// open(2) for reading, close-on-exec. The descriptor, owned by the caller, or -1.
 int openNode(const char* path);

@@ -225,7 +225,8 @@ int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) 
 }
 
 int Quilbase::writeFailureColumn(size_t width, bool lineDone) {
-  return width == 0 ? 1 : writeColumn("Read Fail", width, lineDone);
+  // A read that a stop broke off says nothing about the node.
+  return width == 0 || ThreadBase::currentStopRequested() ? 1 : writeColumn("Read Fail", width, lineDone);
 }
 
 int Quilbase::writeColumn(const char* text, size_t width, bool lineDone) {

@@ -49,6 +49,9 @@ class Quilbase {
   /// Brings all text to the file (mmap mode), or closes the file (factory mode).
   void logcatClose();
 
+  /// Brings all text to the file unless the writer is in use; for a collector whose worker is stuck. Any thread.
+  void flushUnlessBusy();
+
   /// Writes `text` as a column: left-aligned, blank-filled to `width` characters, at its own length when that is 0.
   int logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone);
 
@@ -120,6 +123,7 @@ class Quilbase {
   void closeLogFd();
   void startFile();
   bool formIndexedPath();
+  bool formPath(int32_t index);
   std::string indexField(PathIterator name) const;
   std::string timeStampField(PathIterator name) const;
   bool scanEntry(const char* directory, const char* name, int32_t mode);

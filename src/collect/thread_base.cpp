@@ -2,13 +2,12 @@
 
 #include <signal.h>
 #include <stdlib.h>
-#include <time.h>
+
+#include <thread>
 
 #include "safestr/safestr.h"
 
 namespace {
-
-constexpr timespec kWakePeriod = {0, 2'000'000};
 
 thread_local const ThreadBase* currentThread = nullptr;
 
@@ -58,12 +57,18 @@ void ThreadBase::requestStop() {
   stopRequested = true;
 }
 
+void ThreadBase::wake() {
+  if (!hasEnded()) {
+    pthread_kill(*thread, SIGRTMIN);
+  }
+}
+
 bool ThreadBase::stop(Clock::time_point deadline) {
   requestStop();
   // The signal can arrive just before the thread blocks, hence again and again.
   while (!hasEnded() && Clock::now() < deadline) {
-    pthread_kill(*thread, SIGRTMIN);
-    nanosleep(&kWakePeriod, nullptr);
+    wake();
+    std::this_thread::sleep_for(kWakePeriod);
   }
   if (!hasEnded()) {
     return false;

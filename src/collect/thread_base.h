@@ -34,6 +34,10 @@ class ThreadBase {
   void requestStop();
 
   using Clock = std::chrono::steady_clock;
+  static constexpr std::chrono::milliseconds kWakePeriod{2};
+
+  /// Interrupts the call in which the thread is blocked, if it runs.
+  void wake();
 
   /// Asks the thread to stop, wakes it until it has ended, and joins it. False: it had not ended by `deadline` and is
   /// still running.

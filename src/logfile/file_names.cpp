@@ -16,7 +16,7 @@ using namespace QuilCommon;
 
 namespace {
 
-constexpr uint32_t kMostIndex = 999;
+constexpr uint32_t kMostIndex = FileNames::kIndexes - 1;
 
 /// The indexes of a list in order of name, taken as runs of consecutive numbers; 0 follows 999.
 class IndexRuns {

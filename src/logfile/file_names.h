@@ -7,6 +7,7 @@
 /// bytes.
 namespace FileNames {
 
+constexpr int32_t kIndexes = 1000;  ///< 000 to 999
 constexpr uint32_t kIndexOffset = 2;
 constexpr uint32_t kIndexLength = 3;
 constexpr uint32_t kTimeStampOffset = 6;

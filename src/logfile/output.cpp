@@ -11,6 +11,7 @@
 #include "collect/monitor_dir.h"
 #include "collect/quilbase.h"
 #include "logfile/directory_part.h"
+#include "logfile/file_names.h"
 #include "logfile/owner.h"
 #include "mmaplog/quil.h"
 #include "safestr/safestr.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kFileMode = 0664;
+constexpr mode_t kNewFileMode = 0700;
 constexpr size_t kDirectoryTextSize = 256;
 constexpr size_t kLongestDirectory = kDirectoryTextSize - 2;  // a "/" and the terminator have room behind it
 
@@ -34,6 +36,17 @@ void MakeLink(const char* target, const char* path) {
   if (path == nullptr || symlink(target, path) != 0) {
     fprintf(stderr, "refreshSymlink symlink [%s] fail\n", target);
   }
+}
+
+/// Makes the file at `path` if none stands there. False: one does. A name can be taken when the list of files is not
+/// complete, or when another collector has the same output; its file must not be emptied under its mapping.
+bool MakeNewFile(const char* path) {
+  const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
+  if (fd >= 0) {
+    close(fd);
+    return true;
+  }
+  return errno != EEXIST && access(path, F_OK) != 0;
 }
 
 /// Makes one level of a directory path. False: reported.
@@ -181,7 +194,19 @@ void Quilbase::openLogFile() {
 
 /// Puts the path of a new indexed file into logFilePath. False: no memory, the old path stays.
 bool Quilbase::formIndexedPath() {
-  const int32_t index = get_newLogFileIndex(logFileVec);
+  const int32_t first = get_newLogFileIndex(logFileVec);
+  for (int32_t i = 0; i < FileNames::kIndexes; ++i) {
+    if (!formPath((first + i) % FileNames::kIndexes)) {
+      return false;
+    }
+    if (MakeNewFile(logFilePath)) {
+      break;
+    }
+  }
+  return true;
+}
+
+bool Quilbase::formPath(int32_t index) {
   char* timeStamp = getTimeStamp();
   char* path = nullptr;
   const bool formed = timeStamp != nullptr && asprintf(&path, "%s.I%03d.%s.gz", outputFilePath, index, timeStamp) >= 0;
@@ -282,5 +307,11 @@ void Quilbase::logcatClose() {
     closeLogFd();
   } else if (mmapWriter != nullptr) {
     mmapWriter->Flush();
+  }
+}
+
+void Quilbase::flushUnlessBusy() {
+  if (mmapWriter != nullptr) {
+    mmapWriter->FlushUnlessBusy();
   }
 }

@@ -8,10 +8,11 @@
 namespace Service {
 
 /// Takes `info`, borrowed and filled, as the service, and starts a collector for each of its groups. A group whose
-/// collector cannot be made or started is reported and skipped.
+/// collector cannot be made or started is reported and skipped. SIGUSR2 waits from here on until its handler is
+/// installed.
 void start(QuilCommon::QuilcatInfo_t* info);
 
-/// Installs closequilcats() for SIGUSR2.
+/// Installs closequilcats() for SIGUSR2, which the main thread alone takes.
 void installCloseHandler();
 
 /// Waits until every collector has ended, then destroys them and releases the record, and goes on waiting for the close

@@ -89,8 +89,13 @@ bool LogMmap::FillSegment(uint64_t offset) {
 
 void LogMmap::UndoExtension() {
   reservedSize -= kSegmentSize;
-  if (ftruncate(fd, static_cast<off_t>(reservedSize)) != 0) {
-    fprintf(stderr, "failed setting file size\n");
+  Shorten(reservedSize);
+}
+
+/// Cuts the file. A failure leaves zeros behind the text, which do no harm.
+void LogMmap::Shorten(uint64_t size) const {
+  if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
+    return;
   }
 }
 
@@ -131,9 +136,7 @@ void LogMmap::CloseFile() {
   if (fd < 0) {
     return;
   }
-  if (ftruncate(fd, static_cast<off_t>(writtenSize)) != 0) {
-    fprintf(stderr, "failed setting file size\n");
-  }
+  Shorten(writtenSize);
   close(fd);
   fd = -1;
 }

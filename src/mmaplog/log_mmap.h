@@ -33,6 +33,7 @@ class LogMmap {
   bool mmap_file();
   bool FillSegment(uint64_t offset);
   void UndoExtension();
+  void Shorten(uint64_t size) const;
   void ReleaseSegment();
   void CloseFile();
 

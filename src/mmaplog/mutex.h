@@ -17,6 +17,7 @@
 #define REQUIRES(...) QUIL_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) QUIL_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) QUIL_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define TRY_ACQUIRE(...) QUIL_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define RELEASE(...) QUIL_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 
 /// A pthread_mutex_t, statically initialised, whose holder the compiler can follow.
@@ -28,6 +29,7 @@ class CAPABILITY("mutex") Mutex {
   ~Mutex() { pthread_mutex_destroy(&mutex); }
 
   void Lock() ACQUIRE() { pthread_mutex_lock(&mutex); }
+  bool TryLock() TRY_ACQUIRE(true) { return pthread_mutex_trylock(&mutex) == 0; }
   void Unlock() RELEASE() { pthread_mutex_unlock(&mutex); }
 
  private:

@@ -61,6 +61,13 @@ void Quil::Flush() {
   buffer->Flush();
 }
 
+void Quil::FlushUnlessBusy() {
+  if (writerLock.TryLock()) {
+    buffer->Flush();
+    writerLock.Unlock();
+  }
+}
+
 void* Quil::timer_thread(void* writer) {
   struct sigaction action = {};
   action.sa_handler = thread_exit_handler;

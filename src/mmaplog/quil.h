@@ -36,6 +36,9 @@ class Quil {
   /// Brings all pending text to the current file.
   void Flush() EXCLUDES(writerLock);
 
+  /// The same, but nothing when another thread is using the writer, since that may be stuck.
+  void FlushUnlessBusy() EXCLUDES(writerLock);
+
  private:
   static void* timer_thread(void* writer);
   static void thread_exit_handler(int signalNumber);
