@@ -209,7 +209,12 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  return WaitFor([this] { return IsClosable(); });
+  const bool running = WaitFor([this] { return IsClosable(); });
+#ifdef __SANITIZE_THREAD__
+  // This sanitizer's own handler can lose a signal that comes in the first millisecond.
+  usleep(50000);
+#endif
+  return running;
 }
 
 int Daemon::Close() {
