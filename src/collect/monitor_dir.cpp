@@ -9,7 +9,7 @@
 
 #include "collect/interruptible.h"
 #include "collect/quilbase.h"
-#include "safestr/safestr.h"
+#include "logfile/directory_part.h"
 
 const char* DMD_FOLDER = "/data/log/dmd_log";
 
@@ -33,18 +33,13 @@ MonitorDir::~MonitorDir() {
 }
 
 void MonitorDir::GetDir(const char* path) {
-  const char* end = path != nullptr ? strrchr(path, '/') : nullptr;
-  if (end == nullptr) {
+  if (path == nullptr || strchr(path, '/') == nullptr) {
     return;
   }
-  const size_t length = static_cast<size_t>(end - path);
-  dirPath = static_cast<char*>(malloc(length + 1));
+  dirPath = copyDirectoryPart(path);
   if (dirPath == nullptr) {
     fprintf(stderr, "malloc memory fail when get dir.\n");
-    return;
   }
-  memset_s(dirPath, length + 1, 0, length + 1);
-  strncpy_s(dirPath, length + 1, path, length);
 }
 
 void MonitorDir::SetupLogBase(Quilbase* collector) {

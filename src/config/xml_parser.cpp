@@ -12,13 +12,13 @@ namespace {
 /// Points `*function` to what the library calls `name`; null when it has no such function.
 template <typename Function>
 bool LookUp(const char* name, Function* function) {
-  *function = reinterpret_cast<Function>(dlsym(xmlParser.library, name));
+  *function = reinterpret_cast<Function>(dlsym(xmlParser.handle, name));
   return *function != nullptr;
 }
 
 bool LoadLibrary() {
-  xmlParser.library = dlopen("/system/lib64/libxml2.so", RTLD_LAZY);
-  return xmlParser.library != nullptr && LookUp("xmlParseFile", &xmlParser.parseFile) &&
+  xmlParser.handle = dlopen("/system/lib64/libxml2.so", RTLD_LAZY);
+  return xmlParser.handle != nullptr && LookUp("xmlParseFile", &xmlParser.parseFile) &&
          LookUp("xmlDocGetRootElement", &xmlParser.docGetRootElement) && LookUp("xmlFreeDoc", &xmlParser.freeDoc) &&
          LookUp("xmlGetProp", &xmlParser.getProp) && LookUp("xmlStrcmp", &xmlParser.compare);
 }
@@ -34,8 +34,8 @@ int QuilConfig::initLibxml2() {
 }
 
 void releaseLibxml2() {
-  if (xmlParser.library != nullptr) {
-    dlclose(xmlParser.library);
+  if (xmlParser.handle != nullptr) {
+    dlclose(xmlParser.handle);
   }
   xmlParser = {};
 }

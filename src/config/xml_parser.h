@@ -9,7 +9,7 @@
 ///
 /// All members are null except while QuilConfig::parse_config_file runs. Main thread only.
 struct XmlParser {
-  void* library;
+  void* handle;
   decltype(&xmlParseFile) parseFile;
   decltype(&xmlDocGetRootElement) docGetRootElement;
   decltype(&xmlFreeDoc) freeDoc;
