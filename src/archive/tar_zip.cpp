@@ -148,7 +148,7 @@ void tar_zip_dir_recursive(gzFile archive, const char* directory, const char* pr
 
   DIR* stream = opendir(directory);
   if (stream == nullptr) return;
-  while (const struct dirent* entry = readdir(stream)) {  // NOLINT(concurrency-mt-unsafe): no other thread has it
+  while (const struct dirent* entry = readdir(stream)) {
     const char* name = entry->d_name;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
     const size_t room = sizeof(path) - length;

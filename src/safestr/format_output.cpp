@@ -441,7 +441,7 @@ void Formatter::WriteInteger(uint64_t value, unsigned base, const char* digits, 
 // As wctomb, without the state that the C library shares between threads. Gives -1 for what does not convert.
 int PutWide(char* bytes, wchar_t wide) {
   mbstate_t state{};
-  return static_cast<int>(wcrtomb(bytes, wide, &state));  // NOLINT(concurrency-mt-unsafe): the state is our own
+  return static_cast<int>(wcrtomb(bytes, wide, &state));
 }
 
 void Formatter::ConvertChar(char type) {
