@@ -155,6 +155,17 @@ std::string DecodeAll(const std::vector<std::string>& paths) {
   return text;
 }
 
+std::string FactoryText(const std::string& output) {
+  const std::string script = "exec > /tmp/factory-text 2> /dev/null; o=" + output +
+                             "; b=${o##*/};"
+                             "for archive in 4 3 2 1 0; do"
+                             "  for file in 5 4 3 2 1; do tar xzOf $o-$archive.tar.gz $b.$file; done;"
+                             "done;"
+                             "cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; exit 0";
+  EXPECT_EQ(system(script.c_str()), 0);
+  return ReadFile("/tmp/factory-text");
+}
+
 Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment, const char* program,
                const rlimit* descriptors) {
   static int count = 0;

@@ -44,6 +44,9 @@ Decoded Decode(const std::string& path);
 /// The text of several files in that order; a file that is not sound fails the test.
 std::string DecodeAll(const std::vector<std::string>& paths);
 
+/// The text of factory mode's archives, rotated files and live file at `output`, oldest first.
+std::string FactoryText(const std::string& output);
+
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:

@@ -11,56 +11,32 @@
 #include <vector>
 
 #include "../fuzz/format_case.h"
-#include "safestr/format_output.h"
 
-// A sanitizer needs more address space than a process short of memory has.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define UNDER_SANITIZER
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define UNDER_SANITIZER
-#endif
-#endif
+// Present under a sanitizer, which needs more address space than a process short of memory has.
+extern "C" [[gnu::weak]] void __asan_init();
+extern "C" [[gnu::weak]] void __tsan_init();
 
 namespace {
 
-constexpr char kUntouched = 'x';
 const size_t kTooLarge = safestr::kMaxSize + 1;
 
-// vsnprintf_s for formats that the compiler must not check, into a buffer that is watched behind its end.
-struct Printed {
-  int result;
-  std::string text;
-  bool operator==(const Printed& other) const { return result == other.result && text == other.text; }
-};
-
-std::ostream& operator<<(std::ostream& out, const Printed& printed) {
-  return out << printed.result << " \"" << printed.text << '"';
-}
-
-Printed VPrint(size_t dest_max, size_t count, const char* format, va_list ap) {
-  std::string buffer(dest_max + 8, kUntouched);
+// What vsnprintf_s prints for a format that the compiler must not check, behind "-1 " when that is its result; the
+// buffer is watched behind its end.
+std::string Print(size_t dest_max, size_t count, const char* format, ...) {
+  std::string buffer(dest_max + 8, 'x');
+  va_list ap;
+  va_start(ap, format);
   const int result = vsnprintf_s(buffer.data(), dest_max, count, format, ap);
-  EXPECT_EQ(buffer.substr(dest_max), std::string(8, kUntouched)) << format;
-  EXPECT_NE(memchr(buffer.data(), 0, dest_max), nullptr) << format;
-  return {result, std::string(buffer.data(), result >= 0 ? static_cast<size_t>(result) : strlen(buffer.data()))};
+  va_end(ap);
+  EXPECT_EQ(buffer.substr(dest_max), "xxxxxxxx") << format;
+  EXPECT_EQ(buffer.find('\0'), result < 0 ? strlen(buffer.data()) : static_cast<size_t>(result)) << format;
+  return (result < 0 ? std::to_string(result) + ' ' : "") + buffer.c_str();
 }
 
-Printed Print(size_t dest_max, size_t count, const char* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  const Printed printed = VPrint(dest_max, count, format, ap);
-  va_end(ap);
-  return printed;
-}
-
-// The text alone, "<error>" for -1.
-std::string Format(const char* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  const Printed printed = VPrint(2048, 2047, format, ap);
-  va_end(ap);
-  return printed.result < 0 && printed.text.empty() ? "<error>" : printed.text;
+// With room for all.
+template <typename... Arguments>
+std::string Format(const char* format, Arguments... arguments) {
+  return Print(8192, 8191, format, arguments...);
 }
 
 TEST(BoundedString, CopyCodes) {
@@ -72,12 +48,9 @@ TEST(BoundedString, CopyCodes) {
     const char* left;
   } cases[] = {{4, "abcdef", 3, 0, "abc"},
                {4, "abcdef", 4, 162, ""},
-               {4, "abc", 4, 0, "abc"},
                {4, "abc", kTooLarge - 1, 0, "abc"},
                {4, "abc", kTooLarge, 162, ""},
-               {4, "abcd", 4, 162, ""},
                {4, "abcdef", 0, 0, ""},
-               {4, nullptr, 3, 150, ""},
                {4, nullptr, 0, 150, ""},
                {0, "abc", 3, 34, "xxxxxxx"},
                {kTooLarge, "abc", 3, 34, "xxxxxxx"},
@@ -91,9 +64,6 @@ TEST(BoundedString, CopyCodes) {
   }
   EXPECT_EQ(strncpy_s(nullptr, 4, nullptr, 0), 22);
   EXPECT_EQ(strncpy_s(nullptr, 0, "abc", 0), 34);
-  char dest[8] = "xxxxxx";
-  EXPECT_EQ(strncpy_error(dest, 8, "abc", 9), 0);
-  EXPECT_EQ(strncpy_error(dest, 3, "abc", 3), 162);
 }
 
 TEST(BoundedString, CopyOverlap) {
@@ -182,15 +152,12 @@ TEST(BoundedPrint, WhereItIsNotThePlatforms) {
       {Format("%.600d%.600o", 0, 8), digits_512 + digits_512.substr(2) + "10"},
       {Format("%.*5d|%0.*d|%.d", -1, 42, -3, 7, 0), "00042|7|"},
       {Format("%llf|%lf|%Lf|%qf", 1.5, 2.5, 3.5L, 4.5L), "1.500000|2.500000|3.500000|4.500000"},
-      {Format("%*.*f|%.*e|%.*g", 8, 2, 3.14159, -1, 1.0, 0, 12.0), "    3.14|1.000000e+00|1e+01"},
       {Format("<%*f|%*-*f>", -10, 1.5, 1, 2, 1.5), "<  1.500000|>"},
       {Format("<%.*f|%.*Lf>%d", INT_MAX - 348, 1.5, INT_MAX - 4971, 1.5L, 7), "<|>7"},
       {Format("%.0000000000021474836d", 1), digits_512.substr(1) + '1'},
       {Format("%00000000000000000000000009.2f|", 1.5), "000001.50|"},
       {Format("%ls|%lc|%-8.2S|%S|%hC%5hhs", L"wide", L'w', L"abc", nullptr, 0x100 + 'h', "n"),
        "wide|w|ab      |(null)|h    n"},
-      {Format("a%%b%%"), "a%b%"},
-      {Format(""), ""},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected);
 }
@@ -199,100 +166,39 @@ TEST(BoundedPrint, FormatErrors) {
   for (const char* format : {"%n",     "%a",   "%A",   "%5%",   "%-%",   "%l%",         "%5k",          "%",     "%5",
                              "text%-", "%.",   "%.5",  "%l",    "%1$d",  "%'d",         "%.-5d",        "%..5d", "%*",
                              "%.*",    "%5*d", "%l5d", "%h.5d", "%\x80", "%214748370d", "%.214748370d", "%*0d"}) {
-    EXPECT_EQ(Print(64, 63, format, INT_MAX), (Printed{-1, ""})) << format;
+    EXPECT_EQ(Format(format, INT_MAX), "-1 ") << format;
   }
-  EXPECT_EQ(Print(64, 63, nullptr), (Printed{-1, ""}));
+  EXPECT_EQ(Format(nullptr), "-1 ");
 }
 
-TEST(BoundedPrint, NumbersAtTheirLimits) {
-  EXPECT_EQ(Print(64, 4, "%214748369d", 5), (Printed{-1, "    "}));
-  EXPECT_EQ(Print(64, 4, "%-*d", INT_MAX, 5), (Printed{-1, "5   "}));
-  EXPECT_EQ(Print(64, 4, "%*d", INT_MIN, 5), (Printed{-1, "5   "}));
-  EXPECT_EQ(Print(64, 4, "%.214748369s%n", "ab"), (Printed{-1, ""}));
-  EXPECT_EQ(Print(64, 4, "%.214748369s%n", "abcdef"), (Printed{-1, "abcd"}));  // the room ended first
+TEST(BoundedPrint, CutsAtTheEndOfTheRoomUnlessTheFormatIsWrongBefore) {
+  EXPECT_EQ(Print(64, 4, "%214748369d%n", 5), "-1     ");
+  EXPECT_EQ(Print(64, 4, "%-*d%n", INT_MAX, 5), "-1 5   ");
+  EXPECT_EQ(Print(64, 4, "%*d", INT_MIN, 5), "-1 5   ");
+  EXPECT_EQ(Print(64, 4, "%.214748369s%n", "abcde"), "-1 ");  // the byte kept for the terminator is room
+  EXPECT_EQ(Print(64, 4, "%.214748369s%n", "abcdef"), "-1 abcd");
+  EXPECT_EQ(Print(64, 4, "%s%%", "abcd"), "-1 abcd");
 }
 
-TEST(BoundedPrint, EveryEndOfTheRoom) {
-  const std::string all = "   42|text|ff    |0x1|1.250|-0007|%(nil)";
-  const auto print = [](size_t dest_max, size_t count) {
-    return Print(dest_max, count, "%5d|%s|%-6x|%#x|%.3f|%05d|%%%p", 42, "text", 255, 1, 1.25, -7, nullptr);
-  };
-  const Printed complete = {static_cast<int>(all.size()), all};
-  for (size_t dest_max = 1; dest_max < all.size() + 3; ++dest_max) {
-    for (size_t count = 0; count < all.size() + 4; ++count) {
-      const bool fits = all.size() <= std::min(count, dest_max - 1);
-      const Printed cut = {-1, count < dest_max ? all.substr(0, count) : ""};
-      ASSERT_EQ(print(dest_max, count), fits ? complete : cut) << dest_max << ' ' << count;
-    }
-    ASSERT_EQ(print(dest_max, SIZE_MAX), all.size() < dest_max ? complete : (Printed{-1, ""})) << dest_max;
-  }
-}
-
-TEST(BoundedPrint, EntryPoints) {
+TEST(BoundedPrint, SizesAndEntryPoints) {
   char buffer[] = "xxxxxxxxx";
   EXPECT_EQ(sprintf_s(buffer, 8, "%s-%d", "abcd", 12), 7);
   EXPECT_STREQ(buffer, "abcd-12");
   EXPECT_EQ(sprintf_s(buffer, 8, "%s-%d", "abcd", 123), -1);
   EXPECT_EQ(std::string(buffer, 9), std::string("\0bcd-12\0x", 9));
-  EXPECT_EQ(snprintf_s(buffer, 8, 8, "%d", 5), 1);
+  strcpy(buffer, "yyyyyyyyy");
+  EXPECT_EQ(snprintf_s(buffer, 0, 0, "%d", 5), -1);
+  EXPECT_EQ(sprintf_s(buffer, 0, "%d", 5), -1);
   EXPECT_EQ(snprintf_s(nullptr, 8, 7, "%d", 5), -1);
+  EXPECT_STREQ(buffer, "yyyyyyyyy");
+  EXPECT_EQ(snprintf_s(buffer, 8, SIZE_MAX, "%d", 5), 1);
+  EXPECT_EQ(std::string(buffer, 9), std::string("5\0yyyyy\0y", 9));  // the last byte too is cleared
   const size_t refused[][2] = {{kTooLarge, 7}, {8, safestr::kMaxSize}, {8, SIZE_MAX - 1}};
   for (const auto& size : refused) {
     strcpy(buffer, "y");
     EXPECT_EQ(snprintf_s(buffer, size[0], size[1], "%d", 5), -1);
     EXPECT_STREQ(buffer, "") << size[0] << ' ' << size[1];
   }
-  strcpy(buffer, "yyyyyyyyy");
-  EXPECT_EQ(snprintf_s(buffer, 0, 0, "%d", 5), -1);
-  EXPECT_EQ(sprintf_s(buffer, 0, "%d", 5), -1);
-  EXPECT_STREQ(buffer, "yyyyyyyyy");
-  EXPECT_EQ(snprintf_s(buffer, 8, SIZE_MAX, "%d", 5), 1);
-  EXPECT_EQ(std::string(buffer, 9), std::string("5\0yyyyy\0y", 9));  // the last byte too is cleared
-}
-
-// What a caller of the engine can tell apart: no room for the text, none for the terminator, a wrong format.
-TEST(FormatEngine, RoomAndResult) {
-  const struct {
-    size_t size;
-    const char* format;
-    int result;
-    std::string left;
-  } cases[] = {{8, "%s%%", 5, {"abcd%\0xxx", 9}},  {5, "%s%%", -2, {"abcd\0xxxx", 9}},
-               {3, "%s%%", -2, {"ab\0xxxxxx", 9}}, {8, "%s%n", -1, {"abcdxxx\0x", 9}},
-               {4, "%s%n", -1, {"abc\0xxxxx", 9}}, {3, "%s%n", -2, {"ab\0xxxxxx", 9}},
-               {8, "%-9s", -2, {"abcd   \0x", 9}}};
-  for (const auto& c : cases) {
-    char buffer[] = "xxxxxxxxx";
-    const auto print = [&buffer](size_t size, const char* format, ...) {
-      va_list ap;
-      va_start(ap, format);
-      const int result = vsnprintf_helper(buffer, size, format, ap);
-      va_end(ap);
-      return result;
-    };
-    EXPECT_EQ(print(c.size, c.format, "abcd"), c.result) << c.format << ' ' << c.size;
-    EXPECT_EQ(std::string(buffer, 9), c.left) << c.format << ' ' << c.size;
-  }
-}
-
-TEST(FormatEngine, PrimitivesStopAtTheFirstByteWithoutRoom) {
-  char buffer[] = "xxxxxxxx";
-  OutputCursor out = {1, buffer};
-  int written = 0;
-  write_char_a('a', &out, &written);
-  EXPECT_EQ(out.remaining, 0);
-  out.remaining = 4;
-  write_multi_char_a('b', 2, &out, &written);
-  write_multi_char_a('c', 0, &out, &written);
-  write_string_a("d", -1, &out, &written);
-  EXPECT_EQ(written, 3);
-  write_string_a("efgh", 4, &out, &written);
-  EXPECT_EQ(written, -1);
-  EXPECT_EQ(out.remaining, -1);
-  EXPECT_EQ(out.cur, buffer + 5);
-  write_multi_char_a('i', 3, &out, &written);
-  EXPECT_EQ(out.remaining, -2);
-  EXPECT_STREQ(buffer, "abbefxxx");
 }
 
 TEST(FormatEngine, WideTextInUtf8) {
@@ -300,20 +206,19 @@ TEST(FormatEngine, WideTextInUtf8) {
   constexpr wchar_t kLone[] = {0xD800, 0};  // half of a pair: no character
   EXPECT_EQ(Format("%4ls|%-4.2S|%ws|%C", L"äö", L"äöü", L"€", L'€'), "  äö|äö  |€|€");
   EXPECT_EQ(Format("a%8lcb%d", 0xD800, 5), "ab5");
-  EXPECT_EQ(Format("a%-8lsb", kLone), "<error>");
-  EXPECT_EQ(Print(64, 2, "%lsb", L"€"), (Printed{-1, "\xE2\x82"}));
+  EXPECT_EQ(Format("a%-8lsb", kLone), "-1 ");
+  EXPECT_EQ(Print(64, 2, "%lsb", L"€"), "-1 \xE2\x82");
 }
 
 TEST(FormatEngine, FloatBuffersFromTheHeap) {
   EXPECT_EQ(Format("%.300f%600.1f", 0.5, 2.5), "0.5" + std::string(299 + 597, '0').replace(299, 597, 597, ' ') + "2.5");
   // A platform prints what it does not know, however long; that is no number and has no room here.
   EXPECT_EQ(Format(("a%" + std::string(400, 'N') + "fb").c_str(), 0.5), "ab");
-  EXPECT_EQ(Print(8192, 8191, "%Lf", 1.5e4000L).result, 4008);
-#ifndef UNDER_SANITIZER
+  EXPECT_EQ(Format("%Lf", 1.5e4000L).size(), 4008u);
+  if (__asan_init != nullptr || __tsan_init != nullptr) return;
   const rlimit limit = {size_t{1} << 30, size_t{1} << 30};
   ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
   EXPECT_EQ(Format("a%.*fb%*ec%d", 2000000000, 0.5, 2000000000, 0.5, 7), "abc7");
-#endif
 }
 
 TEST(FormatEngine, PrintsAsThePlatformDoes) {
