@@ -33,7 +33,8 @@ void MountSmallDisk(const std::string& directory, int kilobytes);
 /// What a call writes to standard error.
 std::string StandardErrorOf(const std::function<void()>& call);
 
-/// The text of a mapped log file: its complete gzip members, up to the zero bytes that an open file ends in.
+/// The text of a mapped log file: its complete gzip members, up to the zero bytes that an open file ends in, or up to a
+/// member that a kill broke off.
 struct Decoded {
   std::string text;
   int members = 0;

@@ -199,7 +199,14 @@ TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
     Daemon next({"-b", "test"});
     EXPECT_EQ(next.Close(), 12);
     const std::string output = "/data/log/t/cat";
-    const std::string text = mapped ? DecodeAll(IndexedFiles("/data/log/t")) : FactoryText(output);
+    std::string text = mapped ? "" : FactoryText(output);
+    const std::vector<std::string> files = IndexedFiles("/data/log/t");
+    for (size_t i = 0; i < files.size(); ++i) {
+      const Decoded decoded = Decode(files[i]);
+      // The kill may have come while a member was copied into the last file of the first daemon.
+      EXPECT_TRUE(decoded.sound || i + 2 == files.size()) << files[i];
+      text += decoded.text;
+    }
     const std::vector<int> numbers = KernelLog::Numbers(text);
     // No gap, no repetition; a plain file may end in the line that the kill broke off.
     for (size_t i = 1; i + (mapped ? 0 : 1) < numbers.size(); ++i) {
