@@ -124,6 +124,7 @@ class Quilbase {
   void startFile();
   bool formIndexedPath();
   bool formPath(int32_t index);
+  std::string suffixField(PathIterator name, uint32_t offset, uint32_t count) const;
   std::string indexField(PathIterator name) const;
   std::string timeStampField(PathIterator name) const;
   bool scanEntry(const char* directory, const char* name, int32_t mode);

@@ -72,22 +72,21 @@ std::string Quilbase::get_interger_from_iterator(PathIterator name, uint32_t exp
   return name->substr(position, count);
 }
 
-std::string Quilbase::indexField(PathIterator name) const {
+/// The `count` bytes at `offset` behind the output path in an indexed name; empty for any other name.
+std::string Quilbase::suffixField(PathIterator name, uint32_t offset, uint32_t count) const {
   if (outputFilePath == nullptr) {
     return {};
   }
   const auto length = static_cast<uint32_t>(strlen(outputFilePath));
-  return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + FileNames::kIndexOffset,
-                                    FileNames::kIndexLength);
+  return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + offset, count);
+}
+
+std::string Quilbase::indexField(PathIterator name) const {
+  return suffixField(name, FileNames::kIndexOffset, FileNames::kIndexLength);
 }
 
 std::string Quilbase::timeStampField(PathIterator name) const {
-  if (outputFilePath == nullptr) {
-    return {};
-  }
-  const auto length = static_cast<uint32_t>(strlen(outputFilePath));
-  return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + FileNames::kTimeStampOffset,
-                                    FileNames::kTimeStampLength);
+  return suffixField(name, FileNames::kTimeStampOffset, FileNames::kTimeStampLength);
 }
 
 bool Quilbase::sort_by_early_time(std::string first, std::string second) {

@@ -21,9 +21,8 @@ constexpr size_t kMessageSize = PATH_MAX + 64;
   char owner[] = "root:system";
   char* const arguments[] = {command, owner, path, nullptr};
   execvp(command, arguments);
-  if (write(STDERR_FILENO, message, messageLength) < 0) {
-    _exit(-1);
-  }
+  const ssize_t written = write(STDERR_FILENO, message, messageLength);
+  static_cast<void>(written);  // nobody is left to tell
   _exit(-1);
 }
 
