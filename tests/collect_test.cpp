@@ -206,7 +206,7 @@ TEST_F(CollectTest, StopsAWorkerWhereverItWaits) {
   }
   // Without an input, or with one of another style, it ends by itself.
   group.input = nullptr;
-  for (const uint32_t style : {STYLE_NONE, STYLE_MONITOR_NODE, STYLE_MONITOR_DIR, STYLE_POLL_CMD}) {
+  for (const type_style style : {STYLE_NONE, STYLE_MONITOR_NODE, STYLE_MONITOR_DIR, STYLE_POLL_CMD}) {
     group.style = style;
     Make().start();
     EXPECT_TRUE(WaitFor([&] { return collector->hasEnded(); }));

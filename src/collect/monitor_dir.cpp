@@ -7,7 +7,7 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 #include "collect/quilbase.h"
 #include "logfile/directory_part.h"
 

@@ -1,7 +1,7 @@
 #ifndef QUILCAT_COLLECT_MONITOR_DIR_H_
 #define QUILCAT_COLLECT_MONITOR_DIR_H_
 
-#include "collect/thread_base.h"
+#include "thread/thread_base.h"
 
 class Quilbase;
 

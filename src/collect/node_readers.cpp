@@ -7,9 +7,9 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 #include "collect/quilbase.h"
-#include "collect/thread_base.h"
+#include "thread/thread_base.h"
 #include "platform/property.h"
 #include "safestr/safestr.h"
 

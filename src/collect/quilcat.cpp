@@ -5,7 +5,7 @@
 #include <string.h>
 #include <time.h>
 
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 #include "config/records.h"
 #include "safestr/safestr.h"
 

@@ -2,7 +2,7 @@
 #define QUILCAT_COLLECT_QUILCAT_H_
 
 #include "collect/quilbase.h"
-#include "collect/thread_base.h"
+#include "thread/thread_base.h"
 
 /// The collector of one group: its output, and the worker thread that reads its inputs.
 ///

@@ -18,7 +18,7 @@ struct BuiltinNode {
 
 struct BuiltinService {
   const char* name;
-  uint32_t style;
+  type_style style;
   size_t polling_interval;
   const char* output_file_path;
   size_t rotate_size_kbytes;

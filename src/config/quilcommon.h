@@ -18,8 +18,9 @@ enum type_write : uint32_t {
   WRITE_FACTORY = 1,  ///< plain files, rotated through five numbers and then archived
 };
 
-/// What a group reads. The kind of its `input` list follows from it.
-enum : uint32_t {
+/// What a group reads. The kind of its `input` list follows from it. A switch over it names every style and has no
+/// default: the compiler then leads whoever adds one from place to place.
+enum type_style : uint32_t {
   STYLE_NONE = 0,          ///< no style: such a group is invalid
   STYLE_MONITOR_NODE = 1,  ///< streams one node; input: QuilcatInputNodeSet_t chain
   STYLE_MONITOR_DIR = 2,   ///< input: QuilcatStrList_t, the directory, then the picked names
@@ -56,7 +57,7 @@ struct QuilcatInputNodeSet_t {
 struct QuilcatGroup_t {
   size_t polling_interval;  ///< seconds between two polling passes
   size_t failureRetry;      ///< failed reads that are counted before a reader gives up; 0: no retry
-  uint32_t style;
+  type_style style;
   QuilcatInfo_t* info;  ///< borrowed: the service that owns the group
   void* input;          ///< first input record, of the kind that `style` tells
   char* output_file_path;

@@ -61,19 +61,20 @@ void ReadInteger(xmlNode* node, const char* attribute, size_t* field) {
   }
 }
 
+template <typename Code>
 struct Keyword {
   const char* word;
-  uint32_t code;
+  Code code;
 };
 
 /// Stores the code of the keyword that "value" equals; any other text and none leave `*field` alone.
-template <size_t count>
-void ReadKeyword(xmlNode* node, const Keyword (&keywords)[count], uint32_t* field) {
+template <typename Code, size_t count>
+void ReadKeyword(xmlNode* node, const Keyword<Code> (&keywords)[count], Code* field) {
   const AttributeText text = Attribute(node, "value");
   if (text == nullptr) {
     return;
   }
-  for (const Keyword& keyword : keywords) {
+  for (const Keyword<Code>& keyword : keywords) {
     if (xmlParser.compare(text.get(), Xml(keyword.word)) == 0) {
       *field = keyword.code;
     }
@@ -112,7 +113,7 @@ void ReadStringOnce(xmlNode* node, char** field) {
 }
 
 void ReadCpuSet(xmlNode* node, QuilcatInfo_t* info) {
-  static constexpr Keyword kKeywords[] = {{"little", CPU_SET_LITTLE}, {"big", CPU_SET_BIG}};
+  static constexpr Keyword<uint32_t> kKeywords[] = {{"little", CPU_SET_LITTLE}, {"big", CPU_SET_BIG}};
   info->cpu_set = CPU_SET_NONE;
   ReadKeyword(node, kKeywords, &info->cpu_set);
 }
@@ -229,15 +230,15 @@ int QuilConfig::parseQuilcat(xmlNode* service, const char* name, QuilcatInfo_t* 
 }
 
 void QuilConfig::parseXmlNodeWriteMode(xmlNode* node, QuilcatInfo_t* info) {
-  static constexpr Keyword kKeywords[] = {{"mmap", WRITE_MMAP}, {"factory", WRITE_FACTORY}};
+  static constexpr Keyword<type_write> kKeywords[] = {{"mmap", WRITE_MMAP}, {"factory", WRITE_FACTORY}};
   if (node == nullptr || info == nullptr) {
     return;
   }
-  uint32_t mode = WRITE_FACTORY;
+  type_write mode = WRITE_FACTORY;
   if (WriteModeOfDevice() != WRITE_FACTORY) {
     ReadKeyword(node, kKeywords, &mode);
   }
-  info->writeMode = static_cast<type_write>(mode);
+  info->writeMode = mode;
 }
 
 void QuilConfig::parseXmlNodeQuilcatGroup(xmlNode* node, QuilcatInfo_t* info) {
@@ -253,7 +254,7 @@ void QuilConfig::parseXmlNodeQuilcatGroup(xmlNode* node, QuilcatInfo_t* info) {
 }
 
 void QuilConfig::parseXmlNodeLogStyle(xmlNode* node, QuilcatGroup_t* group) {
-  static constexpr Keyword kKeywords[] = {
+  static constexpr Keyword<type_style> kKeywords[] = {
       {"monitor_node", STYLE_MONITOR_NODE},
       {"monitor_dir", STYLE_MONITOR_DIR},
       {"poll_node", STYLE_POLL_NODE},

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "archive/tar_zip.h"
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 #include "collect/quilbase.h"
 #include "logfile/owner.h"
 

@@ -5,7 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 #include "safestr/safestr.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <zlib.h>
 
 #include "mmaplog/log_format.h"
-#include "mmaplog/mutex.h"
+#include "thread/mutex.h"
 
 class LogMmap;
 

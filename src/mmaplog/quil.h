@@ -6,7 +6,7 @@
 
 #include "mmaplog/log_buffer.h"
 #include "mmaplog/log_mmap.h"
-#include "mmaplog/mutex.h"
+#include "thread/mutex.h"
 
 /// The compressed mapped-log writer of one collector: a compressing buffer, the mapped file that it writes to now, and
 /// a timer thread that flushes the buffer about every five seconds.

@@ -1,4 +1,4 @@
-#include "collect/interruptible.h"
+#include "thread/interruptible.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -6,7 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "collect/thread_base.h"
+#include "thread/thread_base.h"
 
 namespace {
 

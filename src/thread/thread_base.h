@@ -1,5 +1,5 @@
-#ifndef QUILCAT_COLLECT_THREAD_BASE_H_
-#define QUILCAT_COLLECT_THREAD_BASE_H_
+#ifndef QUILCAT_THREAD_THREAD_BASE_H_
+#define QUILCAT_THREAD_THREAD_BASE_H_
 
 #include <pthread.h>
 #include <semaphore.h>
@@ -62,4 +62,4 @@ class ThreadBase {
   bool joinable = false;
 };
 
-#endif  // QUILCAT_COLLECT_THREAD_BASE_H_
+#endif  // QUILCAT_THREAD_THREAD_BASE_H_

@@ -1,5 +1,5 @@
-#ifndef QUILCAT_COLLECT_INTERRUPTIBLE_H_
-#define QUILCAT_COLLECT_INTERRUPTIBLE_H_
+#ifndef QUILCAT_THREAD_INTERRUPTIBLE_H_
+#define QUILCAT_THREAD_INTERRUPTIBLE_H_
 
 #include <stddef.h>
 #include <sys/types.h>
@@ -23,4 +23,4 @@ void sleepSeconds(unsigned seconds);
 /// Waits for child `pid` to end.
 void waitForChild(pid_t pid);
 
-#endif  // QUILCAT_COLLECT_INTERRUPTIBLE_H_
+#endif  // QUILCAT_THREAD_INTERRUPTIBLE_H_

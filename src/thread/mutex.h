@@ -1,5 +1,5 @@
-#ifndef QUILCAT_MMAPLOG_MUTEX_H_
-#define QUILCAT_MMAPLOG_MUTEX_H_
+#ifndef QUILCAT_THREAD_MUTEX_H_
+#define QUILCAT_THREAD_MUTEX_H_
 
 #include <pthread.h>
 
@@ -48,4 +48,4 @@ class SCOPED_CAPABILITY MutexLock {
   Mutex& mutex;
 };
 
-#endif  // QUILCAT_MMAPLOG_MUTEX_H_
+#endif  // QUILCAT_THREAD_MUTEX_H_

@@ -1,4 +1,4 @@
-#include "collect/thread_base.h"
+#include "thread/thread_base.h"
 
 #include <signal.h>
 #include <stdlib.h>
