@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -93,9 +92,7 @@ bool WaitFor(const std::function<bool()>& condition, double seconds) {
 }
 
 void MountSmallDisk(const std::string& directory, int kilobytes) {
-  std::filesystem::create_directories(directory);
-  const std::string options = "size=" + std::to_string(kilobytes) + "k";
-  ASSERT_EQ(mount("none", directory.c_str(), "tmpfs", 0, options.c_str()), 0) << strerror(errno);
+  Shell("mkdir -p " + directory + " && mount -t tmpfs -o size=" + std::to_string(kilobytes) + "k none " + directory);
 }
 
 std::string StandardErrorOf(const std::function<void()>& call) {
@@ -234,13 +231,19 @@ std::string KernelLog::Line(int i) {
 std::vector<int> KernelLog::Numbers(const std::string& text) {
   std::vector<int> numbers;
   for (const std::string& line : Lines(text)) {
-    // Without a local time there is no clock.
-    const std::string own = line.substr(std::min(line.find('<'), line.size()));
-    const int number = own.size() > 4 ? atoi(own.c_str() + 4) : -1;
-    const bool isOurs = line.size() == own.size() || line.size() == own.size() + strlen("11-22 20:17:29.042 ");
-    numbers.push_back(isOurs && number >= 0 && own + "\n" == Line(number) ? number : -1);
+    const size_t own = line.find("<6>[");  // behind "11-22 20:17:29.042 ", or at once without a local time
+    const int number = own == 0 || own == 19 ? atoi(line.c_str() + own + 4) : -1;
+    numbers.push_back(number >= 0 && line.substr(own) + "\n" == Line(number) ? number : -1);
   }
   return numbers;
+}
+
+void KernelLoad::Feed() const {
+  for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
+    if (i % 500 == 499) {
+      List("/data/log/t");
+    }
+  }
 }
 
 std::string Group(const std::string& style, const std::string& output, const std::string& node) {

@@ -64,11 +64,9 @@ class Daemon {
   void Signal(int number) const { kill(process, number); }
   /// Waits for its end: the exit status, or 1000 and the number of the signal that ended it; -1 when it runs on.
   int Wait(double seconds = 20);
-  /// Sends SIGUSR2 when the handler is installed and waits.
-  int Close();
-  /// True when the handler of SIGUSR2 is installed.
-  bool IsClosable() const;
-  bool WaitUntilRunning();
+  bool IsClosable() const;  ///< has its handler of SIGUSR2
+  bool WaitUntilRunning();  ///< until it is closable
+  int Close();              ///< sends SIGUSR2 then, and waits
   std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
   std::string Errors() const { return ReadFile(errorFile); }
   bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
@@ -85,10 +83,8 @@ class KernelLog {
   ~KernelLog() { close(fd); }
   /// False when the node's reader is slow and `text` did not fit any more.
   bool Write(const std::string& text) const;
-  /// Takes what nobody has read.
-  std::string ReadAll() const;
-  /// True when the node's reader has taken everything.
-  bool IsDrained() const;
+  std::string ReadAll() const;  ///< takes what nobody has read
+  bool IsDrained() const;       ///< the node's reader has taken everything
   /// Line i of the test's numbered kernel log, with a line feed.
   static std::string Line(int i);
   /// The numbers of such lines in decoded text; -1 for a line that is none.
@@ -98,10 +94,10 @@ class KernelLog {
   int fd;
 };
 
-/// Numbered lines in the kernel log as fast as they are read.
+/// Numbered lines in the kernel log as fast as they are read, while somebody looks into /data/log/t now and again.
 class KernelLoad {
  public:
-  ~KernelLoad() { Unread(); }
+  ~KernelLoad() { done = true; }
   /// Ends the load and returns what nobody has read.
   std::string Unread() {
     done = true;
@@ -110,12 +106,11 @@ class KernelLoad {
   }
 
  private:
+  void Feed() const;
+
   const KernelLog kernel;
   std::atomic<bool> done{false};
-  std::future<void> feeder = std::async(std::launch::async, [this] {
-    for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
-    }
-  });
+  std::future<void> feeder = std::async(std::launch::async, [this] { Feed(); });
 };
 
 /// A group of a configuration that reads `node`.

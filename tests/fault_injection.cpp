@@ -1,15 +1,12 @@
 #include "fault_injection.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <pthread.h>
 #include <stdarg.h>
-#include <stddef.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -19,10 +16,11 @@
 
 namespace {
 
-constexpr const char* kNames[] = {"allocation",  "new",       "mmap",   "ftruncate", "pwrite",
-                                  "deflateInit", "localtime", "thread", "fork"};
+// In the order of FaultyCall.
+constexpr const char* kNames[] = {"allocation", "new",         "descriptor", "mmap",   "ftruncate",
+                                  "pwrite",     "deflateInit", "localtime",  "thread", "fork"};
 
-std::atomic<int> failing{static_cast<int>(FaultyCall::kCount)};
+std::atomic<FaultyCall> failing{FaultyCall::kCount};
 std::atomic<int> calls{0};
 std::atomic<int> failingCall{0};
 bool reports = false;
@@ -30,11 +28,11 @@ bool reports = false;
 void Inject(FaultyCall call, int n) {
   calls = 0;
   failingCall = n;
-  failing = static_cast<int>(call);
+  failing = call;
 }
 
 bool Fails(FaultyCall call, int error) {
-  if (failing != static_cast<int>(call) || ++calls != failingCall) {
+  if (failing != call || ++calls != failingCall) {
     return false;
   }
   if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) {
@@ -61,7 +59,7 @@ FailNthCall::FailNthCall(FaultyCall call, int n) : n_(n) {
   Inject(call, n);
 }
 FailNthCall::~FailNthCall() {
-  failing = static_cast<int>(FaultyCall::kCount);
+  failing = FaultyCall::kCount;
 }
 int FailNthCall::count() const {
   return calls;
@@ -80,6 +78,10 @@ WRAP(char*, strdup, (const char* text), (text), kAllocation, ENOMEM, nullptr)
 // glibc leaves the pointer undefined on failure: so does this.
 WRAP(int, vasprintf, (char** text, const char* format, va_list arguments), (text, format, arguments), kAllocation,
      ENOMEM, (*text = reinterpret_cast<char*>(1), -1))
+// The mode of a call without one is whatever stands in its register, here as there.
+WRAP(int, open64, (const char* path, int flags, mode_t mode), (path, flags, mode), kDescriptor, EMFILE, -1)
+WRAP(DIR*, opendir, (const char* path), (path), kDescriptor, EMFILE, nullptr)
+WRAP(int, inotify_init1, (int flags), (flags), kDescriptor, EMFILE, -1)
 WRAP(void*, mmap64, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
      (address, length, protection, flags, fd, offset), kMmap, ENOMEM, MAP_FAILED)
 WRAP(int, ftruncate64, (int fd, off_t length), (fd, length), kFtruncate, EIO, -1)
