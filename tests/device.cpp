@@ -143,23 +143,20 @@ std::string FactoryText(const std::string& output) {
                "  done; cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; true");
 }
 
-Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment, const char* program) {
+Daemon::Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+               const char* program) {
   static int count = 0;
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
-  arguments.insert(arguments.begin(), program);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) {
-    argv.push_back(argument.data());
+  std::string command = "exec 2> " + errorFile + " env";
+  for (const auto& words : {environment, {program}, arguments}) {
+    for (const std::string& word : words) {
+      command += " '" + word + "'";
+    }
   }
-  argv.push_back(nullptr);
   process = fork();
   if (process == 0) {
-    for (std::string& variable : environment) {
-      putenv(variable.data());
-    }
-    dup2(open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
-    close_range(STDERR_FILENO + 1, ~0u, 0);  // also what the test itself was given
-    execv(argv[0], argv.data());
+    close_range(STDERR_FILENO + 1, ~0u, 0);  // what the test itself was given
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     _exit(127);
   }
 }

@@ -54,11 +54,10 @@ std::string FactoryText(const std::string& output);
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:
-  explicit Daemon(std::vector<std::string> arguments, std::vector<std::string> environment = {},
+  explicit Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
                   const char* program = QUILCAT_DAEMON);
   ~Daemon();
   Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
 
   pid_t pid() const { return process; }
   void Signal(int number) const { kill(process, number); }

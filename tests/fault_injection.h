@@ -29,7 +29,6 @@ class FailNthCall {
   FailNthCall(FaultyCall call, int n);
   ~FailNthCall();
   FailNthCall(const FailNthCall&) = delete;
-  FailNthCall& operator=(const FailNthCall&) = delete;
 
   int count() const;                               ///< calls so far
   bool happened() const { return count() >= n_; }  ///< the nth call came
