@@ -236,8 +236,8 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
 }
 
 void KernelLoad::Feed() const {
-  for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
-    if (i % 500 == 499) {
+  for (int i = 0; !done;) {
+    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) {
       List("/data/log/t");
     }
   }
