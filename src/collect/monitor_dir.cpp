@@ -1,15 +1,15 @@
 #include "collect/monitor_dir.h"
 
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
-#include <sys/select.h>
 #include <unistd.h>
 
-#include "thread/interruptible.h"
-#include "collect/quilbase.h"
 #include "logfile/directory_part.h"
+#include "logfile/log_output.h"
+#include "thread/interruptible.h"
 
 const char* DMD_FOLDER = "/data/log/dmd_log";
 
@@ -42,8 +42,8 @@ void MonitorDir::GetDir(const char* path) {
   }
 }
 
-void MonitorDir::SetupLogBase(Quilbase* collector) {
-  logBase = collector;
+void MonitorDir::SetupLogBase(LogOutput* output) {
+  logBase = output;
 }
 
 void MonitorDir::WatchDirectories() {
@@ -71,10 +71,8 @@ void MonitorDir::run() {
 }
 
 bool MonitorDir::WaitForEvents() {
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(inotifyFd, &readable);
-  return select(inotifyFd + 1, &readable, nullptr, nullptr, nullptr) >= 1;
+  pollfd watched = {inotifyFd, POLLIN, 0};
+  return poll(&watched, 1, -1) >= 1;
 }
 
 /// Flushes once for each opening of a directory among the inotify records, 16 bytes and a name of `len` bytes each.

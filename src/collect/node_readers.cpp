@@ -1,17 +1,18 @@
 // The input side of a collector: nodes become columns and time-stamped lines.
 
-#include <fcntl.h>
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
-#include "thread/interruptible.h"
 #include "collect/quilbase.h"
-#include "thread/thread_base.h"
+#include "platform/local_time.h"
 #include "platform/property.h"
 #include "safestr/safestr.h"
+#include "thread/interruptible.h"
+#include "thread/thread_base.h"
 
 namespace {
 
@@ -42,6 +43,12 @@ void StopFeeder(const char* path) {
   }
 }
 
+/// True when a call of interruptible.h gave `result` because the thread was asked to stop, which says nothing about the
+/// node.
+bool WasStopped(ssize_t result) {
+  return result < 0 && errno == EINTR;
+}
+
 /// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
 class LineClock {
  public:
@@ -50,8 +57,7 @@ class LineClock {
     gettimeofday(&now, nullptr);
     if (now.tv_sec != second) {
       tm local;
-      usable =
-          localtime_r(&now.tv_sec, &local) != nullptr && strftime(clock, sizeof clock, "%m-%d %H:%M:%S", &local) > 0;
+      usable = localTime(now.tv_sec, &local) && strftime(clock, sizeof clock, "%m-%d %H:%M:%S", &local) > 0;
       second = now.tv_sec;
     }
     return usable;
@@ -133,7 +139,7 @@ int Quilbase::node_cat_once(const char* path, size_t width, bool lineDone) {
   }
   const int fd = openNode(path);
   if (fd < 0) {
-    return writeFailureColumn(width, lineDone);
+    return WasStopped(fd) ? 1 : writeFailureColumn(width, lineDone);
   }
   const int result = readToEnd(fd, width, lineDone);
   close(fd);
@@ -143,7 +149,7 @@ int Quilbase::node_cat_once(const char* path, size_t width, bool lineDone) {
 int Quilbase::readToEnd(int fd, size_t width, bool lineDone) {
   char chunk[kTextSize] = {};
   bool written = false;
-  while (true) {
+  while (!ThreadBase::currentStopRequested()) {
     const ssize_t size = readNode(fd, chunk, kTextLength);
     if (size > 0) {
       if (writeChunk(chunk, static_cast<size_t>(size), width, lineDone) != 0) {
@@ -152,12 +158,17 @@ int Quilbase::readToEnd(int fd, size_t width, bool lineDone) {
       written = true;
     } else if (written) {
       return 0;
+    } else if (WasStopped(size)) {
+      return 1;
     } else if (failureRetry == 0) {
       return writeFailureColumn(width, lineDone);
-    } else if (!retryRead()) {
+    } else if (isRetryBudgetUsedUp()) {
       return 1;
+    } else {
+      sleepSeconds(1);
     }
   }
+  return written ? 0 : 1;
 }
 
 int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone) {
@@ -169,12 +180,16 @@ int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lin
     fd = openNode(entry->str);
   }
   if (fd < 0) {
-    return writeFailureColumn(width, lineDone);
+    return WasStopped(fd) ? 1 : writeFailureColumn(width, lineDone);
   }
   char chunk[kTextSize] = {};
   const ssize_t size = readNode(fd, chunk, kTextLength);
+  const bool wasStopped = WasStopped(size);
   close(fd);
-  return size < 0 ? writeFailureColumn(width, lineDone) : writeChunk(chunk, static_cast<size_t>(size), width, lineDone);
+  if (size < 0) {
+    return wasStopped ? 1 : writeFailureColumn(width, lineDone);
+  }
+  return writeChunk(chunk, static_cast<size_t>(size), width, lineDone);
 }
 
 int Quilbase::node_cat_stream(const char* path) {
@@ -183,39 +198,47 @@ int Quilbase::node_cat_stream(const char* path) {
   }
   const int fd = openNode(path);
   if (fd < 0) {
-    StopFeeder(path);
+    if (!WasStopped(fd)) {
+      StopFeeder(path);
+    }
     return 1;
   }
-  const bool isShellLog = strcmp(path, kShellLogNode) == 0;
   LineStream lines(*this);
   // A read of no bytes is no end: a node that has nothing now may have more later.
   while (!ThreadBase::currentStopRequested()) {
     const ssize_t size = readNode(fd, lines.freeSpace(), lines.freeSize());
-    if (size >= 0) {
-      if (!lines.Take(static_cast<size_t>(size))) {
-        break;
-      }
-    } else if (!isShellLog || failureRetry == 0 || ThreadBase::currentStopRequested()) {
+    if (size < 0 ? !isWorthARetry(path, lines.freeSize()) : !lines.Take(static_cast<size_t>(size))) {
       break;
-    } else if (!retryRead()) {
-      StopFeeder(path);
-      break;
-    } else {
-      fprintf(stderr, "read failure!reserved_buf_size = %d\n", static_cast<int>(lines.freeSize()));
     }
   }
   close(fd);
   return 1;
 }
 
-/// Counts a failed read and pauses for a second. False: the budget is used up, or the thread is to stop.
-bool Quilbase::retryRead() {
-  if (++failureCount >= failureRetry) {
-    failureCount = 0;
+/// After a failed read: pauses, if the stream at `path` is one that is read again and its budget is not used up.
+bool Quilbase::isWorthARetry(const char* path, size_t freeSize) {
+  if (strcmp(path, kShellLogNode) != 0 || failureRetry == 0 || ThreadBase::currentStopRequested()) {
+    return false;
+  }
+  if (isRetryBudgetUsedUp()) {
+    StopFeeder(path);
     return false;
   }
   sleepSeconds(1);
-  return !ThreadBase::currentStopRequested();
+  if (ThreadBase::currentStopRequested()) {
+    return false;
+  }
+  fprintf(stderr, "read failure!reserved_buf_size = %d\n", static_cast<int>(freeSize));
+  return true;
+}
+
+/// Counts a failed read. True: that was the last of the budget, and the count begins anew.
+bool Quilbase::isRetryBudgetUsedUp() {
+  if (++failureCount < failureRetry) {
+    return false;
+  }
+  failureCount = 0;
+  return true;
 }
 
 int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) {
@@ -225,8 +248,7 @@ int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) 
 }
 
 int Quilbase::writeFailureColumn(size_t width, bool lineDone) {
-  // A read that a stop broke off says nothing about the node.
-  return width == 0 || ThreadBase::currentStopRequested() ? 1 : writeColumn("Read Fail", width, lineDone);
+  return width == 0 ? 1 : writeColumn("Read Fail", width, lineDone);
 }
 
 int Quilbase::writeColumn(const char* text, size_t width, bool lineDone) {

@@ -1,12 +1,12 @@
-#include "logfile/owner.h"
+#include "logfile/change_owner.h"
 
 #include <limits.h>
 #include <signal.h>
 #include <string.h>
 #include <unistd.h>
 
-#include "thread/interruptible.h"
 #include "safestr/safestr.h"
+#include "thread/interruptible.h"
 
 namespace {
 

@@ -1,0 +1,36 @@
+#ifndef QUILCAT_LOGFILE_FACTORY_OUTPUT_H_
+#define QUILCAT_LOGFILE_FACTORY_OUTPUT_H_
+
+#include "logfile/log_output.h"
+#include "logfile/rotated_files.h"
+
+/// The output of factory mode: plain text in a live file at the output path itself, rotated through five numbered
+/// files, five of which become an archive. All of it happens on the thread that writes.
+class FactoryOutput : public LogOutput {
+ public:
+  /// Opens no file: setupOutput() does.
+  FactoryOutput(const Settings& settings, Owner& owner);
+  /// Closes the live file.
+  ~FactoryOutput() override;
+
+  /// After a failed write the file is closed, and what follows is dropped with 0 until the file is opened anew: when it
+  /// has vanished, or at a rotation.
+  int logcatWrite(const char* data, size_t len, bool lineDone) override { return factoryWrite(data, len, lineDone); }
+  void logcatClose() override;
+  /// Nothing: what was written is in the file.
+  void flushUnlessBusy() override {}
+
+ private:
+  int openOutput() override;
+  void rotate() override;
+
+  int factoryWrite(const char* data, size_t len, bool lineDone);
+  void openLogFileFactory();
+  void rotateLogsFactory();
+  void deleteOldStyleFiles();
+
+  RotatedFiles rotated;
+  int logFd = -1;
+};
+
+#endif  // QUILCAT_LOGFILE_FACTORY_OUTPUT_H_

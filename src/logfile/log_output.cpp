@@ -1,0 +1,42 @@
+#include "logfile/log_output.h"
+
+#include <stdio.h>
+#include <unistd.h>
+
+#include "logfile/output_directory.h"
+
+LogOutput::LogOutput(const Settings& settings, Owner& told)
+    : owner(told),
+      outputFilePath(settings.outputFilePath),
+      prevLinkPath(outputFilePath != nullptr ? std::string(outputFilePath) + ".1" : std::string()),
+      rotateSizeKB(settings.rotateSizeKB),
+      maxFiles(settings.maxFiles),
+      files(outputFilePath != nullptr ? outputFilePath : "") {}
+
+int LogOutput::setupOutput() {
+  if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath) != 0) {
+    fprintf(stderr, "create bugreports dir error!!\n");
+    return 1;
+  }
+  const int result = openOutput();
+  owner.outputDirectoryMade();
+  return result;
+}
+
+void LogOutput::prepareWrite(size_t len, bool lineDone) {
+  if (!settingUpFile) {
+    if (logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0) {
+      setupOutput();
+    }
+    if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
+      rotate();
+    }
+  }
+  lineComplete = lineDone;
+}
+
+void LogOutput::startFile() {
+  settingUpFile = true;
+  owner.openLogFilePost();
+  settingUpFile = false;
+}

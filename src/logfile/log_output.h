@@ -1,0 +1,86 @@
+#ifndef QUILCAT_LOGFILE_LOG_OUTPUT_H_
+#define QUILCAT_LOGFILE_LOG_OUTPUT_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+#include "logfile/indexed_files.h"
+
+/// What a collector writes to: a directory, a log file in it that is written now, and the files that it is rotated
+/// through.
+///
+/// One thread at a time: first the constructing thread, then only the collector's worker. flushUnlessBusy(), and of a
+/// mapped output logcatClose(), may be called by any thread. Failed steps are reported on standard error and the
+/// sequence that they belong to goes on. Operations that return an int give 0 on success and 1 on failure.
+class LogOutput {
+ public:
+  /// Told what happens to an output, on the thread that called the output.
+  class Owner {
+   public:
+    /// A new log file is open. What is written to the output meanwhile stands at its beginning and rotates nothing.
+    virtual void openLogFilePost() = 0;
+    /// The output's directory was made, or may have been made anew.
+    virtual void outputDirectoryMade() = 0;
+
+   protected:
+    ~Owner() = default;
+  };
+
+  struct Settings {
+    const char* outputFilePath = nullptr;  ///< borrowed; null writes to standard output in factory mode, nowhere else
+    uint64_t rotateSizeKB = 4096;          ///< KiB of text; 0: never rotate
+    uint64_t maxFiles = 10;                ///< indexed files kept by a mapped output, archives by a factory output
+  };
+
+  virtual ~LogOutput() = default;
+  LogOutput(const LogOutput&) = delete;
+  LogOutput& operator=(const LogOutput&) = delete;
+
+  /// Prepares the output: makes the directory (0775, root:system), lists the files that exist, opens a log file.
+  int setupOutput();
+
+  /// Appends `len` bytes of `data`. `lineDone` says that they end a line: a file is rotated only between lines, before
+  /// the write that would reach the rotation size. A log file that has vanished is set up again first.
+  virtual int logcatWrite(const char* data, size_t len, bool lineDone) = 0;
+
+  /// Brings all text to the file (mapped output), or closes the file (factory output).
+  virtual void logcatClose() = 0;
+
+  /// Brings all text to the file unless the output is in use; for a collector whose worker is stuck.
+  virtual void flushUnlessBusy() = 0;
+
+ protected:
+  /// Borrows `owner` and the path in `settings`; both outlive the output.
+  LogOutput(const Settings& settings, Owner& owner);
+
+  /// The part of setupOutput() behind the directory.
+  virtual int openOutput() = 0;
+  /// Starts a new file and lets the old ones move on or go.
+  virtual void rotate() = 0;
+
+  /// What comes before a write of `len` bytes: a file that vanished is set up again, and one that the write would fill
+  /// is rotated, between lines only.
+  void prepareWrite(size_t len, bool lineDone);
+
+  /// Lets the owner write the first text of a new file. That text rotates nothing, however long it is: the file that it
+  /// would open needs the same text first.
+  void startFile();
+
+  Owner& owner;
+  const char* const outputFilePath;
+  const std::string prevLinkPath;  ///< outputFilePath and ".1"
+  const uint64_t rotateSizeKB;
+  const uint64_t maxFiles;
+  std::string logFilePath;       ///< the file that is written now; empty until there is one
+  IndexedFiles files;            ///< the output's compressed files
+  bool hasOldStyleFiles = true;  ///< files of the other write mode may still stand beside the output
+  uint64_t curFileBytes = 0;     ///< bytes of text written to the current file
+
+ private:
+  bool settingUpFile = false;
+  bool lineComplete = true;  ///< the last write ended a line
+};
+
+#endif  // QUILCAT_LOGFILE_LOG_OUTPUT_H_
