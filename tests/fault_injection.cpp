@@ -19,8 +19,8 @@
 
 namespace {
 
-constexpr const char* kNames[] = {"allocation",  "new",       "mmap",   "ftruncate", "pwrite",
-                                  "deflateInit", "localtime", "thread", "fork"};
+constexpr const char* kNames[] = {"allocation", "new",         "mmap",      "ftruncate", "pwrite",
+                                  "sync",       "deflateInit", "localtime", "thread",    "fork"};
 
 std::atomic<int> failing{static_cast<int>(FaultyCall::kCount)};
 std::atomic<int> calls{0};
@@ -77,6 +77,8 @@ void* __real__Znwm(size_t size);
 void* __real_mmap64(void* address, size_t length, int protection, int flags, int fd, off_t offset);
 int __real_ftruncate64(int fd, off_t length);
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
+int __real_fsync(int fd);
+int __real_fdatasync(int fd);
 int __real_deflateInit2_(z_streamp stream, int level, int method, int windowBits, int memLevel, int strategy,
                          const char* version, int size);
 tm* __real_localtime_r(const time_t* time, tm* result);
@@ -119,6 +121,12 @@ int __wrap_ftruncate64(int fd, off_t length) {
 }
 ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off_t offset) {
   return __real_pwrite64(fd, data, Fails(FaultyCall::kPwrite, ENOSPC) ? size / 2 : size, offset);
+}
+int __wrap_fsync(int fd) {
+  return Fails(FaultyCall::kSync, EIO) ? -1 : __real_fsync(fd);
+}
+int __wrap_fdatasync(int fd) {
+  return Fails(FaultyCall::kSync, EIO) ? -1 : __real_fdatasync(fd);
 }
 int __wrap_deflateInit2_(z_streamp stream, int level, int method, int windowBits, int memLevel, int strategy,
                          const char* version, int size) {

@@ -12,6 +12,7 @@ enum class FaultyCall {
   kMmap,         ///< "mmap"
   kFtruncate,    ///< "ftruncate"
   kPwrite,       ///< "pwrite"
+  kSync,         ///< "sync": fsync, fdatasync
   kDeflateInit,  ///< "deflateInit"
   kLocalTime,    ///< "localtime"
   kThread,       ///< "thread": pthread_create
