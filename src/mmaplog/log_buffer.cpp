@@ -16,17 +16,23 @@ constexpr char kZlibVersion[] = "1.2.8";
 
 LogBuffer::LogBuffer() {
   MutexLock held(lock);
+  SetUpStream();
+}
+
+/// False: reported.
+bool LogBuffer::SetUpStream() {
   streamReady = deflateInit2_(&stream, kDeflateLevel, Z_DEFLATED, kGzipWindowBits, kDeflateMemLevel, Z_DEFAULT_STRATEGY,
                               kZlibVersion, static_cast<int>(sizeof stream)) == Z_OK;
   if (!streamReady) {
     fprintf(stderr, "LogBuffer:deflateInit2 failed.\n");
   }
+  return streamReady;
 }
 
 LogBuffer::~LogBuffer() {
   Flush();
   MutexLock held(lock);
-  if (streamReady && deflateEnd(&stream) != Z_OK) {
+  if (deflateEnd(&stream) != Z_OK) {
     fprintf(stderr, "LogBuffer:deflateEnd failed.\n");
   }
 }
@@ -40,7 +46,7 @@ bool LogBuffer::Write(const void* data, size_t len) {
     return false;
   }
   MutexLock held(lock);
-  if (!streamReady) {
+  if (!streamReady && !SetUpStream()) {
     return false;
   }
   if (len > inFree) {
@@ -70,7 +76,7 @@ void LogBuffer::Flush() {
 /// member in the file. False: text was lost.
 bool LogBuffer::CompressBlock() {
   bool kept = AppendMember(inBuffer, inUsed);
-  if (!kept && target != nullptr) {
+  if (!kept && target != nullptr && !target->isLost()) {
     const uint32_t half = inUsed / 2;
     kept = HandOver();
     kept = AppendMember(inBuffer, half) && HandOver() && kept;
@@ -100,12 +106,15 @@ bool LogBuffer::AppendMember(const uint8_t* text, uint32_t size) {
 }
 
 /// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases.
-/// Without a file they stay. False: they were refused.
+/// Without a file, or with one that is lost, they stay. False: they were refused.
 bool LogBuffer::HandOver() {
   if (target == nullptr || outUsed == 0) {
     return true;
   }
   const bool written = target->Write(outBuffer, outUsed);
+  if (target->isLost()) {
+    return true;
+  }
   ClearOutput();
   return written;
 }

@@ -17,24 +17,27 @@ class LogMmap;
 /// does).
 class LogBuffer {
  public:
-  /// Reports a deflate state that cannot be set up on standard error; every Write() then gives false and keeps nothing.
+  /// Reports a deflate state that cannot be set up on standard error; the next Write() tries again.
   LogBuffer();
-  /// Flushes into the target, which must still exist.
+  /// Flushes into the target, which must still exist. What a lost file left behind goes with the buffer.
   ~LogBuffer();
   LogBuffer(const LogBuffer&) = delete;
   LogBuffer& operator=(const LogBuffer&) = delete;
 
-  /// Sets the file that takes the blocks; not owned. Blocks cut before there is one are kept while they fit.
+  /// Sets the file that takes the blocks; not owned. Blocks cut before there is one, or after it was lost, are kept
+  /// while they fit, and go to the next one at the next hand-over.
   void SetupMap(LogMmap* file);
 
   /// Appends `len` bytes of text. False: the text was dropped for lack of room (more than the 13108 bytes that are
-  /// always free), or the block that it completed had no file to go to or was refused and lost.
+  /// always free) or of a deflate state, or the block that it completed had no file to go to, or was refused and
+  /// dropped. A block that waits for another file than a lost one is none of these, as long as it fits.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
 
   /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing.
   void Flush() EXCLUDES(lock);
 
  private:
+  bool SetUpStream() REQUIRES(lock);
   bool CompressBlock() REQUIRES(lock);
   bool AppendMember(const uint8_t* text, uint32_t size) REQUIRES(lock);
   bool HandOver() REQUIRES(lock);
