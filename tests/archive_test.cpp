@@ -22,12 +22,6 @@ std::string Text(size_t size) {
   return text;
 }
 
-/// What a command, which has to succeed, writes to standard output.
-std::string Shell(const std::string& command) {
-  EXPECT_EQ(system(("(" + command + ") > /tmp/output").c_str()), 0) << command;
-  return ReadFile("/tmp/output");
-}
-
 std::string Unzip() {
   return Shell("gzip -dc /tmp/packed.tar.gz");
 }
