@@ -140,10 +140,11 @@ TEST(Config, SampleGivesTheBuiltInServicesWhateverTheProperties) {
 }
 
 TEST(Config, MessagesAndDump) {
-  InstallService("<logRotateSizeKBytes=1024><maxCompressdFiles=10><cpuSets=big><other/>" +
+  InstallService("<logRotateSizeKBytes=1024><maxCompressdFiles=10><cpuSets=big><syncSeconds=30><other/>" +
                  Group("poll_node", "<quilcat/><logStyle interval='60' failureRetry='3'/>" + kNode +
                                         "<inputNodeSet><alterdataPath=/a><title=t><width=23></inputNodeSet>") +
-                 Group("monitor_dir", kDirectory + kDirectory + "<LogStyle/>") + Group("poll_cmd", kCommand));
+                 Group("monitor_dir", kDirectory + kDirectory + "<LogStyle/>") + Group("poll_cmd", kCommand) +
+                 Group("monitor_node", "<logStyle onWriteFailure='retry'/><logStyle onWriteFailure='end'/>" + kNode));
   Service service;
   EXPECT_EQ(service.Fill(QuilConfig::parse_config_file, "s")[0], '0');
   char owner[64];
@@ -156,13 +157,17 @@ TEST(Config, MessagesAndDump) {
   const std::string expected =
       "Unsupport quilcatGroup para [quilcat]!\nOnly support one inputDirSet!\nUnsupport quilcatGroup para [LogStyle]!\n"
       "------------- printQuilcatInfo begin -------------\nname              : s\nrotate_size_kbytes: 1024\n"
-      "maxCompressdFiles : 10\ncpu_set           : 2\nwriteMode         : 0\n" +
+      "maxCompressdFiles : 10\ncpu_set           : 2\nwriteMode         : 0\nsync_seconds      : 30\n" +
       group("60", "3", "3",
             "data_path         : /n\ntitle_path        : (null)\ntitle             : (null)\nwidth             : 0\n"
             "data_path         : (null)\ntitle_path        : (null)\ntitle             : t\nwidth             : 23\n"
             "alter_data_path   : /a\n") +
       group("0", "0", "2", "inputDirPath      : /d\npickNode          : p\n") +
-      group("0", "0", "4", "command           : c\n") + "------------- printQuilcatInfo end ---------------\n";
+      group("0", "0", "4", "command           : c\n") +
+      group("0", "0", "1",
+            "on_write_failure  : 1\ndata_path         : /n\ntitle_path        : (null)\ntitle             : (null)\n"
+            "width             : 0\n") +
+      "------------- printQuilcatInfo end ---------------\n";
   EXPECT_EQ(service.messages, expected);
 }
 
@@ -221,10 +226,10 @@ TEST(Config, Values) {
   const struct {
     size_t number;
     std::vector<std::string> texts;
-  } kNumbers[] = {{0, {"abc", "", "0", "-0", "0x10"}},
-                  {5, {"-1", "-99999999999999999999"}},
-                  {12, {"12abc", " \t+12 8"}},
-                  {INT_MAX, {"2147483647", "99999999999999999999"}}};
+  } kNumbers[] = {{0, {"abc", "", "0", "-0", "0x10", "4294967296"}},
+                  {5, {"-1", "2147483648", "99999999999999999999"}},
+                  {12, {"12abc", " \t+12 8", "4294967308"}},
+                  {INT_MAX, {"2147483647"}}};
   for (const auto& test : kNumbers) {
     for (const std::string& text : test.texts) {
       InstallService(earlier + "<maxCompressdFiles=" + text + '>' + kGroup);
@@ -268,7 +273,8 @@ TEST(Config, BuiltInServicesAreForDevicesWithoutAFileOrParser) {
   EXPECT_EQ(BuiltIn(nullptr), "1 ");
   InstallService(kGroup);
   const std::string library = Device::ReadFile(kLibrary);
-  ASSERT_EQ(umount(kLibrary), 0);
+  while (umount(kLibrary) == 0) {
+  }
   ASSERT_EQ(unlink(kLibrary), 0);
   // No library at all, then one that lacks a function.
   for (const std::string missing :

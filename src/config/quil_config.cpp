@@ -15,6 +15,13 @@ const char* OrNull(const char* text) {
   return text != nullptr ? text : "(null)";
 }
 
+/// Prints a setting that not every service has.
+void PrintIfSet(const char* name, size_t value) {
+  if (value != 0) {
+    fprintf(stderr, "%-18s: %zu\n", name, value);
+  }
+}
+
 void PrintNodeSet(const QuilcatInputNodeSet_t& set) {
   fprintf(stderr, "data_path         : %s\n", OrNull(set.data_path));
   fprintf(stderr, "title_path        : %s\n", OrNull(set.title_path));
@@ -52,6 +59,7 @@ void PrintGroup(const QuilcatGroup_t& group) {
   fprintf(stderr, "style             : %zu\n", static_cast<size_t>(group.style));
   fprintf(stderr, "output_file_path  : %s\n", OrNull(group.output_file_path));
   fprintf(stderr, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
+  PrintIfSet("on_write_failure", static_cast<size_t>(group.on_write_failure));
   PrintInputs(group);
   fprintf(stderr, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
 }
@@ -140,6 +148,7 @@ void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
   fprintf(stderr, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
   fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
   fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
+  PrintIfSet("sync_seconds", info->sync_seconds);
   for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
     PrintGroup(*group);
   }
