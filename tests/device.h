@@ -61,10 +61,11 @@ class Daemon {
   void Signal(int number) const;
   /// Waits for its end: the exit status, or 1000 and the number of the signal that ended it; -1 when it runs on.
   int Wait(double seconds = 20);
-  /// Sends SIGUSR2 when the handler is installed, which the process title shows, and waits.
+  /// Sends SIGUSR2 when its collectors run, and waits.
   int Close();
   /// True when the handler of SIGUSR2 is installed.
   bool IsClosable() const;
+  /// Waits for its title, which it takes when all its collectors stand.
   bool WaitUntilRunning();
   std::string Title() const;
   std::string Errors() const { return ReadFile(errorFile); }

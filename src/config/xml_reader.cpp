@@ -209,7 +209,8 @@ int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char
       continue;
     }
     const AttributeText service = Attribute(node, "name");
-    if (service != nullptr && strcmp(Plain(service.get()), name) == 0) {
+    // A start that names no service is not to find one that has no name.
+    if (service != nullptr && *name != '\0' && strcmp(Plain(service.get()), name) == 0) {
       return parseQuilcat(node, name, info);
     }
   }
