@@ -281,7 +281,7 @@ void QuilConfig::parseXmlNodeOutputFilePath(xmlNode* node, QuilcatGroup_t* group
 }
 
 void QuilConfig::parseXmlNodeInputNodeSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || !ReadsNodes(group)) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_NODE_SETS) {
     return;
   }
   auto* set = AppendInput<QuilcatInputNodeSet_t>(group);
@@ -291,7 +291,7 @@ void QuilConfig::parseXmlNodeInputNodeSet(xmlNode* node, QuilcatGroup_t* group) 
 }
 
 void QuilConfig::parseXmlNodeInputDirSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || group->style != STYLE_MONITOR_DIR) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_DIRECTORY) {
     return;
   }
   if (group->input != nullptr) {
@@ -305,7 +305,7 @@ void QuilConfig::parseXmlNodeInputDirSet(xmlNode* node, QuilcatGroup_t* group) {
 }
 
 void QuilConfig::parseXmlNodeInputCmdSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || group->style != STYLE_POLL_CMD) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_COMMANDS) {
     return;
   }
   auto* command = AppendInput<QuilcatStrList_t>(group);
