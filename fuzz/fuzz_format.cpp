@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -52,81 +51,58 @@ struct FormatCase {
   // Mostly small.
   int Size(int limit) { return static_cast<int>(Number(2)) % (Number(1) % 16 == 0 ? limit : 40); }
 
-  void Add(const std::string& text) {
-    ours += text;
-    platforms += text;
-  }
-  void AddOneOf(const char* letters) { Add({letters[Number(1) % strlen(letters)]}); }
-  void AddText() {
-    const auto ch = static_cast<char>(Number(1));
-    Add(ch == '\0' || ch == '%' ? "%%" : std::string(3, ch));
-  }
-
   void Check() {
     const Family& family = kFamilies[Number(1) % std::size(kFamilies)];
-    AddText();
-    Add("%");
-    for (size_t count = Number(1) % 4; count > 0; --count) AddOneOf(family.flags);
+    const auto ch = static_cast<char>(Number(1));
+    const std::string text = ch == '\0' || ch == '%' ? "%%" : std::string(3, ch);
+    std::string front = text + '%';
+    for (size_t count = Number(1) % 4; count > 0; --count) front += family.flags[Number(1) % strlen(family.flags)];
     stars = Number(1) % 2 == 0;
-    precision = Size(514) - 1;
     width = Size(601);
     // A negative width aligns to the left, as a star not before a floating-point type.
     if (Number(1) % 4 == 0 && !(stars && strchr("dL", family.takes) != nullptr)) width = -width;
-    const std::string digits = precision < 0 ? "" : "." + std::to_string(precision);
-    Add(stars ? "*.*" : std::to_string(width) + digits);
-    ours += family.sizes[Number(1) % family.sizes.size()];
-    platforms += family.platforms_size;
-    AddOneOf(family.letters);
-    AddText();
-    Add("%d");
+    precision = Size(514) - 1;
+    const std::string digits = precision < 0 ? "" : '.' + std::to_string(precision);
+    front += stars ? "*.*" : std::to_string(width) + digits;
+    const std::string back = family.letters[Number(1) % strlen(family.letters)] + text + "%d";
+    ours = front + family.sizes[Number(1) % family.sizes.size()] + back;
+    platforms = front + family.platforms_size + back;
     CheckWithValue(family.takes);
   }
 
   void CheckWithValue(char takes) {
     static constexpr char kText[] = "The quick brown \xF6\xFF jumps\n %d %s %n over the lazy dog, and over, and over";
     static constexpr wchar_t kWideText[] = L"The quick brown fox jumps\n %d %s %n over the lazy dog";
+    const auto with = [this](auto value) { stars ? Compare(width, precision, value, -7) : Compare(value, -7); };
     const uint64_t extreme = Number(1) << 63;  // often, and its neighbours
     const uint64_t bits = extreme ^ Number(Number(1) % 9);
     double real = static_cast<double>(bits) / 1000;
     if (Number(1) % 2 == 0) memcpy(&real, &bits, sizeof real);
-    if (takes == 'd') return CheckWith(real);
-    if (takes == 'L') return CheckWith(ldexpl(real, static_cast<int>(Number(2) % 20000) - 10000));
-    if (takes == 'l') return CheckWith(bits);
-    if (takes == 's') return CheckWith(kText + bits % sizeof kText);
-    if (takes == 'W') return CheckWith(kWideText + bits % std::size(kWideText));
-    CheckWith(static_cast<int>(takes == 'C' ? bits & 0x7F : bits));  // a wide character that every locale knows
+    if (takes == 'd') return with(real);
+    if (takes == 'L') return with(ldexpl(real, static_cast<int>(Number(2) % 20000) - 10000));
+    if (takes == 'l') return with(bits);
+    if (takes == 's') return with(kText + bits % sizeof kText);
+    if (takes == 'W') return with(kWideText + bits % std::size(kWideText));
+    with(static_cast<int>(takes == 'C' ? bits & 0x7F : bits));  // a wide character that every locale knows
   }
 
-  template <typename Value>
-  void CheckWith(Value value) {
-    const size_t cut = Number(2);
-    stars ? CheckCall(cut, width, precision, value, -7) : CheckCall(cut, value, -7);
-  }
-
-  void CheckCall(size_t cut, ...) const {
-    va_list ap, again;
-    va_start(ap, cut);
-    va_copy(again, ap);
+  template <typename... Arguments>
+  void Compare(Arguments... arguments) {
     std::string all(8192, '\0');
-    all.resize(static_cast<size_t>(vsnprintf(all.data(), all.size(), platforms.c_str(), again)));
-    va_end(again);
-    const size_t size = all.size(), some = cut % (size + 3);
-    const size_t rooms[][2] = {{size + 9, size + 8}, {size + 1, size},     {size + 1, SIZE_MAX}, {size + 2, some},
-                               {some + 1, some},     {some + 1, SIZE_MAX}, {some + 1, some + 1}};
+    all.resize(static_cast<size_t>(snprintf(all.data(), all.size(), platforms.c_str(), arguments...)));
+    const size_t size = all.size(), cut = Number(2) % (size + 3);
+    const size_t rooms[][2] = {{size + 9, size + 8}, {size + 1, size},    {size + 1, SIZE_MAX}, {size + 2, cut},
+                               {cut + 1, cut},       {cut + 1, SIZE_MAX}, {cut + 1, cut + 1}};
     for (const auto& [dest_max, count] : rooms) {
       std::string actual(dest_max + 1, 'x');
-      va_copy(again, ap);
-      const int result = vsnprintf_s(actual.data(), dest_max, count, ours.c_str(), again);
-      va_end(again);
+      const int result = snprintf_s(actual.data(), dest_max, count, ours.c_str(), arguments...);
       const bool fits = size <= std::min(count, dest_max - 1);
       const std::string kept = (fits ? all : all.substr(0, count < dest_max ? count : 0)) + '\0';
       const bool is_right = result == (fits ? static_cast<int>(size) : -1) && actual.back() == 'x';
       if (is_right && actual.compare(0, kept.size(), kept) == 0) continue;
-      fprintf(stderr, "\"%s\" into %zu, %zu: %d \"%s\" for \"%s\"\n", ours.c_str(), dest_max, count, result,
-              actual.c_str(), all.c_str());
+      fprintf(stderr, "\"%s\" into %zu, %zu: %d \"%s\"\n", ours.c_str(), dest_max, count, result, actual.c_str());
       abort();
     }
-    va_end(ap);
   }
 };
 
