@@ -185,11 +185,8 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  // The title that init gave, like that of the test before the start, is a path.
-  const bool running = WaitFor([this] {
-    const std::string title = Title();
-    return !title.empty() && title.find('/') == std::string::npos;
-  });
+  // Until all its collectors stand, its title is a path.
+  const bool running = WaitFor([this] { return IsClosable() && Title().find('/') == std::string::npos; });
 #ifdef __SANITIZE_THREAD__
   // This sanitizer's own handler can lose a signal that comes in the first millisecond.
   usleep(50000);
