@@ -185,7 +185,7 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  const bool running = WaitFor([this] { return IsClosable(); });
+  const bool running = WaitFor([this] { return IsClosable(); }, 30);  // many groups, a slow build
 #ifdef __SANITIZE_THREAD__
   // This sanitizer's own handler can lose a signal that comes in the first millisecond.
   usleep(50000);
