@@ -139,7 +139,7 @@ TEST(BoundedPrint, LeavesOutWhatFindsNoMemory) {
 
 TEST(BoundedPrint, PrintsAsThePlatformDoes) {
   std::mt19937 random(20241122);
-  for (int i = 0; i < 30000; ++i) {
+  for (int i = 0; i < 15000; ++i) {
     uint8_t bytes[40];
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
     LLVMFuzzerTestOneInput(bytes, sizeof bytes);
