@@ -72,7 +72,7 @@ void Check(const Choices& c) {
   static constexpr wchar_t kWideText[] = L"The quick brown fox jumps\n %d %s %n over the lazy dog";
   const Family& family = kFamilies[c.family % std::size(kFamilies)];
   const char takes = family.takes;
-  const std::string text = c.text == '\0' || c.text == '%' ? "%%" : std::string(3, static_cast<char>(c.text));
+  const std::string text = c.text == '\0' || c.text == '%' ? "%%" : std::string(12, static_cast<char>(c.text));
   std::string front = text + '%';
   for (int i = 0; i < c.flag_count % 4; ++i) front += family.flags[c.flags[i] % strlen(family.flags)];
   const bool stars = c.stars % 2 == 0;
