@@ -6,10 +6,9 @@
 #include "config_model.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const void* parser = dlopen(ConfigModel::kLibrary, RTLD_LAZY);  // not loaded anew for every input
-  const bool isDocument = parser != nullptr && size > 0 && *data == '<';
-  const std::string difference = ConfigModel::Compare(
-      isDocument ? std::string(reinterpret_cast<const char*>(data), size) : ConfigDocument(data, size).Text());
+  const bool isDocument = size > 0 && *data == '<';
+  const std::string document(reinterpret_cast<const char*>(data), isDocument ? size : 0);
+  const std::string difference = ConfigModel::Compare(isDocument ? document : ConfigDocument(data, size).Form());
   if (!difference.empty()) {
     fprintf(stderr, "%s\n", difference.c_str());
     abort();
