@@ -36,8 +36,8 @@ std::string BuiltIn(const char* name) {
 TEST(Config, ReadsAnyFileAsTheModelDoes) {
   std::mt19937 random(1);
   int valid = 0;
-  for (int i = 0; i < Device::Rounds(3000); ++i) {
-    std::vector<uint8_t> bytes(100);
+  for (int i = 0; i < Device::Rounds(4000); ++i) {
+    std::vector<uint8_t> bytes(200);
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
     ASSERT_EQ(ConfigModel::Compare(ConfigDocument(bytes.data(), bytes.size()).Form()), "");
     valid += ConfigModel::Fill(QuilConfig::parse_config_file, "s")[0] == '0';
