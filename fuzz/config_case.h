@@ -152,7 +152,11 @@ class ConfigCase {
     Text output = "/o", value;
     std::string inputs;
     xml += "<quilcatGroup><outputFilePath value='/o'/><logStyle value='" + kStyles[style] + "'/>";
-    if (Below(8) == 0) output = {}, style = 0, xml.resize(xml.rfind("<outputFilePath"));
+    if (Below(8) == 0) {
+      output = {};
+      style = 0;
+      xml.resize(xml.rfind("<outputFilePath"));
+    }
     for (size_t count = 1 + Below(5); count > 0; --count) {
       const size_t kind = Below(7);
       if (kind == 0) {
@@ -218,8 +222,9 @@ class ConfigCase {
   std::string Command(bool counts, bool* valid) {
     xml += "<inputCmdSet>";
     if (Below(2) == 0) Element("other");
-    const Text command = Below(5) != 0 ? Element("command") : Text();
-    if (command && Below(2) == 0) Element("command");
+    const size_t commands = Below(4);
+    const Text command = commands > 0 ? Element("command") : Text();  // the first, with or without a value
+    if (commands > 1) Element("command");
     xml += "</inputCmdSet>";
     if (!counts) return "";
     *valid = *valid && command;
