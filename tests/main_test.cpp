@@ -98,6 +98,9 @@ TEST(ProcessTitle, CoversTheStringsThatFollowOneAnother) {
   EXPECT_STREQ(area, "a name of 20 letters");
   EXPECT_EQ(std::string(getenv("A")) + getenv("B") + getenv("C"), "123");
   environ = outer;
+  for (char* copy : variables) {
+    free(copy);
+  }
 }
 
 /// However it was started, and wherever a start hangs, it closes soon, and keeps what it has read.
@@ -140,7 +143,7 @@ TEST(Service, ClosesAfterAnyStart) {
       EXPECT_TRUE(file.find("/data") == std::string::npos && file.find("inotify") == std::string::npos) << file;
     }
     daemon.Signal(start.signal);
-    EXPECT_EQ(daemon.Wait(4), start.signal);
+    EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
     EXPECT_EQ(daemon.Errors().find("debug closelogcat by signal\n") != std::string::npos, start.reports);
     ExpectNumbers(start.keeps ? DecodeAll(IndexedFiles("/data/log/t")) : "", start.keeps);
   }
