@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > 0 && *data == '<') {
     std::ofstream(ConfigCase::kPath).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     const std::string outcome = ConfigCase::Fill(QuilConfig::parse_config_file, "s");
-    difference += outcome.find("not released") != std::string::npos ? outcome : "";
+    difference += outcome.substr(2) == "not released" ? outcome : "";
   } else {
     difference += ConfigCase(data, size).Compare();
   }
