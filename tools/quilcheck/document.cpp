@@ -1,4 +1,4 @@
-#include "document.h"
+#include "quilcheck/document.h"
 
 #include <errno.h>
 #include <fcntl.h>

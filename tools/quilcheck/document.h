@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "findings.h"
+#include "quilcheck/findings.h"
 
 namespace Quilcheck {
 

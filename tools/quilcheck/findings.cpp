@@ -1,4 +1,4 @@
-#include "findings.h"
+#include "quilcheck/findings.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "grammar.h"
+#include "quilcheck/grammar.h"
 
 #include <ctype.h>
 #include <string.h>
@@ -34,7 +34,7 @@ constexpr ElementRule kRules[] = {
       kEnd}},
     {"quilcatGroup", "outputFilePath", Repeat::Last, {Value(Kind::Output), kEnd}},
     {"quilcatGroup", "inputNodeSet", Repeat::All, {kEnd}},
-    {"quilcatGroup", "inputDirSet", Repeat::First, {kEnd}},
+    {"quilcatGroup", "inputDirSet", Repeat::All, {kEnd}},
     {"quilcatGroup", "inputCmdSet", Repeat::All, {kEnd}},
     {"inputNodeSet", "dataPath", Repeat::First, {Value(Kind::Column), kEnd}},
     {"inputNodeSet", "titlePath", Repeat::First, {Value(Kind::Node), kEnd}},

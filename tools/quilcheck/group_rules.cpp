@@ -1,8 +1,8 @@
 // What the daemon makes of a service and its groups.
 
 #include "config/records.h"
-#include "document.h"
-#include "rules.h"
+#include "quilcheck/document.h"
+#include "quilcheck/rules.h"
 
 using namespace QuilCommon;
 
@@ -26,6 +26,22 @@ bool HasAttribute(const xmlNode* element, const char* name) {
 int LineOfChild(const xmlNode* element, const char* name) {
   const xmlNode* child = ChildOf(element, name);
   return LineOf(child != nullptr ? child : element);
+}
+
+/// What a group needs and does not have; null when nothing is missing.
+const char* MissingInput(const GroupReading& group) {
+  const bool isEmpty = group.record->input == nullptr;
+  switch (InputKindOf(group.record->style)) {
+    case INPUT_NONE:
+      return "a style (logStyle value)";
+    case INPUT_NODE_SETS:
+      return isEmpty ? "an inputNodeSet" : nullptr;
+    case INPUT_DIRECTORY:
+      return isEmpty ? "an inputDirSet" : nullptr;
+    case INPUT_COMMANDS:
+      return isEmpty ? "an inputCmdSet" : nullptr;
+  }
+  return nullptr;
 }
 
 /// Checks one service; its methods are the rules.
@@ -105,26 +121,9 @@ void ServiceRules::CheckValidity(const GroupReading& group) const {
   if (group.record->output_file_path == nullptr) {
     findings->Error(line, std::string("group without outputFilePath") + kCosts);
   }
-  switch (group.record->style) {
-    case STYLE_NONE:
-      findings->Error(line, std::string("group without a style (logStyle value)") + kCosts);
-      break;
-    case STYLE_MONITOR_NODE:
-    case STYLE_POLL_NODE:
-      if (group.nodeSets.empty()) {
-        findings->Error(line, std::string("group without an inputNodeSet") + kCosts);
-      }
-      break;
-    case STYLE_MONITOR_DIR:
-      if (group.texts.empty()) {
-        findings->Error(line, std::string("group without an inputDirSet") + kCosts);
-      }
-      break;
-    case STYLE_POLL_CMD:
-      if (group.texts.empty()) {
-        findings->Error(line, std::string("group without an inputCmdSet") + kCosts);
-      }
-      break;
+  const char* missing = MissingInput(group);
+  if (missing != nullptr) {
+    findings->Error(line, std::string("group without ") + missing + kCosts);
   }
 }
 

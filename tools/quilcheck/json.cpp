@@ -3,7 +3,7 @@
 #include <stdio.h>
 
 #include "config/records.h"
-#include "report.h"
+#include "quilcheck/report.h"
 
 using namespace QuilCommon;
 

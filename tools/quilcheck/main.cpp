@@ -5,8 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "properties.h"
-#include "report.h"
+#include "quilcheck/report.h"
 
 using namespace Quilcheck;
 
@@ -40,12 +39,12 @@ struct Options {
   exit(kUnreadable);
 }
 
-void TakeProperty(const std::string& text) {
+void TakeProperty(const std::string& text, Properties* properties) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0) {
     Refuse("-p takes KEY=VALUE, not " + Quoted(text));
   }
-  AssumeProperty(text.substr(0, equals), text.substr(equals + 1));
+  (*properties)[text.substr(0, equals)] = text.substr(equals + 1);
 }
 
 void TakeOption(int letter, const char* value, Options* options) {
@@ -66,7 +65,7 @@ void TakeOption(int letter, const char* value, Options* options) {
       }
       break;
     case 'p':
-      TakeProperty(value);
+      TakeProperty(value, &options->request.properties);
       break;
     case 'r':
       options->request.root = value;

@@ -4,8 +4,8 @@
 #include <map>
 
 #include "config/records.h"
-#include "document.h"
-#include "rules.h"
+#include "quilcheck/document.h"
+#include "quilcheck/rules.h"
 
 using namespace QuilCommon;
 

@@ -1,15 +1,13 @@
 // Stands between the daemon's reader and the system properties: the linker sends its calls here (--wrap).
 
-#include "properties.h"
-
-#include <map>
+#include "quilcheck/properties.h"
 
 #include "platform/system_properties.h"
 
 namespace {
 
-std::map<std::string, std::string>& Assumed() {
-  static std::map<std::string, std::string> properties;
+Quilcheck::Properties& Assumed() {
+  static Quilcheck::Properties properties;
   return properties;
 }
 
@@ -32,8 +30,8 @@ int __wrap___system_property_get(const char* name, char* value) {
 
 namespace Quilcheck {
 
-void AssumeProperty(const std::string& name, const std::string& value) {
-  Assumed()[name] = value;
+void AssumeProperties(const Properties& properties) {
+  Assumed() = properties;
 }
 
 }  // namespace Quilcheck

@@ -1,4 +1,4 @@
-#include "report.h"
+#include "quilcheck/report.h"
 
 #include <errno.h>
 #include <string.h>
@@ -7,9 +7,9 @@
 #include <set>
 
 #include "config/quil_config.h"
-#include "grammar.h"
-#include "root.h"
-#include "rules.h"
+#include "quilcheck/grammar.h"
+#include "quilcheck/root.h"
+#include "quilcheck/rules.h"
 
 namespace Quilcheck {
 
@@ -75,7 +75,7 @@ void KeepService(const std::string& name, Report* report) {
   }
   report->services = std::move(kept);
   report->findings.KeepService(name);
-  if (report->services.empty()) {
+  if (report->services.empty() && !names.empty()) {
     report->findings.Error(LineOf(report->document.Root()),
                            "no service " + Quoted(name) + " in this file: its process idles" + HintAmong(names, name));
   }
@@ -107,6 +107,7 @@ bool Check(const Request& request, Report* report, std::string* reason) {
     *reason = request.root + ": " + strerror(errno);
     return false;
   }
+  AssumeProperties(request.properties);
   report->file = request.file;
   if (!report->document.Load(request.file, &report->findings, reason)) {
     *reason = request.file + ": " + *reason;

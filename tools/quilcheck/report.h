@@ -4,17 +4,19 @@
 #include <string>
 #include <vector>
 
-#include "document.h"
-#include "findings.h"
-#include "service_reader.h"
+#include "quilcheck/document.h"
+#include "quilcheck/findings.h"
+#include "quilcheck/properties.h"
+#include "quilcheck/service_reader.h"
 
 namespace Quilcheck {
 
 /// What to check.
 struct Request {
   std::string file;
-  std::string service;  ///< empty: all of them
-  std::string root;     ///< directory to look up nodes and outputs in; empty: they are not looked up
+  std::string service;    ///< empty: all of them
+  Properties properties;  ///< to assume
+  std::string root;       ///< directory to look up nodes and outputs in; empty: they are not looked up
 };
 
 /// What was found in one file: the findings in order of line, and the services as the daemon would read them, in order

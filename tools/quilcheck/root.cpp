@@ -1,4 +1,4 @@
-#include "root.h"
+#include "quilcheck/root.h"
 
 #include <errno.h>
 #include <fcntl.h>

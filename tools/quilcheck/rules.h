@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "findings.h"
-#include "grammar.h"
-#include "root.h"
-#include "service_reader.h"
+#include "quilcheck/findings.h"
+#include "quilcheck/grammar.h"
+#include "quilcheck/root.h"
+#include "quilcheck/service_reader.h"
 
 namespace Quilcheck {
 

@@ -1,4 +1,4 @@
-#include "service_reader.h"
+#include "quilcheck/service_reader.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -9,7 +9,7 @@
 #include "config/quil_config.h"
 #include "config/records.h"
 #include "config/xml_parser.h"
-#include "document.h"
+#include "quilcheck/document.h"
 
 using namespace QuilCommon;
 
@@ -69,14 +69,13 @@ constexpr struct {
 
 /// The input record that was added last. A directory's picked names follow it in its chain: there the first counts.
 const void* Newest(const QuilcatGroup_t* group) {
-  switch (group->style) {
-    case STYLE_MONITOR_NODE:
-    case STYLE_POLL_NODE:
+  switch (InputKindOf(group->style)) {
+    case INPUT_NODE_SETS:
       return Last<QuilcatInputNodeSet_t>(group->input);
-    case STYLE_POLL_CMD:
+    case INPUT_COMMANDS:
       return Last<QuilcatStrList_t>(group->input);
-    case STYLE_MONITOR_DIR:
-    case STYLE_NONE:
+    case INPUT_DIRECTORY:
+    case INPUT_NONE:
       break;
   }
   return group->input;
@@ -89,7 +88,7 @@ void ReadInput(xmlNode* element, void (*read)(xmlNode*, QuilcatGroup_t*), GroupR
   const void* added = Newest(group->record.get());
   if (added == before) {
     group->dropped.push_back({element, group->record->style, group->style == nullptr});
-  } else if (ReadsNodes(group->record.get())) {
+  } else if (InputKindOf(group->record->style) == INPUT_NODE_SETS) {
     group->nodeSets.push_back({element, static_cast<const QuilcatInputNodeSet_t*>(added)});
   } else {
     group->texts.push_back({element, static_cast<const QuilcatStrList_t*>(added)});

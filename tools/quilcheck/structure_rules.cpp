@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <map>
 
-#include "document.h"
-#include "rules.h"
+#include "quilcheck/document.h"
+#include "quilcheck/rules.h"
 
 namespace Quilcheck {
 

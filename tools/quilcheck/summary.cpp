@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "config/records.h"
-#include "report.h"
-#include "rules.h"
+#include "quilcheck/report.h"
+#include "quilcheck/rules.h"
 
 using namespace QuilCommon;
 

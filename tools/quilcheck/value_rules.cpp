@@ -9,7 +9,7 @@
 #include <algorithm>
 
 #include "config/records.h"
-#include "rules.h"
+#include "quilcheck/rules.h"
 
 namespace Quilcheck {
 
