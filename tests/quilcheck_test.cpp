@@ -15,6 +15,7 @@
 
 #include "config/quil_config.h"
 #include "device.h"
+#include "logfile/indexed_files.h"
 #include "quilcheck/report.h"
 
 using namespace Quilcheck;
@@ -195,7 +196,9 @@ TEST(Quilcheck, WholeFiles) {
   } kCases[] = {
       {open + "<quilcat></a>", "", {"2 error: not well-formed: Opening and ending tag*", "2 error: *Premature end*"}},
       {"", "", {"1 error: not well-formed: *"}},
-      {"<quilcat name='s'/>", "s", {"1 warning: the root*", "1 error: no service*around <quilcat>?"}},
+      {"<quilcat name='s'/>",
+       "s",
+       {"1 warning: the root element's*", "1 warning: the root*", "1 error: no service*around <quilcat>?"}},
       {open + "<quilcat/>" + close, "s", {"1 error: no service in*", "2 error: quilcat without*"}},
       {open + "<quilcat name='st'>" + Expand(kStream) + "</quilcat>" + close, "s", {"1 error: *did you mean st?"}},
       {open + "&x;<?x?><!-- -->" + close, "", {"2 error: not well-formed: Entity 'x' not defined*"}},
@@ -249,7 +252,7 @@ class Generator {
   std::string Document() {
     std::string text;
     for (int i = Number(1, 2); i > 0; --i) text += Tag("quilcat", "name", i == 1 ? "s" : "t", Settings() + Groups());
-    return "<quilcatConfigs>" + text + "</quilcatConfigs>";
+    return std::string(Wrong() ? "<quilcatConfigs a=''>" : "<quilcatConfigs>") + text + "</quilcatConfigs>";
   }
 
  private:
@@ -381,6 +384,37 @@ TEST(Quilcheck, AgreesWithTheDaemonAndWithTheSchema) {
   }
   EXPECT_GT(invalid, documents / 20);
   EXPECT_GT(refused, documents / 5);
+}
+
+TEST(Quilcheck, ClashesAreThoseOfTheCleanUp) {
+  const std::string directory = "/data/log/";
+  const std::vector<std::string> bases = {"a",     "b",     "ab",    "log",  "cat",  "log2",
+                                          "log.1", "log.4", "log.5", "data", "a.gz", "xa.gz"};
+  int clashes = 0;
+  for (const std::string& base : bases) {
+    for (const std::string& other : bases) {
+      if (base == other) continue;
+      const std::string output = directory + base, victim = directory + other;
+      std::filesystem::remove_all(directory);
+      const std::string indexed = victim + ".I000.20260101-000000.gz";
+      WriteFile(indexed, "");
+      std::filesystem::create_symlink(indexed, victim);
+      std::filesystem::create_symlink(indexed, victim + ".1");
+      IndexedFiles files(output);
+      EXPECT_TRUE(files.formFileVectors());
+      std::vector<std::string> taken = {output, output + ".1"};  // the links
+      for (const auto& more : {files.paths(), files.otherCompressedFiles(), files.oldStyleNames()}) {
+        taken.insert(taken.end(), more.begin(), more.end());
+      }
+      const bool clash = std::any_of(taken.begin(), taken.end(), [](const std::string& path) {
+        return std::filesystem::is_symlink(path) || std::filesystem::exists(path);
+      });
+      const std::vector<std::string> lines = Lines(*CheckText(Service(Outputs({output, victim})), "s"));
+      EXPECT_EQ(!lines.empty() && lines[0].find("3 error: the clean-up") == 0, clash) << output << ' ' << victim;
+      clashes += clash;
+    }
+  }
+  EXPECT_GT(clashes, 20);
 }
 
 TEST(Quilcheck, SampleAndOutlineHaveNoError) {

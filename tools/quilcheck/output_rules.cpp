@@ -58,6 +58,9 @@ struct Output {
       own.push_back(Numbered(path, i));
     }
     own.push_back(path);
+    if (!mapped) {
+      own.push_back(path + "_tmp");
+    }
   }
 
   /// Names, without the directory, of files that it makes.

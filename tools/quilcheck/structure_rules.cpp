@@ -15,9 +15,15 @@ namespace {
 
 constexpr char kSchemaInstance[] = "http://www.w3.org/2001/XMLSchema-instance";
 
+/// The declaration that names the schema, for editors.
 bool IsSchemaInstance(const xmlNs* space) {
   return space != nullptr && space->href != nullptr &&
          xmlStrcmp(space->href, reinterpret_cast<const xmlChar*>(kSchemaInstance)) == 0;
+}
+
+bool NamesSchema(const xmlAttr* attribute) {
+  const std::string name = reinterpret_cast<const char*>(attribute->name);
+  return IsSchemaInstance(attribute->ns) && (name == "schemaLocation" || name == "noNamespaceSchemaLocation");
 }
 
 bool IsBlank(const xmlNode* text) {
@@ -44,11 +50,20 @@ void CheckNamespaces(const xmlNode* element, Findings* findings) {
   }
 }
 
+void CheckRootAttributes(const xmlNode* root, Findings* findings) {
+  for (const xmlAttr* attribute = root->properties; attribute != nullptr; attribute = attribute->next) {
+    if (!NamesSchema(attribute)) {
+      const std::string name = reinterpret_cast<const char*>(attribute->name);
+      findings->Warning(LineOf(root), "the root element's attribute " + Quoted(name) + " has no effect");
+    }
+  }
+}
+
 void CheckAttributes(const xmlNode* element, const ElementRule& rule, Findings* findings) {
   const int line = LineOf(element);
   for (const xmlAttr* attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
     const std::string name = reinterpret_cast<const char*>(attribute->name);
-    if (!IsSchemaInstance(attribute->ns) && FindAttribute(rule, name) == nullptr) {
+    if (!NamesSchema(attribute) && FindAttribute(rule, name) == nullptr) {
       findings->Error(line, std::string(rule.name) + ": unknown attribute " + Quoted(name) +
                                 ": the daemon passes over it" + HintForAttribute(rule, name));
     }
@@ -78,6 +93,9 @@ void CheckRepeat(const xmlNode* element, const ElementRule& rule, std::map<std::
 
 void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings) {
   CheckNamespaces(parent, findings);
+  if (parentName == kRoot) {
+    CheckRootAttributes(parent, findings);
+  }
   std::map<std::string, int> firstLines;
   for (const xmlNode* node = parent->children; node != nullptr; node = node->next) {
     if (node->type != XML_ELEMENT_NODE) {
