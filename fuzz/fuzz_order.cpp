@@ -11,25 +11,13 @@
 #include <algorithm>
 #include <set>
 
-#include "collect/quilbase.h"
-
-using namespace QuilCommon;
+#include "logfile/indexed_files.h"
 
 namespace {
 
 using Names = std::vector<std::string>;
 
-char output[] = "/data/log/cat";
-
-/// A collector that is never set up, so that it lists and opens nothing.
-class Collector : public Quilbase {
- public:
-  explicit Collector(QuilcatGroup_t* group) : Quilbase(group, WRITE_FACTORY) {}
-  void openLogFilePost() override {}
-  using Quilbase::adjustFileVecOrder;
-  using Quilbase::get_newLogFileIndex;
-  using Quilbase::sort_by_early_time;
-};
+constexpr char output[] = "/data/log/cat";
 
 std::string Digits(const char* format, int number) {
   char text[16];
@@ -145,16 +133,14 @@ void CheckSame(const Names& names, const Names& expected, const char* what) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Names sorted = Directory(data, size);
   Names names(sorted.rbegin(), sorted.rend());
-  std::sort(names.begin(), names.end(), Collector::sort_by_early_time);
+  std::sort(names.begin(), names.end(), IndexedFiles::sort_by_early_time);
   CheckSame(names, sorted, "sorted by name");
 
-  QuilcatGroup_t group{};
-  group.output_file_path = output;
-  Collector collector(&group);
-  collector.adjustFileVecOrder(names);
+  const IndexedFiles files(output);
+  files.adjustFileVecOrder(names);
   const Names ordered = OrderedByAge(sorted);
   CheckSame(names, ordered, "ordered by age");
-  const int next = collector.get_newLogFileIndex(names);
+  const int next = files.get_newLogFileIndex(names);
   const Names again = OrderedByAge(ordered);
   CheckSame(names, again, "ordered for the next index");
   if (next != NextIndex(again)) {

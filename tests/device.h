@@ -64,7 +64,7 @@ class Daemon {
   /// Waits for its end: the exit status, or 1000 and the number of the signal that ended it; -1 when it runs on.
   int Wait(double seconds = 20);
   bool IsClosable() const;  ///< has its handler of SIGUSR2
-  bool WaitUntilRunning();  ///< until it is closable
+  bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
   int Close();              ///< sends SIGUSR2 then, and waits
   std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
   std::string Errors() const { return ReadFile(errorFile); }

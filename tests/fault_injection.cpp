@@ -17,8 +17,8 @@
 namespace {
 
 // In the order of FaultyCall.
-constexpr const char* kNames[] = {"allocation", "new",         "descriptor", "mmap",   "ftruncate",
-                                  "pwrite",     "deflateInit", "localtime",  "thread", "fork"};
+constexpr const char* kNames[] = {"allocation", "new",         "descriptor", "mmap",   "ftruncate", "pwrite",
+                                  "sync",       "deflateInit", "localtime",  "thread", "fork"};
 
 std::atomic<FaultyCall> failing{FaultyCall::kCount};
 std::atomic<int> calls{0};
@@ -85,6 +85,8 @@ WRAP(int, inotify_init1, (int flags), (flags), kDescriptor, EMFILE, -1)
 WRAP(void*, mmap64, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
      (address, length, protection, flags, fd, offset), kMmap, ENOMEM, MAP_FAILED)
 WRAP(int, ftruncate64, (int fd, off_t length), (fd, length), kFtruncate, EIO, -1)
+WRAP(int, fsync, (int fd), (fd), kSync, EIO, -1)
+WRAP(int, fdatasync, (int fd), (fd), kSync, EIO, -1)
 WRAP(int, deflateInit2_,
      (z_streamp stream, int level, int method, int bits, int memory, int strategy, const char* version, int size),
      (stream, level, method, bits, memory, strategy, version, size), kDeflateInit, ENOMEM, Z_MEM_ERROR)

@@ -15,6 +15,7 @@ enum class FaultyCall {
   kMmap,
   kFtruncate,
   kPwrite,
+  kSync,
   kDeflateInit,
   kLocalTime,
   kThread,

@@ -21,6 +21,7 @@ using TarFormat::kBlockSize;
 constexpr size_t kPathBuffer = 256;
 constexpr size_t kPrefixedNameBuffer = TarFormat::kMaxPrefixedName + 1;
 constexpr size_t kPasswdBuffer = 1024;
+constexpr mode_t kArchiveMode = 0666;
 
 // "/data/log/app.log" -> "app.log"
 // "app.log"           -> "app.log"
@@ -49,64 +50,98 @@ int OpenRegularFile(const char* path) {
   return -1;
 }
 
-// Reads up to `wanted` bytes; what the end of the file or an error leaves out stays as it is in `block`.
-void ReadBlock(int fd, char* block, size_t wanted) {
+// Reads up to `wanted` bytes; what the end of the file leaves out stays as it is in `block`. False: a read failed.
+bool ReadBlock(int fd, char* block, size_t wanted) {
   size_t filled = 0;
   while (filled < wanted) {
     const ssize_t got = read(fd, block + filled, wanted - filled);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return;
-    filled += static_cast<size_t>(got);
+    if (got == 0) break;
+    if (got > 0) filled += static_cast<size_t>(got);
+    if (got < 0 && errno != EINTR) return false;
   }
+  return true;
 }
 
-void WriteBlock(gzFile archive, const char* block) {
-  gzwrite(archive, block, static_cast<unsigned>(kBlockSize));
+bool WriteBlock(gzFile archive, const char* block) {
+  return gzwrite(archive, block, static_cast<unsigned>(kBlockSize)) == static_cast<int>(kBlockSize);
 }
 
-void AddFile(gzFile archive, const char* path, const char* name, int64_t size) {
-  // The header has no room for more, and a size that differs from the data would spoil every entry behind it.
-  const int64_t announced = std::min(size, TarFormat::kMaxFileSize);
+// Tells whether the call that just failed found nothing at its path.
+bool IsMissing() {
+  return errno == ENOENT || errno == ENOTDIR;
+}
+
+bool AddFile(gzFile archive, const char* path, const char* name, int64_t size) {
+  if (size > TarFormat::kMaxFileSize) return false;
   char header[kBlockSize] = {};
-  write_header(header, name, announced);
-  write_zip_content(archive, path, announced, header);
+  write_header(header, name, size);
+  return WriteBlock(archive, header) && write_zip_content(archive, path, size);
 }
 
-void AddDirectory(gzFile archive, const char* path, bool keepName) {
+bool AddDirectory(gzFile archive, const char* path, bool keepName) {
   if (!keepName) return tar_zip_dir_recursive(archive, path, nullptr);
   char copy[kPrefixedNameBuffer] = {};
   strncpy_s(copy, sizeof(copy), path, TarFormat::kMaxPrefixedName);
   const size_t length = strlen(copy);
   if (length > 0 && copy[length - 1] == '/') copy[length - 1] = '\0';
-  tar_zip_dir_recursive(archive, path, LastPart(copy));
+  return tar_zip_dir_recursive(archive, path, LastPart(copy));
 }
 
-void AddPath(gzFile archive, const char* path, bool keepDirectoryName) {
+bool AddPath(gzFile archive, const char* path, bool keepDirectoryName) {
   struct stat examined = {};
-  if (path == nullptr || lstat(path, &examined) != 0) return;
+  if (path == nullptr) return true;
+  if (lstat(path, &examined) != 0) return IsMissing();
   if (S_ISDIR(examined.st_mode)) return AddDirectory(archive, path, keepDirectoryName);
-  if (S_ISREG(examined.st_mode)) AddFile(archive, path, LastPart(path), examined.st_size);
+  if (S_ISREG(examined.st_mode)) return AddFile(archive, path, LastPart(path), examined.st_size);
+  return true;
 }
 
-void AddDirectoryEntry(gzFile archive, const char* path, const char* prefix, const char* name) {
+bool AddDirectoryEntry(gzFile archive, const char* path, const char* prefix, const char* name) {
   struct stat examined = {};
-  if (lstat(path, &examined) != 0) return;
+  if (lstat(path, &examined) != 0) return IsMissing();
   char buffer[kPrefixedNameBuffer] = {};
   if (S_ISDIR(examined.st_mode)) {
     const char* childPrefix = prefix == nullptr ? nullptr : EntryName(prefix, name, buffer);
     return tar_zip_dir_recursive(archive, path, childPrefix);
   }
-  if (S_ISREG(examined.st_mode)) AddFile(archive, path, EntryName(prefix, name, buffer), examined.st_size);
+  if (S_ISREG(examined.st_mode)) return AddFile(archive, path, EntryName(prefix, name, buffer), examined.st_size);
+  return true;
+}
+
+// Never what stands at the path, nor what a link there names: who may write in the directory must not choose the file
+// that root fills and gives away.
+int CreateArchive(const char* path) {
+  unlink(path);
+  return open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kArchiveMode);
 }
 
 // The reentrant look-up, as collectors archive on their own threads.
-void GiveToSystemUser(const char* path) {
+void GiveToSystemUser(int fd) {
   struct passwd entry = {};
   struct passwd* found = nullptr;
   char buffer[kPasswdBuffer];
   if (getpwnam_r("system", &entry, buffer, sizeof(buffer), &found) != 0 || found == nullptr) return;
-  const int ignored = chown(path, found->pw_uid, found->pw_gid);  // an archive of root's is better than none
+  const int ignored = fchown(fd, found->pw_uid, found->pw_gid);  // an archive of root's is better than none
   static_cast<void>(ignored);
+}
+
+// A gzip stream over a descriptor of its own: gzclose closes that one, and the archive is still to be synced.
+gzFile OpenStream(int fd) {
+  const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (copy < 0) return nullptr;
+  gzFile archive = gzdopen(copy, "w");
+  if (archive == nullptr) close(copy);
+  return archive;
+}
+
+bool PackPaths(int fd, int32_t count, const char* const* paths, bool keepDirectoryName) {
+  gzFile archive = OpenStream(fd);
+  if (archive == nullptr) return false;
+  bool whole = true;
+  for (int32_t i = 0; whole && i < count; ++i) whole = AddPath(archive, paths[i], keepDirectoryName);
+  const char zeros[kBlockSize] = {};
+  whole = whole && WriteBlock(archive, zeros);
+  return gzclose(archive) == Z_OK && whole && fsync(fd) == 0;
 }
 
 }  // namespace
@@ -126,46 +161,54 @@ void write_header(char* header, const char* name, int64_t size) {
   snprintf_s(header + kChecksum.offset, kChecksum.length, kChecksum.length - 1, "%o", sum);
 }
 
-void write_zip_content(gzFile archive, const char* path, int64_t size, const char* header) {
+bool write_zip_content(gzFile archive, const char* path, int64_t size) {
   const int fd = OpenRegularFile(path);
-  if (fd < 0) return;
-  WriteBlock(archive, header);
-  for (int64_t left = size; left > 0; left -= static_cast<int64_t>(kBlockSize)) {
+  if (fd < 0) return false;
+  bool whole = true;
+  for (int64_t left = size; whole && left > 0; left -= static_cast<int64_t>(kBlockSize)) {
     char block[kBlockSize] = {};
-    ReadBlock(fd, block, static_cast<size_t>(std::min(left, static_cast<int64_t>(kBlockSize))));
-    WriteBlock(archive, block);
+    whole = ReadBlock(fd, block, static_cast<size_t>(std::min(left, static_cast<int64_t>(kBlockSize)))) &&
+            WriteBlock(archive, block);
   }
   close(fd);
+  return whole;
 }
 
-void tar_zip_dir_recursive(gzFile archive, const char* directory, const char* prefix) {
+bool tar_zip_dir_recursive(gzFile archive, const char* directory, const char* prefix) {
   char path[kPathBuffer] = {};
   size_t length = strlen(directory);
   // Every path in a directory that leaves no room for "/" is too long as well; cut short it would name another file.
-  if (length == 0 || length + 1 >= sizeof(path)) return;
+  if (length == 0 || length + 1 >= sizeof(path)) return false;
   memcpy(path, directory, length + 1);
   if (path[length - 1] != '/') path[length++] = '/';
 
   DIR* stream = opendir(directory);
-  if (stream == nullptr) return;
+  if (stream == nullptr) return IsMissing();
+  bool whole = true;
+  errno = 0;
   while (const struct dirent* entry = readdir(stream)) {
     const char* name = entry->d_name;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
     const size_t room = sizeof(path) - length;
-    if (strlen(name) >= room) continue;
+    whole = strlen(name) < room;
+    if (!whole) break;
     strncpy_s(path + length, room, name, room - 1);
-    AddDirectoryEntry(archive, path, prefix, name);
+    whole = AddDirectoryEntry(archive, path, prefix, name);
+    if (!whole) break;
+    errno = 0;
   }
+  whole = whole && errno == 0;  // readdir tells its end from a failure by this alone
   closedir(stream);
+  return whole;
 }
 
-void tar_zip_files(int32_t count, const char* const* paths, const char* archivePath, int32_t keepDirectoryName) {
-  if (archivePath == nullptr) return;
-  gzFile archive = gzopen(archivePath, "we");  // "e": not inherited by the processes that collectors start
-  if (archive == nullptr) return;
-  GiveToSystemUser(archivePath);
-  for (int32_t i = 0; i < count; ++i) AddPath(archive, paths[i], keepDirectoryName != 0);
-  const char zeros[kBlockSize] = {};
-  WriteBlock(archive, zeros);
-  gzclose(archive);
+bool tar_zip_files(int32_t count, const char* const* paths, const char* archivePath, int32_t keepDirectoryName) {
+  if (archivePath == nullptr) return false;
+  const int fd = CreateArchive(archivePath);
+  if (fd < 0) return false;
+  GiveToSystemUser(fd);
+  const bool whole = PackPaths(fd, count, paths, keepDirectoryName != 0);
+  close(fd);
+  if (!whole) unlink(archivePath);
+  return whole;
 }

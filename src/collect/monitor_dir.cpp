@@ -1,15 +1,15 @@
 #include "collect/monitor_dir.h"
 
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
-#include <sys/select.h>
 #include <unistd.h>
 
-#include "thread/interruptible.h"
-#include "collect/quilbase.h"
 #include "logfile/directory_part.h"
+#include "logfile/log_output.h"
+#include "thread/interruptible.h"
 
 const char* DMD_FOLDER = "/data/log/dmd_log";
 
@@ -17,6 +17,20 @@ namespace {
 
 constexpr uint32_t kWatchMask = IN_OPEN | IN_ISDIR;
 constexpr size_t kEventBufferSize = 1024;
+constexpr unsigned kFlushPause = 50;  // milliseconds
+
+/// True when one of the inotify records, 16 bytes and a name of `len` bytes each, is the opening of a directory.
+bool OpenedDirectory(const char* events, size_t size) {
+  for (size_t offset = 0; offset + sizeof(inotify_event) <= size;) {
+    inotify_event event;
+    memcpy(&event, events + offset, sizeof event);
+    if ((event.mask & IN_ISDIR) != 0) {
+      return true;
+    }
+    offset += sizeof event + event.len;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -42,8 +56,8 @@ void MonitorDir::GetDir(const char* path) {
   }
 }
 
-void MonitorDir::SetupLogBase(Quilbase* collector) {
-  logBase = collector;
+void MonitorDir::SetupLogBase(LogOutput* output) {
+  logBase = output;
 }
 
 void MonitorDir::WatchDirectories() {
@@ -64,28 +78,15 @@ void MonitorDir::run() {
       continue;
     }
     const ssize_t size = readNode(inotifyFd, events, sizeof events);
-    if (size > 0) {
-      FlushForEvents(events, static_cast<size_t>(size));
+    if (size > 0 && OpenedDirectory(events, static_cast<size_t>(size))) {
+      // Whoever opens a directory again and again gets one flush for all openings of the time that follows.
+      logBase->logcatClose();
+      sleepMilliseconds(kFlushPause);
     }
   }
 }
 
 bool MonitorDir::WaitForEvents() {
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(inotifyFd, &readable);
-  return select(inotifyFd + 1, &readable, nullptr, nullptr, nullptr) >= 1;
-}
-
-/// Flushes once for each opening of a directory among the inotify records, 16 bytes and a name of `len` bytes each.
-void MonitorDir::FlushForEvents(const char* events, size_t size) {
-  size_t offset = 0;
-  while (offset + sizeof(inotify_event) <= size) {
-    inotify_event event;
-    memcpy(&event, events + offset, sizeof event);
-    if ((event.mask & IN_ISDIR) != 0) {
-      logBase->logcatClose();
-    }
-    offset += sizeof event + event.len;
-  }
+  pollfd watched = {inotifyFd, POLLIN, 0};
+  return poll(&watched, 1, -1) >= 1;
 }

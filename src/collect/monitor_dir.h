@@ -3,15 +3,16 @@
 
 #include "thread/thread_base.h"
 
-class Quilbase;
+class LogOutput;
 
 /// A directory that every monitor watches beside its own: who opens it wants all logs up to date.
 extern const char* DMD_FOLDER;
 
-/// Flushes a collector's log each time its output directory, DMD_FOLDER or a directory inside them is opened, so that
-/// whoever lists the logs finds them complete. Sleeps without a time-out in between.
+/// Flushes an output each time its directory, DMD_FOLDER or a directory inside them is opened, so that whoever lists
+/// the logs finds them complete. Sleeps without a time-out in between.
 ///
-/// Created, started and destroyed by its collector. The thread touches nothing of the collector but logcatClose().
+/// Created, started and destroyed by the output's collector. The thread touches nothing of the output but
+/// logcatClose().
 class MonitorDir : public ThreadBase {
  public:
   /// Watches the directory part of `path`. A path without one gives a thread that ends at once.
@@ -19,11 +20,11 @@ class MonitorDir : public ThreadBase {
   /// Ends and joins the thread and closes the descriptor.
   ~MonitorDir() override;
 
-  /// Sets the collector to flush, borrowed. Before start().
-  void SetupLogBase(Quilbase* collector);
+  /// Sets the output to flush, borrowed. Before start().
+  void SetupLogBase(LogOutput* output);
 
   /// Watches both directories, those of them that exist; watching one again changes nothing. For any thread: the
-  /// collector calls it when it has made its directory anew.
+  /// collector calls it when its output has made the directory anew.
   void WatchDirectories();
 
   void run() override;
@@ -31,10 +32,9 @@ class MonitorDir : public ThreadBase {
  private:
   void GetDir(const char* path);
   bool WaitForEvents();
-  void FlushForEvents(const char* events, size_t size);
 
   char* dirPath = nullptr;  ///< malloc
-  Quilbase* logBase = nullptr;
+  LogOutput* logBase = nullptr;
   int inotifyFd;
 };
 

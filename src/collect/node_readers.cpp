@@ -1,21 +1,20 @@
 // The input side of a collector: nodes become columns and time-stamped lines.
 
-#include <fcntl.h>
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
-#include "thread/interruptible.h"
+#include "collect/line_stream.h"
 #include "collect/quilbase.h"
-#include "thread/thread_base.h"
 #include "platform/property.h"
 #include "safestr/safestr.h"
+#include "thread/interruptible.h"
+#include "thread/thread_base.h"
 
 namespace {
 
-constexpr size_t kTextSize = 8192;
+constexpr size_t kTextSize = LineStream::kTextSize;
 constexpr size_t kTextLength = kTextSize - 1;
 constexpr char kShellLogNode[] = "/dev/cshell_log";
 
@@ -42,83 +41,13 @@ void StopFeeder(const char* path) {
   }
 }
 
-/// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
-class LineClock {
- public:
-  /// Takes the time. False: the local time is not to be had, and text() is of no use.
-  bool Update() {
-    gettimeofday(&now, nullptr);
-    if (now.tv_sec != second) {
-      tm local;
-      usable =
-          localtime_r(&now.tv_sec, &local) != nullptr && strftime(clock, sizeof clock, "%m-%d %H:%M:%S", &local) > 0;
-      second = now.tv_sec;
-    }
-    return usable;
-  }
-  const char* text() const { return clock; }
-  long milliseconds() const { return static_cast<long>(now.tv_usec / 1000); }
-
- private:
-  timeval now = {};
-  time_t second = -1;
-  bool usable = false;
-  char clock[32] = {};
-};
+/// True when a call of interruptible.h gave `result` because the thread was asked to stop, which says nothing about the
+/// node.
+bool WasStopped(ssize_t result) {
+  return result < 0 && errno == EINTR;
+}
 
 }  // namespace
-
-/// Splits the bytes of a node into lines.
-///
-/// Holds one buffer of at most 8191 bytes; what stands behind the last line feed is kept at its start until the rest of
-/// the line arrives.
-class Quilbase::LineStream {
- public:
-  explicit LineStream(Quilbase& collector) : owner(collector) {}
-
-  char* freeSpace() { return buffer + kept; }
-  size_t freeSize() const { return kTextLength - kept; }
-
-  /// Emits the lines that the `size` bytes read into freeSpace() complete. A zero byte ends the data; what follows it
-  /// is lost. A full buffer without a line feed is a line. False: a write failed.
-  bool Take(size_t size) {
-    char* end = buffer + kept + size;
-    *end = '\0';
-    if (char* zero = static_cast<char*>(memchr(freeSpace(), '\0', size)); zero != nullptr) {
-      end = zero;
-    }
-    char* line = buffer;
-    char* search = freeSpace();  // what was kept holds no line feed
-    while (char* feed = static_cast<char*>(memchr(search, '\n', static_cast<size_t>(end - search)))) {
-      *feed = '\0';
-      if (feed != line && !Emit(line)) {
-        return false;
-      }
-      line = search = feed + 1;
-    }
-    kept = static_cast<size_t>(end - line);
-    if (kept == kTextLength) {
-      kept = 0;
-      return Emit(line);
-    }
-    memmove(buffer, line, kept);
-    return true;
-  }
-
- private:
-  bool Emit(const char* line) {
-    const int result = clock.Update() ? snprintf_s(output, kTextSize, kTextLength, "%s.%03ld %s\n", clock.text(),
-                                                   clock.milliseconds(), line)
-                                      : snprintf_s(output, kTextSize, kTextLength, "%s\n", line);
-    return owner.logcatWrite(output, FormattedLength(output, result), true) == 0;
-  }
-
-  Quilbase& owner;
-  LineClock clock;
-  size_t kept = 0;
-  char buffer[kTextSize] = {};
-  char output[kTextSize] = {};
-};
 
 int Quilbase::logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone) {
   if (text == nullptr) {
@@ -133,7 +62,7 @@ int Quilbase::node_cat_once(const char* path, size_t width, bool lineDone) {
   }
   const int fd = openNode(path);
   if (fd < 0) {
-    return writeFailureColumn(width, lineDone);
+    return WasStopped(fd) ? 1 : writeFailureColumn(width, lineDone);
   }
   const int result = readToEnd(fd, width, lineDone);
   close(fd);
@@ -143,7 +72,7 @@ int Quilbase::node_cat_once(const char* path, size_t width, bool lineDone) {
 int Quilbase::readToEnd(int fd, size_t width, bool lineDone) {
   char chunk[kTextSize] = {};
   bool written = false;
-  while (true) {
+  while (!ThreadBase::currentStopRequested()) {
     const ssize_t size = readNode(fd, chunk, kTextLength);
     if (size > 0) {
       if (writeChunk(chunk, static_cast<size_t>(size), width, lineDone) != 0) {
@@ -152,12 +81,17 @@ int Quilbase::readToEnd(int fd, size_t width, bool lineDone) {
       written = true;
     } else if (written) {
       return 0;
+    } else if (WasStopped(size)) {
+      return 1;
     } else if (failureRetry == 0) {
       return writeFailureColumn(width, lineDone);
-    } else if (!retryRead()) {
+    } else if (isRetryBudgetUsedUp()) {
       return 1;
+    } else {
+      sleepSeconds(1);
     }
   }
+  return written ? 0 : 1;
 }
 
 int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone) {
@@ -169,53 +103,92 @@ int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lin
     fd = openNode(entry->str);
   }
   if (fd < 0) {
-    return writeFailureColumn(width, lineDone);
+    return WasStopped(fd) ? 1 : writeFailureColumn(width, lineDone);
   }
   char chunk[kTextSize] = {};
   const ssize_t size = readNode(fd, chunk, kTextLength);
+  const bool wasStopped = WasStopped(size);
   close(fd);
-  return size < 0 ? writeFailureColumn(width, lineDone) : writeChunk(chunk, static_cast<size_t>(size), width, lineDone);
+  if (size < 0) {
+    return wasStopped ? 1 : writeFailureColumn(width, lineDone);
+  }
+  return writeChunk(chunk, static_cast<size_t>(size), width, lineDone);
 }
 
 int Quilbase::node_cat_stream(const char* path) {
-  if (path == nullptr) {
+  if (path == nullptr || output == nullptr) {
     return 1;
   }
   const int fd = openNode(path);
   if (fd < 0) {
-    StopFeeder(path);
+    if (!WasStopped(fd)) {
+      StopFeeder(path);
+    }
     return 1;
   }
-  const bool isShellLog = strcmp(path, kShellLogNode) == 0;
-  LineStream lines(*this);
+  LineStream lines(*output, retriesStream);
+  unsigned failures = 0;  // one behind the other
   // A read of no bytes is no end: a node that has nothing now may have more later.
   while (!ThreadBase::currentStopRequested()) {
     const ssize_t size = readNode(fd, lines.freeSpace(), lines.freeSize());
     if (size >= 0) {
+      failures = 0;
       if (!lines.Take(static_cast<size_t>(size))) {
         break;
       }
-    } else if (!isShellLog || failureRetry == 0 || ThreadBase::currentStopRequested()) {
+      continue;
+    }
+    const int error = errno;
+    if (!isWorthARetry(path, error, ++failures, lines.freeSize())) {
       break;
-    } else if (!retryRead()) {
-      StopFeeder(path);
-      break;
-    } else {
-      fprintf(stderr, "read failure!reserved_buf_size = %d\n", static_cast<int>(lines.freeSize()));
+    }
+    if (retriesStream) {
+      lines.NoteFailedRead(error);
     }
   }
   close(fd);
   return 1;
 }
 
-/// Counts a failed read and pauses for a second. False: the budget is used up, or the thread is to stop.
-bool Quilbase::retryRead() {
-  if (++failureCount >= failureRetry) {
-    failureCount = 0;
+/// Tells whether the stream at `path` is to be read again after a read that failed with `error`, the `failures`th in a
+/// row, and makes the pause that belongs between the two.
+bool Quilbase::isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize) {
+  if (ThreadBase::currentStopRequested()) {
+    return false;
+  }
+  if (strcmp(path, kShellLogNode) == 0 && failureRetry != 0) {
+    return isShellLogWorthARetry(path, freeSize);
+  }
+  const bool passes = error == EPIPE || error == EAGAIN;  // the reader was too slow, or too early
+  if (!retriesStream || (!passes && failures > 1)) {
+    return false;
+  }
+  if (error != EPIPE || failures > 1) {
+    sleepSeconds(1);
+  }
+  return true;
+}
+
+bool Quilbase::isShellLogWorthARetry(const char* path, size_t freeSize) {
+  if (isRetryBudgetUsedUp()) {
+    StopFeeder(path);
     return false;
   }
   sleepSeconds(1);
-  return !ThreadBase::currentStopRequested();
+  if (ThreadBase::currentStopRequested()) {
+    return false;
+  }
+  fprintf(stderr, "read failure!reserved_buf_size = %d\n", static_cast<int>(freeSize));
+  return true;
+}
+
+/// Counts a failed read. True: that was the last of the budget, and the count begins anew.
+bool Quilbase::isRetryBudgetUsedUp() {
+  if (++failureCount < failureRetry) {
+    return false;
+  }
+  failureCount = 0;
+  return true;
 }
 
 int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) {
@@ -225,8 +198,7 @@ int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) 
 }
 
 int Quilbase::writeFailureColumn(size_t width, bool lineDone) {
-  // A read that a stop broke off says nothing about the node.
-  return width == 0 || ThreadBase::currentStopRequested() ? 1 : writeColumn("Read Fail", width, lineDone);
+  return width == 0 ? 1 : writeColumn("Read Fail", width, lineDone);
 }
 
 int Quilbase::writeColumn(const char* text, size_t width, bool lineDone) {

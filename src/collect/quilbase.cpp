@@ -1,10 +1,7 @@
 #include "collect/quilbase.h"
 
-#include <stdio.h>
-#include <stdlib.h>
-
-#include "collect/monitor_dir.h"
-#include "mmaplog/quil.h"
+#include "logfile/factory_output.h"
+#include "logfile/mapped_output.h"
 
 using namespace QuilCommon;
 
@@ -15,44 +12,86 @@ constexpr size_t kFilesPerArchive = 5;
 constexpr uint64_t kDefaultFiles = 10;
 constexpr uint64_t kDefaultArchives = 2;
 
+bool RetriesStream(const QuilcatGroup_t& group) {
+  return group.style == STYLE_MONITOR_NODE && group.on_write_failure == WRITE_FAILURE_RETRY;
+}
+
+LogOutput::Settings OutputSettings(const QuilcatGroup_t& group, bool mapped) {
+  LogOutput::Settings settings;
+  settings.outputFilePath = group.output_file_path;
+  settings.keepRefused = RetriesStream(group);
+  QuilcatInfo_t* info = group.info;
+  if (info == nullptr) {
+    settings.maxFiles = mapped ? kDefaultFiles : kDefaultArchives;
+    return settings;
+  }
+  if (info->maxCompressdFiles > kMostFiles) {
+    info->maxCompressdFiles = kMostFiles;
+  }
+  const size_t files = info->maxCompressdFiles;
+  settings.maxFiles = mapped ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
+  settings.rotateSizeKB = info->rotate_size_kbytes;
+  settings.syncSeconds = info->sync_seconds;
+  return settings;
+}
+
 }  // namespace
 
-Quilbase::Quilbase(QuilcatGroup_t* group, type_write mode) {
+Quilbase::Quilbase(QuilcatGroup_t* group, type_write writeMode) {
   if (group == nullptr) {
     return;
   }
-  outputFilePath = group->output_file_path;
-  if (outputFilePath != nullptr && asprintf(&prevLinkPath, "%s.1", outputFilePath) < 0) {
-    prevLinkPath = nullptr;
-  }
-  writeMode = mode;
   failureRetry = group->failureRetry;
-  const bool mapped = writeMode == WRITE_MMAP;
-  if (QuilcatInfo_t* info = group->info; info != nullptr) {
-    if (info->maxCompressdFiles > kMostFiles) {
-      info->maxCompressdFiles = kMostFiles;
-    }
-    const size_t files = info->maxCompressdFiles;
-    maxFiles = mapped ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
-    rotateSizeKB = info->rotate_size_kbytes;
-  } else {
-    maxFiles = mapped ? kDefaultFiles : kDefaultArchives;
-  }
-  if (mapped) {
-    mmapWriter = new Quil;
-    monitorDir = new MonitorDir(outputFilePath);
-    monitorDir->SetupLogBase(this);
-    monitorDir->start();
+  retriesStream = RetriesStream(*group);
+  const LogOutput::Settings settings = OutputSettings(*group, writeMode == WRITE_MMAP);
+  LogOutput::Owner& self = *this;
+  switch (writeMode) {
+    case WRITE_MMAP:
+      output = std::make_unique<MappedOutput>(settings, self);
+      monitorDir = std::make_unique<MonitorDir>(settings.outputFilePath);
+      monitorDir->SetupLogBase(output.get());
+      monitorDir->start();
+      break;
+    case WRITE_FACTORY:
+      output = std::make_unique<FactoryOutput>(settings, self);
+      break;
   }
 }
 
-Quilbase::~Quilbase() {
-  // The monitor flushes the writer: it goes first.
-  delete monitorDir;
-  delete mmapWriter;
-  if (writeMode == WRITE_FACTORY && outputFilePath != nullptr) {
-    closeLogFd();
+Quilbase::~Quilbase() = default;
+
+int Quilbase::setupOutput() {
+  return output != nullptr ? output->setupOutput() : 0;
+}
+
+int Quilbase::logcatWrite(const char* data, size_t len, bool lineDone) {
+  return output != nullptr ? output->logcatWrite(data, len, lineDone) : 1;
+}
+
+void Quilbase::logcatClose() {
+  if (output != nullptr) {
+    output->logcatClose();
   }
-  free(logFilePath);
-  free(prevLinkPath);
+}
+
+void Quilbase::flushUnlessBusy() {
+  if (output != nullptr) {
+    output->flushUnlessBusy();
+  }
+}
+
+void Quilbase::beginRun() {
+  if (output != nullptr) {
+    output->beginRun();
+  }
+}
+
+int Quilbase::endRun() {
+  return output != nullptr ? output->endRun() : 1;
+}
+
+void Quilbase::outputDirectoryMade() {
+  if (monitorDir != nullptr) {
+    monitorDir->WatchDirectories();
+  }
 }

@@ -5,9 +5,10 @@
 #include <string.h>
 #include <time.h>
 
-#include "thread/interruptible.h"
 #include "config/records.h"
+#include "platform/local_time.h"
 #include "safestr/safestr.h"
+#include "thread/interruptible.h"
 
 using namespace QuilCommon;
 
@@ -19,18 +20,10 @@ bool BeginsWith(const char* text, const char* prefix) {
   return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-/// The local time of now; the first moment of 1900, without a day, when it is not to be had.
-tm LocalTime() {
-  tm local;
-  const time_t now = time(nullptr);
-  if (localtime_r(&now, &local) == nullptr) {
-    local = {};
-  }
-  return local;
-}
-
+/// The time of now in `format`; the first moment of 1900, without a day, when the local time is not to be had.
 char* FormatTime(const char* format) {
-  const tm local = LocalTime();
+  tm local;
+  localTime(time(nullptr), &local);
   char* text = nullptr;
   const int length = asprintf(&text, format, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                               local.tm_min, local.tm_sec);
@@ -57,10 +50,19 @@ void Quilcat::run() {
   if (group == nullptr) {
     return;
   }
-  if (group->style == STYLE_POLL_NODE) {
-    poll_node();
-  } else if (group->style == STYLE_MONITOR_NODE && NodeSets(group) != nullptr) {
-    node_cat_stream(NodeSets(group)->data_path);
+  switch (group->style) {
+    case STYLE_MONITOR_NODE:
+      if (NodeSets(group) != nullptr) {
+        node_cat_stream(NodeSets(group)->data_path);
+      }
+      return;
+    case STYLE_POLL_NODE:
+      poll_node();
+      return;
+    case STYLE_NONE:
+    case STYLE_MONITOR_DIR:
+    case STYLE_POLL_CMD:
+      return;
   }
 }
 
@@ -73,12 +75,31 @@ void Quilcat::poll_node() {
 }
 
 void Quilcat::pollOnce() {
-  for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
-    if (pollNodeSet(*set, set->next == nullptr) != 0) {
-      fprintf(stderr, "node_cat write data fail!!\n");
-    }
+  beginRun();
+  if (pollColumns()) {
+    writeEndOfRow();
   }
-  writeEndOfRow();
+  if (endRun() != 0 && !currentStopRequested()) {
+    fprintf(stderr, "node_cat write data fail!!\n");
+  }
+}
+
+/// Writes the columns of a row. False: a stop broke it off. Columns that were not begun are left out then, and the line
+/// feed is to be left out too, so that what stands there does not look like a row.
+bool Quilcat::pollColumns() {
+  for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
+    if (currentStopRequested()) {
+      return false;
+    }
+    if (pollNodeSet(*set, set->next == nullptr) == 0) {
+      continue;
+    }
+    if (currentStopRequested()) {
+      return false;
+    }
+    fprintf(stderr, "node_cat write data fail!!\n");
+  }
+  return true;
 }
 
 int Quilcat::pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast) {

@@ -14,6 +14,9 @@ constexpr uint32_t kTimeStampOffset = 6;
 constexpr uint32_t kTimeStampLength = 15;
 constexpr uint32_t kSuffixLength = 24;
 
+/// Numbers of the names that factory mode gives: 0 to 4.
+constexpr int kOldStyleNumbers = 5;
+
 }  // namespace FileNames
 
 #endif  // QUILCAT_LOGFILE_FILE_NAMES_H_

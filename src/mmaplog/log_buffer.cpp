@@ -14,19 +14,25 @@ constexpr char kZlibVersion[] = "1.2.8";
 
 }  // namespace
 
-LogBuffer::LogBuffer() {
+LogBuffer::LogBuffer(bool keepRefused) : keepsRefused(keepRefused) {
   MutexLock held(lock);
+  SetUpStream();
+}
+
+/// False: reported.
+bool LogBuffer::SetUpStream() {
   streamReady = deflateInit2_(&stream, kDeflateLevel, Z_DEFLATED, kGzipWindowBits, kDeflateMemLevel, Z_DEFAULT_STRATEGY,
                               kZlibVersion, static_cast<int>(sizeof stream)) == Z_OK;
   if (!streamReady) {
     fprintf(stderr, "LogBuffer:deflateInit2 failed.\n");
   }
+  return streamReady;
 }
 
 LogBuffer::~LogBuffer() {
   Flush();
   MutexLock held(lock);
-  if (streamReady && deflateEnd(&stream) != Z_OK) {
+  if (deflateEnd(&stream) != Z_OK) {
     fprintf(stderr, "LogBuffer:deflateEnd failed.\n");
   }
 }
@@ -40,16 +46,17 @@ bool LogBuffer::Write(const void* data, size_t len) {
     return false;
   }
   MutexLock held(lock);
-  if (!streamReady) {
+  if (!streamReady && !SetUpStream()) {
     return false;
+  }
+  if (keepsRefused) {
+    return TakeOrRefuse(data, len);
   }
   if (len > inFree) {
     fprintf(stderr, "LogBuffer:write_to_out_buffer failed.\n");
     return false;
   }
-  memcpy(inBuffer + inUsed, data, len);
-  inUsed += static_cast<uint32_t>(len);
-  inFree = kBlockArea - inUsed;
+  Append(data, len);
   if (inUsed < kBlockThreshold) {
     return true;
   }
@@ -57,12 +64,49 @@ bool LogBuffer::Write(const void* data, size_t len) {
   return target != nullptr && HandOver() && kept;
 }
 
+bool LogBuffer::TakeOrRefuse(const void* data, size_t len) {
+  if (len > inFree) {
+    Drain();
+  }
+  if (len > inFree) {
+    return false;
+  }
+  Append(data, len);
+  if (inUsed >= kBlockThreshold) {
+    Drain();
+  }
+  return true;
+}
+
+void LogBuffer::Append(const void* data, size_t len) {
+  memcpy(inBuffer + inUsed, data, len);
+  inUsed += static_cast<uint32_t>(len);
+  inFree = kBlockArea - inUsed;
+}
+
 void LogBuffer::Flush() {
   MutexLock held(lock);
+  if (keepsRefused) {
+    Drain();
+    return;
+  }
   if (inUsed != 0) {
     CompressBlock();
   }
   HandOver();
+}
+
+/// Brings what is pending to the file as far as the file takes it: the next block only when the one before is gone.
+void LogBuffer::Drain() {
+  HandOver();
+  while (outUsed == 0 && inUsed != 0) {
+    const uint32_t size = AppendMember(inBuffer, inUsed) ? inUsed : inUsed / 2;
+    if (size != inUsed && !AppendMember(inBuffer, size)) {
+      return;
+    }
+    DropInput(size);
+    HandOver();
+  }
 }
 
 /// Turns the pending text into gzip members. One member as a rule; text that does not shrink enough for the room left
@@ -70,13 +114,13 @@ void LogBuffer::Flush() {
 /// member in the file. False: text was lost.
 bool LogBuffer::CompressBlock() {
   bool kept = AppendMember(inBuffer, inUsed);
-  if (!kept && target != nullptr) {
+  if (!kept && target != nullptr && !target->isLost()) {
     const uint32_t half = inUsed / 2;
     kept = HandOver();
     kept = AppendMember(inBuffer, half) && HandOver() && kept;
     kept = AppendMember(inBuffer + half, inUsed - half) && HandOver() && kept;
   }
-  ClearInput();
+  DropInput(inUsed);
   return kept;
 }
 
@@ -99,21 +143,28 @@ bool LogBuffer::AppendMember(const uint8_t* text, uint32_t size) {
   return finished;
 }
 
-/// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases.
-/// Without a file they stay. False: they were refused.
+/// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases, unless
+/// refused ones are kept. Without a file, or with one that is lost, they stay. False: they were refused.
 bool LogBuffer::HandOver() {
   if (target == nullptr || outUsed == 0) {
     return true;
   }
   const bool written = target->Write(outBuffer, outUsed);
-  ClearOutput();
+  if (target->isLost()) {
+    return true;
+  }
+  if (written || !keepsRefused) {
+    ClearOutput();
+  }
   return written;
 }
 
-void LogBuffer::ClearInput() {
-  memset(inBuffer, 0, inUsed);
-  inUsed = 0;
-  inFree = kBlockArea;
+/// Removes the first `size` bytes of the pending text.
+void LogBuffer::DropInput(uint32_t size) {
+  memmove(inBuffer, inBuffer + size, inUsed - size);
+  memset(inBuffer + inUsed - size, 0, size);
+  inUsed -= size;
+  inFree = kBlockArea - inUsed;
 }
 
 void LogBuffer::ClearOutput() {

@@ -2,18 +2,21 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "mmaplog/log_format.h"
+#include "mmaplog/segment_copy.h"
 
 using LogFormat::kSegmentSize;
 
 namespace {
 
 void Unmap(uint8_t* segment) {
-  if (munmap(segment, kSegmentSize) != 0) {
+  if (segment != nullptr && munmap(segment, kSegmentSize) != 0) {
     fprintf(stderr, "failed unmapping data\n");
   }
 }
@@ -25,8 +28,10 @@ LogMmap::LogMmap(const char* path) {
 }
 
 LogMmap::~LogMmap() {
-  ReleaseSegment();
-  CloseFile();
+  const int finished = Finish();
+  if (finished >= 0) {
+    close(finished);
+  }
 }
 
 bool LogMmap::isMmapOpenSucc() const {
@@ -37,7 +42,7 @@ void LogMmap::openMmapFile(const char* path) {
   if (path == nullptr) {
     return;
   }
-  fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0700);
+  fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0700);
   if (fd < 0) {
     fprintf(stderr, "failed opening file\n");
   }
@@ -46,9 +51,14 @@ void LogMmap::openMmapFile(const char* path) {
   }
 }
 
-/// Grows the file by one segment and maps that segment in place of the current one. False: all is as it was.
+/// Grows the file by one segment and maps that segment in place of the current one, whose mapping is left to the
+/// caller. False: the segment is as it was, and so is the file, or it is lost.
 bool LogMmap::mmap_file() {
   if (fd < 0) {
+    return false;
+  }
+  lost = lost || !HasOwnLength();
+  if (lost) {
     return false;
   }
   const uint64_t offset = reservedSize;
@@ -73,11 +83,14 @@ bool LogMmap::mmap_file() {
     UndoExtension();
     return false;
   }
-  if (segment != nullptr) {
-    Unmap(segment);
-  }
   segment = static_cast<uint8_t*>(mapped);
   return true;
+}
+
+/// Tells whether the file has the length that this object gave it; another one is the work of somebody else.
+bool LogMmap::HasOwnLength() const {
+  struct stat status;
+  return fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(reservedSize);
 }
 
 /// Writes zeros over the segment at `offset`, so that its blocks exist: a store into a mapped hole of a full disk would
@@ -87,20 +100,14 @@ bool LogMmap::FillSegment(uint64_t offset) {
   return pwrite(fd, zeros, sizeof zeros, static_cast<off_t>(offset)) == static_cast<ssize_t>(sizeof zeros);
 }
 
+/// A file that does not let itself be cut is given up: its length tells nothing any more.
 void LogMmap::UndoExtension() {
   reservedSize -= kSegmentSize;
-  Shorten(reservedSize);
-}
-
-/// Cuts the file. A failure leaves zeros behind the text, which do no harm.
-void LogMmap::Shorten(uint64_t size) const {
-  if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
-    return;
-  }
+  lost = ftruncate(fd, static_cast<off_t>(reservedSize)) != 0;
 }
 
 bool LogMmap::Write(const void* data, size_t len) {
-  if (data == nullptr || len < 1 || len > kSegmentSize) {
+  if (data == nullptr || len < 1 || len > kSegmentSize || lost) {
     return false;
   }
   if (segment == nullptr && !mmap_file()) {
@@ -109,34 +116,39 @@ bool LogMmap::Write(const void* data, size_t len) {
   const auto* bytes = static_cast<const uint8_t*>(data);
   const size_t position = writtenSize % kSegmentSize;
   const size_t room = kSegmentSize - position;
-  if (len < room) {
-    memcpy(segment + position, bytes, len);
-    writtenSize += len;
-    return true;
+  if (len >= room) {
+    return WriteAcrossSegments(bytes, len, room);
   }
-  memcpy(segment + position, bytes, room);
-  // A segment that is full is followed at once, so that the next write finds a fresh one.
-  if (!mmap_file()) {
-    memset(segment + position, 0, room);
+  lost = !copyToSegment(segment, position, bytes, len);
+  if (lost) {
     return false;
   }
-  memcpy(segment, bytes + room, len - room);
   writtenSize += len;
   return true;
 }
 
-void LogMmap::ReleaseSegment() {
-  if (segment != nullptr) {
-    Unmap(segment);
-    segment = nullptr;
+/// Fills the `room` left in the segment and goes on in the next one, which a segment that is just full is given at
+/// once. The next one is had before anything is copied: what remains between the two halves, in which a kill would
+/// break the bytes in two, is two copies.
+bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room) {
+  uint8_t* const full = segment;
+  if (!mmap_file()) {
+    return false;
   }
+  lost = !copyToSegment(full, kSegmentSize - room, bytes, room) || !copyToSegment(segment, 0, bytes + room, len - room);
+  Unmap(full);
+  if (lost) {
+    return false;
+  }
+  writtenSize += len;
+  return true;
 }
 
-void LogMmap::CloseFile() {
-  if (fd < 0) {
-    return;
+int LogMmap::Finish() {
+  Unmap(std::exchange(segment, nullptr));
+  // A failure leaves zeros behind the text, which do no harm.
+  if (fd >= 0 && !lost && HasOwnLength() && ftruncate(fd, static_cast<off_t>(writtenSize)) != 0) {
+    lost = true;
   }
-  Shorten(writtenSize);
-  close(fd);
-  fd = -1;
+  return std::exchange(fd, -1);
 }

@@ -6,17 +6,22 @@
 
 #include "mmaplog/log_format.h"
 
-/// Appends bytes to one file through a 64 KiB shared mapping that slides along it.
+/// Appends bytes to one new file through a 64 KiB shared mapping that slides along it.
 ///
 /// One object serves one file for its whole life. Not thread-safe: the caller holds the writer's lock.
 /// While the object lives the file is whole segments long, zero behind what was written; a process that dies leaves it
-/// so, the destructor cuts it to what was written. The blocks of a segment are put on disk before it is used, so a full
-/// disk refuses a write and never ends the process. A file holds less than 2 GiB.
+/// so, the end cuts it to what was written. The blocks of a segment are put on disk before it is used, so a full disk
+/// refuses a write and never ends the process. A file holds less than 2 GiB.
+///
+/// A file is lost when somebody else cuts or extends it, or when its disk fails under a page that is to be written.
+/// Nothing more is written to it, and it keeps the length that it has then.
 class LogMmap {
  public:
-  /// Opens and empties `path`, made with mode 0700 when it is missing, and maps its first segment. A failure is
-  /// reported on standard error and shows in isMmapOpenSucc(). A null path opens nothing.
+  /// Makes the file at `path` with mode 0700 and maps its first segment. It never opens a file that exists, and follows
+  /// no link: whoever may write in the directory must not have another file emptied or written. A failure is reported
+  /// on standard error and shows in isMmapOpenSucc(). A null path opens nothing.
   explicit LogMmap(const char* path);
+  /// As Finish(), and closes the file.
   ~LogMmap();
   LogMmap(const LogMmap&) = delete;
   LogMmap& operator=(const LogMmap&) = delete;
@@ -24,23 +29,33 @@ class LogMmap {
   /// True when the file is open and a segment is mapped.
   bool isMmapOpenSucc() const;
 
-  /// Appends `len` bytes, 1 to 65536. False: refused whole, the file holds what it held before; the next write starts
-  /// at the same position.
+  /// True when the file is lost: all writes are refused from then on.
+  bool isLost() const { return lost; }
+
+  /// The open file, borrowed, or -1.
+  int descriptor() const { return fd; }
+
+  /// Appends `len` bytes, 1 to 65536. False: refused; the file holds what it held before and the next write starts at
+  /// the same position, or it is lost.
   bool Write(const void* data, size_t len);
+
+  /// Ends the mapping, cuts the file to what was written, and gives its descriptor to the caller; -1 when there is
+  /// none.
+  int Finish();
 
  private:
   void openMmapFile(const char* path);
   bool mmap_file();
+  bool HasOwnLength() const;
   bool FillSegment(uint64_t offset);
   void UndoExtension();
-  void Shorten(uint64_t size) const;
-  void ReleaseSegment();
-  void CloseFile();
+  bool WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room);
 
   int fd = -1;
   uint64_t reservedSize = 0;  ///< length of the file: 65536 times the segments mapped so far
   uint64_t writtenSize = 0;   ///< the next byte goes to this offset
   uint8_t* segment = nullptr;
+  bool lost = false;
 };
 
 #endif  // QUILCAT_MMAPLOG_LOG_MMAP_H_

@@ -1,21 +1,46 @@
 #include "mmaplog/quil.h"
 
-#include <signal.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdint.h>
 #include <stdio.h>
-#include <sys/select.h>
-#include <time.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 namespace {
 
-// Measured from the end of the previous flush.
 constexpr timespec kFlushPeriod = {5, 5000};
 
 /// Set in the thread that receives SIGUSR1.
 thread_local volatile sig_atomic_t exitRequested = 0;
 
+/// Takes the note of a timer or event that went off.
+void Acknowledge(int fd) {
+  uint64_t count = 0;
+  const ssize_t ignored = read(fd, &count, sizeof count);  // none there is as good
+  static_cast<void>(ignored);
+}
+
+time_t MonotonicSeconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
+
+void CloseIfOpen(int fd) {
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
 }  // namespace
 
-Quil::Quil() : buffer(new LogBuffer) {
+Quil::Quil(unsigned syncSeconds, bool keepRefused)
+    : buffer(new LogBuffer(keepRefused)),
+      syncPeriod(static_cast<time_t>(syncSeconds)),
+      flushTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      syncRequest(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   sigset_t exitSignal;
   sigemptyset(&exitSignal);
   sigaddset(&exitSignal, SIGUSR1);
@@ -33,9 +58,14 @@ Quil::~Quil() {
     }
     pthread_join(timerThread, nullptr);
   }
+  CloseIfOpen(flushTimer);
+  CloseIfOpen(syncRequest);
   // The buffer goes first: its last block still goes to the file.
   delete buffer;
   buffer = nullptr;
+  if (file != nullptr) {
+    syncAndClose(file->Finish());
+  }
   delete file;
   file = nullptr;
 }
@@ -44,27 +74,62 @@ bool Quil::SetOutputPath(const char* path) {
   if (buffer == nullptr) {
     return false;
   }
+  int finished = -1;
+  bool opened = false;
+  {
+    MutexLock held(writerLock);
+    if (file != nullptr) {
+      finished = file->Finish();
+    }
+    delete file;
+    file = new LogMmap(path);
+    buffer->SetupMap(file);
+    opened = file->isMmapOpenSucc();
+    lost = file->isLost();
+    // A block that waited for this file is to reach it, and the disk.
+    unsynced = true;
+    if (!flushSet) {
+      SetTimer(kFlushPeriod);
+    }
+  }
+  SyncFinished(finished);
+  return opened;
+}
+
+int Quil::outputDescriptor() {
   MutexLock held(writerLock);
-  delete file;
-  file = new LogMmap(path);
-  buffer->SetupMap(file);
-  return file->isMmapOpenSucc();
+  return file != nullptr ? file->descriptor() : -1;
 }
 
 bool Quil::Write(const void* data, size_t len) {
   MutexLock held(writerLock);
-  return buffer->Write(data, len);
+  const bool written = buffer->Write(data, len);
+  unsynced = true;
+  if (!flushSet) {
+    SetTimer(kFlushPeriod);
+  }
+  if (file != nullptr && file->isLost()) {
+    lost = true;
+  }
+  return written;
 }
 
 void Quil::Flush() {
   MutexLock held(writerLock);
-  buffer->Flush();
+  FlushBuffer();
 }
 
 void Quil::FlushUnlessBusy() {
   if (writerLock.TryLock()) {
-    buffer->Flush();
+    FlushBuffer();
     writerLock.Unlock();
+  }
+}
+
+void Quil::FlushBuffer() {
+  buffer->Flush();
+  if (file != nullptr && file->isLost()) {
+    lost = true;
   }
 }
 
@@ -79,14 +144,82 @@ void* Quil::timer_thread(void* writer) {
   sigset_t whileAsleep;
   pthread_sigmask(SIG_SETMASK, nullptr, &whileAsleep);
   sigdelset(&whileAsleep, SIGUSR1);
-  while (exitRequested == 0) {
-    pselect(0, nullptr, nullptr, nullptr, &kFlushPeriod, &whileAsleep);
-    static_cast<Quil*>(writer)->Flush();
-  }
+  static_cast<Quil*>(writer)->RunTimer(whileAsleep);
   return nullptr;
 }
 
 /// Has the calling thread end after its sleep: to end it here would unwind it inside a signal handler.
 void Quil::thread_exit_handler(int) {
   exitRequested = 1;
+}
+
+void Quil::RunTimer(const sigset_t& whileAsleep) {
+  // Where no descriptor was to be had for the timer or the event, poll passes over its place.
+  pollfd sources[] = {{flushTimer, POLLIN, 0}, {syncRequest, POLLIN, 0}};
+  const timespec* longestSleep = flushTimer < 0 ? &kFlushPeriod : nullptr;
+  while (exitRequested == 0) {
+    const int ready = ppoll(sources, 2, longestSleep, &whileAsleep);
+    if (ready < 0) {
+      continue;
+    }
+    if (ready == 0 || sources[0].revents != 0) {
+      Acknowledge(flushTimer);
+      FlushByTimer();
+    }
+    if (sources[1].revents != 0) {
+      Acknowledge(syncRequest);
+    }
+    finishedFiles.SyncAll();
+  }
+}
+
+/// Flushes, and brings the file to disk when that is due, without the lock: lines go on meanwhile.
+void Quil::FlushByTimer() {
+  int due = -1;
+  {
+    MutexLock held(writerLock);
+    flushSet = false;
+    FlushBuffer();
+    due = TakeDueSync();
+  }
+  syncAndClose(due);
+}
+
+/// A descriptor of its own for the current file, when that is to be brought to disk now; otherwise -1, and the timer
+/// goes off when it will be, though no more text should come.
+int Quil::TakeDueSync() {
+  if (syncPeriod == 0 || !unsynced || file == nullptr) {
+    return -1;
+  }
+  const time_t now = MonotonicSeconds();
+  if (const time_t wait = lastSync + syncPeriod - now; lastSync != 0 && wait > 0) {
+    SetTimer({wait, 0});
+    flushSet = wait <= kFlushPeriod.tv_sec;
+    return -1;
+  }
+  lastSync = now;
+  const int own = fcntl(file->descriptor(), F_DUPFD_CLOEXEC, 0);
+  unsynced = own < 0;
+  return own;
+}
+
+/// Has the timer thread flush after `delay`, instead of at the time that was set before.
+void Quil::SetTimer(const timespec& delay) {
+  const itimerspec once = {{0, 0}, delay};
+  timerfd_settime(flushTimer, 0, &once, nullptr);
+  flushSet = true;
+}
+
+/// Has the timer thread bring a finished file to disk; without one, or when the disk does not keep up, does so itself.
+void Quil::SyncFinished(int fd) {
+  if (fd < 0) {
+    return;
+  }
+  if (!timerStarted || !finishedFiles.Add(fd)) {
+    syncAndClose(fd);
+    return;
+  }
+  const uint64_t one = 1;
+  const ssize_t ignored = write(syncRequest, &one, sizeof one);  // unread ones add up
+  static_cast<void>(ignored);
 }

@@ -2,35 +2,58 @@
 #define QUILCAT_MMAPLOG_QUIL_H_
 
 #include <pthread.h>
+#include <signal.h>
 #include <stddef.h>
+#include <time.h>
+
+#include <atomic>
 
 #include "mmaplog/log_buffer.h"
 #include "mmaplog/log_mmap.h"
+#include "mmaplog/sync_queue.h"
 #include "thread/mutex.h"
 
 /// The compressed mapped-log writer of one collector: a compressing buffer, the mapped file that it writes to now, and
-/// a timer thread that flushes the buffer about every five seconds.
+/// a timer thread that flushes the buffer five seconds after text came and brings files to disk. It sleeps for good
+/// while there is nothing to do.
 ///
 /// Any thread may call Write(), Flush() and SetOutputPath(). SIGUSR1 belongs to this class: it ends a timer thread. The
 /// constructor blocks it in the calling thread, and so in every thread that is created later; a timer thread opens it
 /// only while it sleeps, so that it never ends while it holds a lock.
+///
+/// A finished file is brought to disk (fdatasync) as soon as the next one stands, by the timer thread, so that no line
+/// waits for the disk.
 class Quil {
  public:
   /// Starts the timer thread. Without it ("Quil:pthread create failed.") text reaches the file when a block is full, by
-  /// Flush() and by the destructor.
-  Quil();
-  /// Ends and joins the timer thread, then writes pending text to the current file and cuts the file to its written
-  /// length. No other thread may use the writer any more.
+  /// Flush() and by the destructor, and SetOutputPath() itself waits for the disk.
+  ///
+  /// With `syncSeconds`, the timer thread also brings the current file to disk after a flush, when it last did so that
+  /// many seconds ago or more: what a power cut takes is bounded then. 0 leaves the current file to the kernel.
+  ///
+  /// With `keepRefused` nothing that was taken is dropped while the file refuses it (log_buffer.h).
+  explicit Quil(unsigned syncSeconds = 0, bool keepRefused = false);
+  /// Ends and joins the timer thread, then writes pending text to the current file, cuts the file to its written length
+  /// and brings it to disk. No other thread may use the writer any more. A block that a lost file left behind is gone.
   ~Quil();
   Quil(const Quil&) = delete;
   Quil& operator=(const Quil&) = delete;
 
-  /// Closes the current file and continues in a new one at `path`. Text that is pending goes to the new file: Flush()
-  /// first. False: the new file could not be opened and mapped; writes then fail once a block is full.
+  /// Closes the current file and continues in a new one, made at `path`, where nothing may stand. Text that is pending
+  /// goes to the new file: Flush() first. False: the new file could not be made and mapped; writes then fail once a
+  /// block is full.
   bool SetOutputPath(const char* path) EXCLUDES(writerLock);
 
+  /// The current file, -1 when there is none. Borrowed until the next SetOutputPath(), for the thread that calls that
+  /// one: to examine the file and change its mode.
+  int outputDescriptor() EXCLUDES(writerLock);
+
+  /// True when somebody else has cut or emptied the current file, or its disk failed: nothing more goes into it. The
+  /// text from the block on that it could not take waits, as far as it fits, for SetOutputPath(). Takes no lock.
+  bool outputLost() const { return lost; }
+
   /// Appends `len` bytes of text. False: the text was dropped for lack of room, or the block that it completed was
-  /// lost.
+  /// lost; with `keepRefused`: the text was not taken.
   bool Write(const void* data, size_t len) EXCLUDES(writerLock);
 
   /// Brings all pending text to the current file.
@@ -43,9 +66,24 @@ class Quil {
   static void* timer_thread(void* writer);
   static void thread_exit_handler(int signalNumber);
 
+  void RunTimer(const sigset_t& whileAsleep);
+  void FlushByTimer() EXCLUDES(writerLock);
+  void FlushBuffer() REQUIRES(writerLock);
+  int TakeDueSync() REQUIRES(writerLock);
+  void SetTimer(const timespec& delay) REQUIRES(writerLock);
+  void SyncFinished(int fd);
+
   LogBuffer* buffer PT_GUARDED_BY(writerLock) = nullptr;
   LogMmap* file GUARDED_BY(writerLock) = nullptr;
+  bool flushSet GUARDED_BY(writerLock) = false;  ///< the timer goes off in time for what is pending
+  bool unsynced GUARDED_BY(writerLock) = false;  ///< text came since the current file was last brought to disk
+  time_t lastSync GUARDED_BY(writerLock) = 0;    ///< seconds of the monotonic clock
+  std::atomic<bool> lost{false};
   Mutex writerLock;
+  SyncQueue finishedFiles;
+  const time_t syncPeriod;
+  int flushTimer;   ///< goes off when text is to be flushed; -1: every period
+  int syncRequest;  ///< an event that has the timer thread look into the queue
   pthread_t timerThread = {};
   bool timerStarted = false;
 };

@@ -1,0 +1,194 @@
+#include "logfile/factory_output.h"
+
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "logfile/change_owner.h"
+#include "logfile/file_steps.h"
+#include "logfile/live_file.h"
+#include "thread/interruptible.h"
+
+namespace {
+
+constexpr mode_t kLiveFileMode = 0664;
+
+}  // namespace
+
+FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
+    : LogOutput(settings, told),
+      rotated(outputFilePath != nullptr ? outputFilePath : "", maxFiles),
+      keepsRefused(settings.keepRefused),
+      syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
+
+FactoryOutput::~FactoryOutput() {
+  if (outputFilePath != nullptr) {
+    finishFile();
+  }
+}
+
+int FactoryOutput::openOutput() {
+  if (outputFilePath == nullptr) {
+    logFd = STDOUT_FILENO;
+    return 0;
+  }
+  if (hasOldStyleFiles) {
+    files.formFileVectors();
+  }
+  rotated.finishInterruptedRotation();
+  logcatClose();
+  openLogFileFactory();
+  if (logFd < 0) {
+    fprintf(stderr, "couldn't open output file!!\n");
+    return 1;
+  }
+  struct stat status;
+  if (fstat(logFd, &status) != 0) {
+    fprintf(stderr, "fstat file %s err\n", logFilePath.c_str());
+    return 0;
+  }
+  curFileBytes = static_cast<uint64_t>(status.st_size) + collectedSize;
+  return 0;
+}
+
+int FactoryOutput::factoryWrite(const char* data, size_t len, bool lineDone) {
+  if (data == nullptr) {
+    return 1;
+  }
+  prepareWrite(len, lineDone);
+  if (logFd < 0 && !keepsRefused) {
+    return 0;
+  }
+  if (len > room() && writeCollected() != 0) {
+    return 1;
+  }
+  while (len > room()) {  // no reader has text that long
+    const size_t piece = room();
+    collect(data, piece);
+    data += piece;
+    len -= piece;
+    if (writeCollected() != 0) {
+      return 1;
+    }
+  }
+  collect(data, len);
+  if (isInRun()) {
+    return 0;
+  }
+  const int refused = writeCollected();
+  return keepsRefused ? 0 : refused;
+}
+
+void FactoryOutput::collect(const char* data, size_t len) {
+  memcpy(collected + collectedSize, data, len);
+  collectedSize += len;
+  curFileBytes += len;
+}
+
+int FactoryOutput::writeCollected() {
+  size_t done = 0;
+  while (done < collectedSize) {
+    const ssize_t written = logFd >= 0 ? writeOutput(logFd, collected + done, collectedSize - done) : -1;
+    if (written < 0) {
+      dropCollected(done);
+      giveUpWrite();
+      return 1;
+    }
+    done += static_cast<size_t>(written);
+  }
+  isRefusing = false;
+  if (collectedSize != 0) {
+    collectedSize = 0;
+    syncWhenDue();
+  }
+  return 0;
+}
+
+/// After a failed write: text that may not be held is dropped, and its file closed.
+void FactoryOutput::giveUpWrite() {
+  if (!isRefusing) {
+    fprintf(stderr, "%s: write fail\n", logFilePath.c_str());
+  }
+  isRefusing = keepsRefused;
+  if (keepsRefused) {
+    return;
+  }
+  curFileBytes -= collectedSize;
+  collectedSize = 0;
+  logcatClose();
+  nextOpening = Clock::now() + kPause;
+}
+
+/// Removes the first `size` bytes, which are in the file.
+void FactoryOutput::dropCollected(size_t size) {
+  collectedSize -= size;
+  memmove(collected, collected + size, collectedSize);
+}
+
+void FactoryOutput::openLogFileFactory() {
+  logFilePath = outputFilePath;
+  // Links that mmap mode left would lead the text into one of its files, others anywhere.
+  releaseSymlink(logFilePath);
+  releaseSymlink(prevLinkPath);
+  logFd = openLiveFile(outputFilePath);
+  if (logFd < 0) {
+    fprintf(stderr, "open file[%s] err\n", outputFilePath);
+    return;
+  }
+  if (fchmod(logFd, kLiveFileMode) != 0) {
+    fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
+  }
+  changeOwner(outputFilePath, "chown file", logFd);
+  startFile();
+}
+
+void FactoryOutput::rotate() {
+  deleteOldStyleFiles();
+  rotateLogsFactory();
+}
+
+void FactoryOutput::rotateLogsFactory() {
+  finishFile();
+  rotated.shift();
+  curFileBytes = collectedSize;
+  rotated.packIfFull();
+  openLogFileFactory();
+  if (logFd < 0) {
+    perror("couldn't open output file");
+  }
+}
+
+/// Removes the indexed files that mmap mode left, once.
+void FactoryOutput::deleteOldStyleFiles() {
+  if (!hasOldStyleFiles) {
+    return;
+  }
+  for (const std::string& path : files.takeSurplus(0)) {
+    unlinkFile(path);
+  }
+  hasOldStyleFiles = false;
+}
+
+/// Brings the live file to disk and closes it.
+void FactoryOutput::finishFile() {
+  writeCollected();
+  if (logFd >= 0) {
+    fdatasync(logFd);
+  }
+  logcatClose();
+}
+
+void FactoryOutput::syncWhenDue() {
+  if (syncPeriod.count() != 0 && Clock::now() >= lastSync + syncPeriod) {
+    fdatasync(logFd);
+    lastSync = Clock::now();
+  }
+}
+
+void FactoryOutput::logcatClose() {
+  if (logFd >= 0) {
+    close(logFd);
+    logFd = -1;
+  }
+}

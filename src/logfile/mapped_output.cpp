@@ -1,0 +1,168 @@
+#include "logfile/mapped_output.h"
+
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "logfile/change_owner.h"
+#include "logfile/file_names.h"
+#include "logfile/file_steps.h"
+
+namespace {
+
+constexpr mode_t kFileMode = 0664;
+
+void RemoveLink(const char* path) {
+  if (unlink(path) != 0) {
+    fprintf(stderr, "refreshSymlink unlink [%s] fail\n", path);
+  }
+}
+
+void MakeLink(const std::string& target, const char* path) {
+  if (symlink(target.c_str(), path) != 0) {
+    fprintf(stderr, "refreshSymlink symlink [%s] fail\n", target.c_str());
+  }
+}
+
+/// True when nothing stands at `path`, not even a link. A name can be taken when the list of files is not complete, or
+/// when another collector has the same output.
+bool IsFree(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) != 0;
+}
+
+}  // namespace
+
+MappedOutput::MappedOutput(const Settings& settings, Owner& told)
+    : LogOutput(settings, told), mmapWriter(static_cast<unsigned>(settings.syncSeconds), settings.keepRefused) {}
+
+int MappedOutput::openOutput() {
+  if (outputFilePath == nullptr) {
+    return 0;
+  }
+  files.formFileVectors();
+  removeRedundancy();
+  openLogFile();
+  return 0;
+}
+
+int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
+  if (data == nullptr) {
+    return 1;
+  }
+  prepareWrite(len, lineDone);
+  if (!mmapWriter.Write(data, len)) {
+    return 1;
+  }
+  curFileBytes += len;
+  return 0;
+}
+
+void MappedOutput::rotate() {
+  deleteOldStyleFiles();
+  openLogFile();
+  removeRedundancy();
+}
+
+MappedOutput::~MappedOutput() {
+  if (mmapWriter.outputLost()) {
+    // Text that the lost file did not take waits for another one.
+    beginNextFile();
+  }
+}
+
+/// Ends the current file and starts the one with the next index.
+void MappedOutput::openLogFile() {
+  if (beginNextFile()) {
+    startFile();
+  }
+}
+
+/// All of it but the file's first text. False: there is no new file.
+bool MappedOutput::beginNextFile() {
+  mmapWriter.Flush();
+  if (!openIndexedFile()) {
+    return false;
+  }
+  files.add(logFilePath);
+  curFileBytes = 0;
+  const int file = mmapWriter.outputDescriptor();
+  if (file < 0) {
+    fprintf(stderr, "open or mmap file[%s] err \n", logFilePath.c_str());
+    return false;
+  }
+  if (fchmod(file, kFileMode) != 0) {
+    fprintf(stderr, "fchmod file[%s] err\n", logFilePath.c_str());
+  }
+  changeOwner(logFilePath.c_str(), "chown ", file);
+  refreshSymlink();
+  return true;
+}
+
+/// Has the writer go on in a new file with the next index that is free. False: no memory for its path, the old file
+/// stays.
+bool MappedOutput::openIndexedFile() {
+  const int32_t first = files.nextIndex();
+  for (int32_t i = 0; i < FileNames::kIndexes; ++i) {
+    const std::string path = files.pathOf((first + i) % FileNames::kIndexes);
+    if (path.empty()) {
+      return false;
+    }
+    if (!IsFree(path)) {
+      continue;
+    }
+    logFilePath = path;
+    if (mmapWriter.SetOutputPath(path.c_str())) {
+      return true;
+    }
+    // Somebody may have taken the name since; then the next one.
+    if (mmapWriter.outputDescriptor() >= 0 || IsFree(path)) {
+      break;
+    }
+  }
+  fprintf(stderr, "error while set mmap output path\n");
+  return true;
+}
+
+void MappedOutput::refreshSymlink() {
+  RemoveLink(outputFilePath);
+  RemoveLink(prevLinkPath.c_str());
+  MakeLink(logFilePath, outputFilePath);
+  const std::vector<std::string>& paths = files.paths();
+  if (paths.size() >= 2) {
+    MakeLink(paths[paths.size() - 2], prevLinkPath.c_str());
+  }
+}
+
+/// Removes what factory mode left beside the output, once.
+void MappedOutput::deleteOldStyleFiles() {
+  if (!hasOldStyleFiles) {
+    return;
+  }
+  for (const std::string& path : files.oldStyleNames()) {
+    unlinkFile(path);
+  }
+  for (const std::string& path : files.otherCompressedFiles()) {
+    if (unlink(path.c_str()) != 0) {
+      fprintf(stderr, "processMmapFileVec unlink [%s] fail\n", path.c_str());
+    }
+  }
+  hasOldStyleFiles = false;
+  files.formFileVectors();
+  removeRedundancy();
+}
+
+/// Deletes the oldest files beyond the number kept.
+void MappedOutput::removeRedundancy() {
+  for (const std::string& path : files.takeSurplus(maxFiles)) {
+    unlinkFile(path);
+  }
+}
+
+void MappedOutput::logcatClose() {
+  mmapWriter.Flush();
+}
+
+void MappedOutput::flushUnlessBusy() {
+  mmapWriter.FlushUnlessBusy();
+}

@@ -1,0 +1,18 @@
+#ifndef QUILCAT_LOGFILE_OUTPUT_DIRECTORY_H_
+#define QUILCAT_LOGFILE_OUTPUT_DIRECTORY_H_
+
+#include <stdint.h>
+
+// The directory of an output. Results are 0 on success and 1 on failure. Any thread may call these.
+
+/// Makes the directory part of `path` and what is missing above it, with mode 0775, and gives it to root:system. 1,
+/// with a message on standard error, when `path` is null or empty or has no directory part, or when there is no memory.
+/// What the file system refuses is reported and does not make the call fail. A symbolic link in the directory's place
+/// is removed first: it could lead to any directory, which would then be given away.
+int create_bugreports_dir(const char* path);
+
+/// Makes every missing directory of `path`, each with `mode`. 1 when `path` is longer than 254 bytes, without a
+/// message, or when a level cannot be made or given its mode, with one on standard error; the levels above it stay.
+int mkdir_p(const char* path, uint32_t mode);
+
+#endif  // QUILCAT_LOGFILE_OUTPUT_DIRECTORY_H_

@@ -1,8 +1,0 @@
-#ifndef QUILCAT_LOGFILE_OWNER_H_
-#define QUILCAT_LOGFILE_OWNER_H_
-
-/// Gives `path` to root:system with the system's chown command, found through the search path, and waits for it. A
-/// command that cannot be started is reported on standard error as "<label>[<path>] err". Any thread may call it.
-void changeOwner(const char* path, const char* label);
-
-#endif  // QUILCAT_LOGFILE_OWNER_H_

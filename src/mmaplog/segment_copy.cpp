@@ -1,0 +1,80 @@
+#include "mmaplog/segment_copy.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+
+#include <atomic>
+
+#include "mmaplog/log_format.h"
+
+using LogFormat::kSegmentSize;
+
+namespace {
+
+/// What a thread is storing to.
+struct Copy {
+  uint8_t* segment;
+  volatile sig_atomic_t pageMissing;
+};
+
+// A key rather than a thread_local: where the system has no thread-local variables of its own, the first use of one in
+// a thread allocates memory, which a handler must not.
+pthread_key_t currentCopy;
+bool handlerInstalled = false;
+struct sigaction previousAction;
+
+bool IsInSegment(const void* address, const uint8_t* segment) {
+  const auto at = reinterpret_cast<uintptr_t>(address), begin = reinterpret_cast<uintptr_t>(segment);
+  return at >= begin && at - begin < kSegmentSize;
+}
+
+/// Puts memory where the store found none, so that it is repeated there and the copy goes on to its end. The calls made
+/// here are safe in a handler: mmap and munmap are plain system calls, and the key was set before.
+void HandleMissingPage(int number, siginfo_t* info, void*) {
+  const int error = errno;
+  auto* copy = static_cast<Copy*>(pthread_getspecific(currentCopy));
+  const bool raisedByStore = info->si_code > 0 && copy != nullptr && IsInSegment(info->si_addr, copy->segment);
+  if (raisedByStore && mmap(copy->segment, kSegmentSize, PROT_READ | PROT_WRITE,
+                            MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED) {
+    copy->pageMissing = 1;
+    errno = error;
+    return;
+  }
+  // A fault repeats itself on return; a signal that was sent has to be sent again.
+  sigaction(number, &previousAction, nullptr);
+  if (info->si_code <= 0) {
+    raise(number);
+  }
+}
+
+void InstallHandler() {
+  struct sigaction action = {};
+  action.sa_sigaction = HandleMissingPage;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  handlerInstalled = pthread_key_create(&currentCopy, nullptr) == 0 && sigaction(SIGBUS, &action, &previousAction) == 0;
+}
+
+/// Tells the handler; without one, copies are unguarded.
+void SetCurrentCopy(const Copy* copy) {
+  if (handlerInstalled) {
+    pthread_setspecific(currentCopy, copy);
+  }
+}
+
+}  // namespace
+
+bool copyToSegment(uint8_t* segment, size_t position, const uint8_t* bytes, size_t size) {
+  static pthread_once_t once = PTHREAD_ONCE_INIT;
+  pthread_once(&once, InstallHandler);
+  Copy copy = {segment, 0};
+  SetCurrentCopy(&copy);
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  memcpy(segment + position, bytes, size);
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  SetCurrentCopy(nullptr);
+  return copy.pageMissing == 0;
+}
