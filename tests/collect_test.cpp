@@ -276,8 +276,8 @@ TEST_F(CollectTest, StopsAWorkerWhereverItWaits) {
   group.polling_interval = 100;
   group.failureRetry = 100;
   for (const char* path : {"/tmp/fifo", "/tmp/empty"}) {
-    QuilcatInputNodeSet_t node = {4, Text(path), nullptr, nullptr, nullptr, nullptr};
-    group.input = &node;
+    Stream(path);
+    node.width = 4;
     for (int i = 0; i < 40; ++i) {
       group.style = i < 20 ? STYLE_MONITOR_NODE : STYLE_POLL_NODE;
       Make(i % 2 == 0 ? WRITE_FACTORY : WRITE_MMAP).start();
