@@ -333,7 +333,8 @@ class Generator {
         Tag("logStyle", polls ? "value='poll_node' interval" : "value", polls ? "5" : style)};
     parts.push_back(Tag("outputFilePath", "value", "/data/log/o" + std::to_string(outputs++) + "/o"));
     for (int i = polls ? Number(1, 3) : 1; i > 0; --i) {
-      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "", Tag("inputDirPath", "value", "/d"))
+      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "",
+                                                   Tag("inputDirPath", "value", "/d") + Tag("pickNode", "value", "p"))
                       : style == "poll_cmd"  ? Tag("inputCmdSet", "", "", Tag("command", "value", "c"))
                                              : NodeSet(polls));
     }
