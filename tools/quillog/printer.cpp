@@ -167,11 +167,11 @@ class CsvPrinter : public Printer {
       ++misfits;
       return;
     }
-    std::string header = "time";
+    std::string titles = "time";
     for (const Column& name : names) {
-      AppendCsvField(header, name.text);
+      AppendCsvField(titles, name.text);
     }
-    PrintHeader(header);
+    PrintHeader(titles);
     for (const std::string& value : values) {
       row += ',';
       std::string field;

@@ -154,7 +154,7 @@ bool Parse(const std::string& text, Time newest, Time* time) {
   const char* rest = text.c_str() + length;
   Time clock = 0;
   const bool hasClock = ParseClock(rest + (length > 0 && (*rest == ' ' || *rest == 'T') ? 1 : 0), &clock);
-  const bool dateAlone = length > 0 && year != 0 && *rest == '\0';
+  const bool dateAlone = length > 0 && *rest == '\0';
   if (date == kNoTime || (!hasClock && !dateAlone)) {
     return false;
   }

@@ -40,7 +40,7 @@ Time FromStamp(const std::string& stamp);
 /// "30s", "5m", "1h", "2d": milliseconds. False: none of these.
 bool ParseDuration(const std::string& text, Time* duration);
 
-/// "2026-11-22", "2026-11-22 21:04[:05]", "11-22 21:04[:05]", "21:04[:05]", "2h ago". A date or year that is not given
+/// "2026-11-22[ 21:04[:05]]", "11-22[ 21:04[:05]]", "21:04[:05]", "2h ago". A date or year that is not given
 /// is that of `newest`, the newest line of the log: the last such date that is not more than a month later. False: none
 /// of these.
 bool Parse(const std::string& text, Time newest, Time* time);
