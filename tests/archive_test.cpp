@@ -22,12 +22,6 @@ std::string Text(size_t size) {
   return text;
 }
 
-/// What a command, which has to succeed, writes to standard output.
-std::string Shell(const std::string& command) {
-  EXPECT_EQ(system(("(" + command + ") > /tmp/output").c_str()), 0) << command;
-  return ReadFile("/tmp/output");
-}
-
 std::string Unzip() {
   return Shell("gzip -dc /tmp/packed.tar.gz");
 }
@@ -40,27 +34,21 @@ std::vector<std::string> Pack(const std::vector<const char*>& paths, int keepDir
   return Lines(Shell("tar tzf /tmp/packed.tar.gz"));
 }
 
-TEST(Archive, HeaderByteForByte) {
+TEST(Archive, ByteForByte) {
+  WriteFile("/tmp/other", "other");
+  ASSERT_EQ(symlink("other", kArchive), 0);  // what stands there is replaced
+  for (const int32_t count : {0, -1}) EXPECT_TRUE(tar_zip_files(count, nullptr, kArchive, 0));
+  EXPECT_EQ(Unzip(), std::string(512, '\0'));
   const char path[] = "/tmp/in/\xC3\xA4.log";  // bytes above 127 count unsigned in the sum
   WriteFile(path, Text(1000));
-  WriteFile("/tmp/other", "other");
-  Shell("ln -s other /tmp/packed.tar.gz");  // what stands there is replaced
   const auto field = [](const char* text, size_t length) { return text + std::string(length - strlen(text), '\0'); };
   const std::string header = field("\xC3\xA4.log", 100) + field("100666 ", 8) + field("     0 ", 8) +
                              field("     0 ", 8) + field("1750", 12) + field("", 12) + field("3727", 8) +
                              field("", 356);
   Pack({path}, 0);
   EXPECT_EQ(Unzip(), header + Text(1000) + std::string(24 + 512, '\0'));
-  EXPECT_EQ(ReadFile("/tmp/other"), "other");
-  EXPECT_EQ(OwnerAndMode("/tmp/other").substr(0, 10), "root:root ");
-}
-
-TEST(Archive, WithoutEntriesBelongsToSystem) {
-  for (const int32_t count : {0, -1}) {
-    EXPECT_TRUE(tar_zip_files(count, nullptr, kArchive, 0));
-    EXPECT_EQ(Unzip(), std::string(512, '\0'));
-    EXPECT_EQ(OwnerAndMode(kArchive).substr(0, 14), "system:system ");
-  }
+  EXPECT_EQ(OwnerAndMode(kArchive), "system:system 644");
+  EXPECT_EQ(ReadFile("/tmp/other") + OwnerAndMode("/tmp/other"), "otherroot:root 644");
 }
 
 TEST(Archive, PacksFilesInOrderAndPassesOverAllElse) {
@@ -113,46 +101,34 @@ TEST(Archive, IsWholeAndOnDiskOrGone) {
 
 TEST(Archive, DirectoryGivesTheFilesBelowIt) {
   const std::string deep(120, 'd'), name(121, 'n');
-  const std::string longest = "logs/" + deep + "/" + name;  // 255 bytes with /tmp/in/
-  const std::string tooLong = deep + "/" + deep + deep;
-  const std::string files[] = {"logs/a", "logs/sub/b", longest, longest + "n", tooLong + "/file"};
-  for (const std::string& file : files) WriteFile("/tmp/in/" + file, "text");
-  for (const std::string& unfit : {"/tmp/in/" + tooLong, std::string("/tmp/in/logs")}) {
-    const char* path = unfit.c_str();  // holds a path that is too long
-    EXPECT_FALSE(tar_zip_files(1, &path, kArchive, 0));
-  }
-  unlink(("/tmp/in/" + longest + "n").c_str());
+  const std::string longest = "/tmp/in/logs/" + deep + "/" + name;  // 255 bytes
+  for (const char* file : {"/tmp/in/logs/a", "/tmp/in/logs/sub/b", longest.c_str()}) WriteFile(file, "text");
   ASSERT_EQ(chdir("/tmp/in"), 0);
   Shell("mkdir logs/empty && ln -s .. logs/loop");
-  const std::string cut = ("logs/" + deep).substr(0, 99);
-  const struct {
-    std::string path;
-    int keepName;
-    std::vector<std::string> names;
-  } cases[] = {{"/tmp/in/logs", 0, {"a", "b", name.substr(0, 100)}},
-               {"/tmp/in/logs", 1, {"logs/a", cut, "logs/sub/b"}},
-               {"/tmp/in/logs/", 1, {"logs/a", cut, "logs/sub/b"}},
-               {"logs", 1, {"logs/a", cut, "logs/sub/b"}}};
-  for (const auto& expected : cases) {
-    auto names = Pack({expected.path.c_str()}, expected.keepName);
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, expected.names) << expected.path;
+  const std::vector<std::string> bare = {"a", "b", name.substr(0, 100)};
+  const std::vector<std::string> named = {"logs/a", ("logs/" + deep).substr(0, 99), "logs/sub/b"};
+  for (const char* path : {"/tmp/in/logs", "/tmp/in/logs/", "logs"}) {
+    for (const int keepName : {0, 1}) {
+      auto names = Pack({path}, keepName);
+      std::sort(names.begin(), names.end());
+      EXPECT_EQ(names, keepName != 0 ? named : bare) << path;
+    }
   }
+  WriteFile(longest + "n", "text");
+  const char* path = "/tmp/in/logs";
+  EXPECT_FALSE(tar_zip_files(1, &path, kArchive, 0)) << "a file with a path that is too long";
 }
 
 // Programs that unpack archives.
-class ArchiveReader : public testing::TestWithParam<const char*> {};
-
-TEST_P(ArchiveReader, RestoresWhatWasPacked) {
-  const std::string extract = GetParam();
-  if (system(("command -v " + extract.substr(0, extract.find(' '))).c_str()) != 0) GTEST_SKIP() << extract;
+TEST(Archive, IsRestoredByOthers) {
   for (const size_t size : {0, 1, 512, 513, 100003}) WriteFile("/tmp/in/logs/" + std::to_string(size), Text(size));
   WriteFile("/tmp/in/logs/sub/" + std::string(90, 'n'), Text(1000));  // 99 bytes with its directories
   Pack({"/tmp/in/logs"}, 1);
-  Shell("mkdir /tmp/out && cd /tmp/out && " + extract + " ../packed.tar.gz && diff -r ../in/logs logs");
-  EXPECT_EQ(Shell("stat -c %a,%u,%g,%Y /tmp/out/logs/513"), "666,0,0,0\n");
+  for (const std::string extract : {"tar xzpf", "bsdtar xzpf", "python3 -m tarfile -e"}) {
+    if (system(("command -v " + extract.substr(0, extract.find(' '))).c_str()) != 0) continue;
+    Shell("mkdir /tmp/out && cd /tmp/out && " + extract + " ../packed.tar.gz && diff -r ../in/logs logs");
+    EXPECT_EQ(Shell("stat -c %a,%u,%g,%Y /tmp/out/logs/513; rm -r /tmp/out"), "666,0,0,0\n") << extract;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Readers, ArchiveReader, testing::Values("tar xzpf", "bsdtar xzpf", "python3 -m tarfile -e"));
 
 }  // namespace

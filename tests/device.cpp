@@ -1,15 +1,9 @@
 #include "device.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <signal.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -37,24 +31,21 @@ void SetProperty(const std::string& name, const std::string& value) {
   WriteFile("/dev/__properties__/" + name, value);
 }
 
-std::vector<std::string> List(const std::string& directory) {
+std::vector<std::string> List(const std::string& directory, const std::string& part, const std::string& prefix) {
   std::vector<std::string> names;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
-    names.push_back(entry.path().filename());
+    const std::string name = entry.path().filename();
+    if (name.find(part) != std::string::npos) {
+      names.push_back(prefix + name);
+    }
   }
   std::sort(names.begin(), names.end());
   return names;
 }
 
 std::vector<std::string> IndexedFiles(const std::string& directory) {
-  std::vector<std::string> paths;
-  for (const std::string& name : List(directory)) {
-    if (name.find(".I") != std::string::npos) {
-      paths.push_back(directory + "/" + name);
-    }
-  }
-  return paths;
+  return List(directory, ".I", directory + "/");
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -66,16 +57,14 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
+std::string Shell(const std::string& command) {
+  EXPECT_EQ(system(("(" + command + ") > /tmp/output").c_str()), 0) << command;
+  return ReadFile("/tmp/output");
+}
+
 std::string OwnerAndMode(const std::string& path) {
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) {
-    return "missing";
-  }
-  const passwd* user = getpwuid(status.st_uid);
-  const group* owners = getgrgid(status.st_gid);
-  char mode[16];
-  snprintf(mode, sizeof mode, "%o", status.st_mode & 07777);
-  return std::string(user ? user->pw_name : "?") + ":" + (owners ? owners->gr_name : "?") + " " + mode;
+  const std::string text = Shell("stat -c '%U:%G %a' '" + path + "' 2> /dev/null || echo missing");
+  return text.substr(0, text.find('\n'));
 }
 
 int Rounds(int usual) {
@@ -103,9 +92,7 @@ bool WaitFor(const std::function<bool()>& condition, double seconds) {
 }
 
 void MountSmallDisk(const std::string& directory, int kilobytes) {
-  std::filesystem::create_directories(directory);
-  const std::string options = "size=" + std::to_string(kilobytes) + "k";
-  ASSERT_EQ(mount("none", directory.c_str(), "tmpfs", 0, options.c_str()), 0) << strerror(errno);
+  Shell("mkdir -p " + directory + " && mount -t tmpfs -o size=" + std::to_string(kilobytes) + "k none " + directory);
 }
 
 std::string StandardErrorOf(const std::function<void()>& call) {
@@ -115,33 +102,27 @@ std::string StandardErrorOf(const std::function<void()>& call) {
 }
 
 Decoded Decode(const std::string& path) {
-  const std::string bytes = ReadFile(path);
+  std::string bytes = ReadFile(path);
   Decoded decoded;
   z_stream stream = {};
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.next_in = reinterpret_cast<Bytef*>(bytes.data());
   stream.avail_in = static_cast<uInt>(bytes.size());
   EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
-  while (stream.avail_in > 0 && *stream.next_in == 0x1f) {
+  int result = Z_STREAM_END;
+  while (result == Z_STREAM_END && stream.avail_in > 0 && *stream.next_in == 0x1f) {
     inflateReset(&stream);
-    std::string member;
-    int result;
-    do {
-      char text[65536];
-      stream.next_out = reinterpret_cast<Bytef*>(text);
-      stream.avail_out = sizeof text;
-      result = inflate(&stream, Z_NO_FLUSH);
-      member.append(text, sizeof text - stream.avail_out);
-    } while (result == Z_OK);
-    if (result != Z_STREAM_END) {
-      inflateEnd(&stream);
-      return decoded;
+    std::string member(1 << 20, '\0');  // longer than any
+    stream.next_out = reinterpret_cast<Bytef*>(member.data());
+    stream.avail_out = static_cast<uInt>(member.size());
+    result = inflate(&stream, Z_FINISH);
+    if (result == Z_STREAM_END) {
+      decoded.text.append(member, 0, stream.total_out);
+      ++decoded.members;
     }
-    decoded.text += member;
-    ++decoded.members;
   }
-  decoded.zeroTail = stream.avail_in;
-  decoded.sound = std::all_of(bytes.end() - stream.avail_in, bytes.end(), [](char c) { return c == 0; });
   inflateEnd(&stream);
+  decoded.zeroTail = stream.avail_in;
+  decoded.sound = result == Z_STREAM_END && bytes.find_first_not_of('\0', bytes.size() - stream.avail_in) == bytes.npos;
   return decoded;
 }
 
@@ -156,38 +137,26 @@ std::string DecodeAll(const std::vector<std::string>& paths) {
 }
 
 std::string FactoryText(const std::string& output) {
-  const std::string script = "exec > /tmp/factory-text 2> /dev/null; o=" + output +
-                             "; b=${o##*/};"
-                             "for archive in 4 3 2 1 0; do"
-                             "  for file in 5 4 3 2 1; do tar xzOf $o-$archive.tar.gz $b.$file; done;"
-                             "done;"
-                             "cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; exit 0";
-  EXPECT_EQ(system(script.c_str()), 0);
-  return ReadFile("/tmp/factory-text");
+  return Shell("exec 2> /dev/null; o=" + output +
+               "; for archive in 4 3 2 1 0; do"
+               "    for file in 5 4 3 2 1; do tar xzOf $o-$archive.tar.gz ${o##*/}.$file; done;"
+               "  done; cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; true");
 }
 
-Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment, const char* program,
-               const rlimit* descriptors) {
+Daemon::Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+               const char* program) {
   static int count = 0;
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
-  arguments.insert(arguments.begin(), program);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) {
-    argv.push_back(argument.data());
+  std::string command = "exec 2> " + errorFile + " env";
+  for (const auto& words : {environment, {program}, arguments}) {
+    for (const std::string& word : words) {
+      command += " '" + word + "'";
+    }
   }
-  argv.push_back(nullptr);
   process = fork();
   if (process == 0) {
-    for (std::string& variable : environment) {
-      putenv(variable.data());
-    }
-    const int fd = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(fd, STDERR_FILENO);
-    close_range(STDERR_FILENO + 1, ~0u, 0);  // also what the test itself was given
-    if (descriptors != nullptr) {
-      setrlimit(RLIMIT_NOFILE, descriptors);
-    }
-    execv(argv[0], argv.data());
+    close_range(STDERR_FILENO + 1, ~0u, 0);  // what the test itself was given
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     _exit(127);
   }
 }
@@ -197,10 +166,6 @@ Daemon::~Daemon() {
     kill(process, SIGKILL);
     waitpid(process, nullptr, 0);
   }
-}
-
-void Daemon::Signal(int number) const {
-  kill(process, number);
 }
 
 int Daemon::Wait(double seconds) {
@@ -220,7 +185,8 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  const bool running = WaitFor([this] { return IsClosable(); });
+  // Until all its collectors stand, its title is a path.
+  const bool running = WaitFor([this] { return IsClosable() && Title().find('/') == std::string::npos; });
 #ifdef __SANITIZE_THREAD__
   // This sanitizer's own handler can lose a signal that comes in the first millisecond.
   usleep(50000);
@@ -234,17 +200,10 @@ int Daemon::Close() {
   return Wait();
 }
 
-std::string Daemon::Title() const {
-  return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str();
-}
-
 // Reading too, so that the fifo has a writer and a reader whatever the daemon does.
 KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
   // A child of a daemon that has just ended may have kept the fifo, and with it old lines.
   ReadAll();
-}
-KernelLog::~KernelLog() {
-  close(fd);
 }
 
 bool KernelLog::Write(const std::string& text) const {
@@ -252,12 +211,9 @@ bool KernelLog::Write(const std::string& text) const {
 }
 
 std::string KernelLog::ReadAll() const {
-  std::string text;
-  char piece[4096];
-  for (ssize_t size; (size = read(fd, piece, sizeof piece)) > 0;) {
-    text.append(piece, static_cast<size_t>(size));
-  }
-  return text;
+  std::string text(1 << 16, '\0');  // all that a fifo holds
+  const ssize_t size = read(fd, text.data(), text.size());
+  return text.substr(0, size > 0 ? static_cast<size_t>(size) : 0);
 }
 
 bool KernelLog::IsDrained() const {
@@ -271,24 +227,33 @@ std::string KernelLog::Line(int i) {
 }
 
 std::vector<int> KernelLog::Numbers(const std::string& text) {
-  constexpr size_t kClockLength = 19;
   std::vector<int> numbers;
   for (const std::string& line : Lines(text)) {
-    // Without a local time there is no clock.
-    const std::string own =
-        line.compare(0, 4, "<6>[") == 0 || line.size() < kClockLength ? line : line.substr(kClockLength);
-    const int number = own.size() > 4 ? atoi(own.c_str() + 4) : -1;
-    numbers.push_back(number >= 0 && own + "\n" == Line(number) ? number : -1);
+    const size_t own = line.find("<6>[");  // behind "11-22 20:17:29.042 ", or at once without a local time
+    const int number = own == 0 || own == 19 ? atoi(line.c_str() + own + 4) : -1;
+    numbers.push_back(number >= 0 && line.substr(own) + "\n" == Line(number) ? number : -1);
   }
   return numbers;
 }
 
-void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files) {
-  WriteFile("/system/etc/quilcat_config.xml",
-            "<c><quilcat name='test'><logRotateSizeKBytes value='" + std::to_string(rotateKilobytes) +
-                "'/><maxCompressdFiles value='" + std::to_string(files) + "'/><writeMode value='" + writeMode +
-                "'/><quilcatGroup><logStyle value='monitor_node'/><outputFilePath value='/data/log/t/cat'/>"
-                "<inputNodeSet><dataPath value='/proc/kmsg'/></inputNodeSet></quilcatGroup></quilcat></c>");
+void KernelLoad::Feed() const {
+  for (int i = 0; !done;) {
+    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) {
+      List("/data/log/t");
+    }
+  }
+}
+
+std::string Group(const std::string& style, const std::string& output, const std::string& node) {
+  return "<quilcatGroup><logStyle value='" + style + "' interval='0'/><outputFilePath value='" + output +
+         "'/><inputNodeSet><dataPath value='" + node + "'/><title value='title'/></inputNodeSet></quilcatGroup>";
+}
+
+void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files, const std::string& groups) {
+  WriteFile("/system/etc/quilcat_config.xml", "<c><quilcat name='test'><logRotateSizeKBytes value='" +
+                                                  std::to_string(rotateKilobytes) + "'/><maxCompressdFiles value='" +
+                                                  std::to_string(files) + "'/><writeMode value='" + writeMode + "'/>" +
+                                                  groups + "</quilcat></c>");
 }
 
 }  // namespace Device

@@ -1,13 +1,14 @@
 #ifndef QUILCAT_TESTS_DEVICE_H_
 #define QUILCAT_TESTS_DEVICE_H_
 
-#include <sys/resource.h>
+#include <signal.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 /// What tests need of the test device that they run in: files, decoded logs, and the daemon as a process.
@@ -16,11 +17,14 @@ namespace Device {
 void WriteFile(const std::string& path, const std::string& text);  ///< makes its directory too
 std::string ReadFile(const std::string& path);
 void SetProperty(const std::string& name, const std::string& value);
-/// Names in `directory` but "." and "..", sorted.
-std::vector<std::string> List(const std::string& directory);
+/// What stands in `directory`, sorted: the names that hold `part`, behind `prefix`.
+std::vector<std::string> List(const std::string& directory, const std::string& part = "",
+                              const std::string& prefix = "");
 /// Full paths in `directory` whose name holds ".I", oldest first as long as indexes do not wrap.
 std::vector<std::string> IndexedFiles(const std::string& directory);
 std::vector<std::string> Lines(const std::string& text);
+/// What a shell command, which has to succeed, writes to standard output.
+std::string Shell(const std::string& command);
 /// "root:system 664" for a path as it is, not for what a link points to.
 std::string OwnerAndMode(const std::string& path);
 /// How often a test at random moments is repeated: `usual` times, times what scripts/soak asks for.
@@ -44,30 +48,27 @@ struct Decoded {
 Decoded Decode(const std::string& path);
 /// The text of several files in that order; a file that is not sound fails the test.
 std::string DecodeAll(const std::vector<std::string>& paths);
-
 /// The text of factory mode's archives, rotated files and live file at `output`, oldest first.
 std::string FactoryText(const std::string& output);
 
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:
-  explicit Daemon(std::vector<std::string> arguments, std::vector<std::string> environment = {},
-                  const char* program = QUILCAT_DAEMON, const rlimit* descriptors = nullptr);
+  explicit Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
+                  const char* program = QUILCAT_DAEMON);
   ~Daemon();
   Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
 
   pid_t pid() const { return process; }
-  void Signal(int number) const;
+  void Signal(int number) const { kill(process, number); }
   /// Waits for its end: the exit status, or 1000 and the number of the signal that ended it; -1 when it runs on.
   int Wait(double seconds = 20);
-  /// Sends SIGUSR2 when the handler is installed, which the process title shows, and waits.
-  int Close();
-  /// True when the handler of SIGUSR2 is installed.
-  bool IsClosable() const;
-  bool WaitUntilRunning();
-  std::string Title() const;
+  bool IsClosable() const;  ///< has its handler of SIGUSR2
+  bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
+  int Close();              ///< sends SIGUSR2 then, and waits
+  std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
   std::string Errors() const { return ReadFile(errorFile); }
+  bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
 
  private:
   pid_t process = -1;
@@ -78,13 +79,11 @@ class Daemon {
 class KernelLog {
  public:
   KernelLog();
-  ~KernelLog();
+  ~KernelLog() { close(fd); }
   /// False when the node's reader is slow and `text` did not fit any more.
   bool Write(const std::string& text) const;
-  /// Takes what nobody has read.
-  std::string ReadAll() const;
-  /// True when the node's reader has taken everything.
-  bool IsDrained() const;
+  std::string ReadAll() const;  ///< takes what nobody has read
+  bool IsDrained() const;       ///< the node's reader has taken everything
   /// Line i of the test's numbered kernel log, with a line feed.
   static std::string Line(int i);
   /// The numbers of such lines in decoded text; -1 for a line that is none.
@@ -94,32 +93,31 @@ class KernelLog {
   int fd;
 };
 
-/// Numbered lines in the kernel log as fast as they are read.
+/// Numbered lines in the kernel log as fast as they are read, while somebody looks into /data/log/t now and again.
 class KernelLoad {
  public:
-  KernelLoad()
-      : feeder([this] {
-          for (int i = 0; !done; i += kernel.Write(KernelLog::Line(i)) ? 1 : 0) {
-          }
-        }) {}
-  ~KernelLoad() { Unread(); }
+  ~KernelLoad() { done = true; }
   /// Ends the load and returns what nobody has read.
   std::string Unread() {
     done = true;
-    if (feeder.joinable()) {
-      feeder.join();
-    }
+    feeder.wait();
     return kernel.ReadAll();
   }
 
  private:
+  void Feed() const;
+
   const KernelLog kernel;
   std::atomic<bool> done{false};
-  std::thread feeder;
+  std::future<void> feeder = std::async(std::launch::async, [this] { Feed(); });
 };
 
-/// A service "test" in the configuration file with one streaming group at /data/log/t/cat.
-void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files);
+/// A group of a configuration that reads `node`.
+std::string Group(const std::string& style, const std::string& output, const std::string& node);
+/// A service "test" in the configuration file; its groups stream the kernel log to /data/log/t/cat unless others are
+/// given.
+void ConfigureStream(const std::string& writeMode, int rotateKilobytes, int files,
+                     const std::string& groups = Group("monitor_node", "/data/log/t/cat", "/proc/kmsg"));
 
 }  // namespace Device
 

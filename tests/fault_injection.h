@@ -1,23 +1,26 @@
 #ifndef QUILCAT_TESTS_FAULT_INJECTION_H_
 #define QUILCAT_TESTS_FAULT_INJECTION_H_
 
-/// Faults for the code under test: the nth call of a kind fails, once.
+/// Faults for the code under test: the nth call of a kind fails, once. An allocation is malloc, calloc, strdup,
+/// asprintf or vasprintf; "new" finds no memory at its first try; what takes a descriptor is open, opendir or
+/// inotify_init1.
 ///
 /// A test that uses them adds fault_injection.cpp and the link options of quilcat_inject_faults (CMakeLists.txt). These
 /// redirect the calls of what is linked into the executable; shared libraries keep theirs. In the daemon built that way
-/// the variable QUILCAT_FAULT, "<call>:<n>", sets the fault, and standard error tells when it strikes.
+/// the variable QUILCAT_FAULT, "allocation:2", sets the fault, and standard error tells when it strikes.
 enum class FaultyCall {
-  kAllocation,   ///< "allocation": malloc, calloc, strdup, asprintf, vasprintf
-  kNew,          ///< "new": operator new finds no memory at its first try
-  kMmap,         ///< "mmap"
-  kFtruncate,    ///< "ftruncate"
-  kPwrite,       ///< "pwrite"
-  kSync,         ///< "sync": fsync, fdatasync
-  kDeflateInit,  ///< "deflateInit"
-  kLocalTime,    ///< "localtime"
-  kThread,       ///< "thread": pthread_create
-  kFork,         ///< "fork"
-  kCount,
+  kAllocation,
+  kNew,
+  kDescriptor,
+  kMmap,
+  kFtruncate,
+  kPwrite,
+  kSync,
+  kDeflateInit,
+  kLocalTime,
+  kThread,
+  kFork,
+  kCount
 };
 
 /// While one lives, the nth call of that kind from its creation on (1 is the next) fails. Only one may live at a time.
@@ -27,12 +30,9 @@ class FailNthCall {
   FailNthCall(FaultyCall call, int n);
   ~FailNthCall();
   FailNthCall(const FailNthCall&) = delete;
-  FailNthCall& operator=(const FailNthCall&) = delete;
 
-  /// Calls so far.
-  int count() const;
-  /// Tells whether the nth call came.
-  bool happened() const { return count() >= n_; }
+  int count() const;                               ///< calls so far
+  bool happened() const { return count() >= n_; }  ///< the nth call came
 
  private:
   const int n_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
@@ -142,23 +143,26 @@ TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
   std::filesystem::create_directories("/data/log/live/cat");
   const std::string tooLong = "/data/" + std::string(249, 'x');
   const std::string noFile = "couldn't open output file!!\n";
-  const auto noDirectory = [&](const std::string& path, const std::string& reason) {
-    return "mkdir_p dir[" + path + "] err\nchmod dir[" + path + "] err\nchown: cannot access '" + path +
-           "': " + reason + "\nopen pdir error.\nopen file[" + path + "/log] err\n" + noFile;
+  const auto noDirectory = [&](const std::string& path) {
+    return "mkdir_p dir[" + path + "] err\nchmod dir[" + path + "] err\nopen pdir error.\nopen file[" + path +
+           "/log] err\n" + noFile;
   };
   const std::tuple<std::string, Mode, std::string, int> cases[] = {
       {"", kMapped, "bugreport dir is invalide.\ncreate bugreports dir error!!\n", 1},
       {"name", kMapped, "pend is invalide.\ncreate bugreports dir error!!\n", 1},
-      {"/data/file/sub/log", kFactory,
-       "mkdir_p: mkdir [/data/file/sub] err.\n" + noDirectory("/data/file/sub", "Not a directory"), 1},
-      {tooLong + "/log", kFactory, noDirectory(tooLong, "No such file or directory"), 1},
+      {"/data/file/sub/log", kFactory, "mkdir_p: mkdir [/data/file/sub] err.\n" + noDirectory("/data/file/sub"), 1},
+      {tooLong + "/log", kFactory, noDirectory(tooLong), 1},
       {"/data/log/live/cat", kFactory, "open file[/data/log/live/cat] err\n" + noFile, 1},
       {kOut, kMapped, "refreshSymlink unlink [" + kOut + "] fail\nrefreshSymlink unlink [" + kOut + ".1] fail\n", 0},
   };
   for (const auto& [path, mode, errors, result] : cases) {
     settings.outputFilePath = path.c_str();
     EXPECT_EQ(SetUpOutput(mode, result), errors);
-    Write("text\n");
+    std::string later;
+    for (int i = 0; i < 100; ++i) {
+      later += Write("text\n");
+    }
+    EXPECT_EQ(later, result == 0 ? "" : errors);  // a second set-up, and the third not before a second is over
   }
   setenv("PATH", "/nowhere", 1);  // no chown command
   settings.outputFilePath = kOut.c_str();
@@ -180,9 +184,86 @@ TEST_F(LogFileTest, FactoryModeContinuesAFileAndDropsTextAfterAFailedWrite) {
   EXPECT_EQ(Write(std::string(9000, 'd'), true, 1), kOut + ": write fail\n");
   EXPECT_EQ(Write("dropped\n"), "");
   EXPECT_EQ(ReadFile(kOut).size(), 8192u);
-  std::filesystem::remove(kOut);  // room again
+  std::filesystem::resize_file(kOut, 0);  // room again
+  usleep(1100000);
   Write("kept\n");
   EXPECT_EQ(ReadFile(kOut), "kept\n");
+  EXPECT_EQ(Write(std::string(9000, 'd'), true, 1), kOut + ": write fail\n");
+  std::filesystem::remove(kOut);
+  Write("kept\n");  // at once
+  EXPECT_EQ(ReadFile(kOut), "kept\n");
+}
+
+TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
+  const std::string secret = "/data/secret/shadow";
+  const std::string asIs = "root:root 600";
+  // What stands at the output, its directory or the packing directory, as a shell makes it.
+  const std::string traps[] = {
+      "ln -s /data/secret/shadow $O",
+      "ln -s /data/secret/new $O",
+      "ln /data/secret/shadow $O",
+      "mkfifo $O",
+      "rmdir /data/log/out; ln -s /data/secret /data/log/out",
+      "mkdir ${O}_tmp; chmod 777 ${O}_tmp; ln -s /data/secret/shadow ${O}_tmp/unfinished.tar.gz",
+      "ln -s /data/secret ${O}_tmp",
+      "ln -s /data/secret/shadow $O.1; ln /data/secret/shadow $O.2",
+  };
+  for (const std::string& trap : traps) {
+    for (const Mode mode : {kMapped, kFactory}) {
+      std::filesystem::remove_all("/data");
+      WriteFile(secret, "secret");
+      ASSERT_EQ(
+          system(("chmod 600 /data/secret/*; chmod 700 /data/secret; mkdir -p /data/log/out; O=" + kOut + "; " + trap)
+                     .c_str()),
+          0);
+      SetUpOutput(mode);
+      for (int i = 0; i < 14; ++i) {
+        Write(std::string(999, 'a' + static_cast<char>(i)) + "\n");
+      }
+      output.reset();
+      EXPECT_EQ(ReadFile(secret), "secret") << trap;
+      EXPECT_EQ(OwnerAndMode(secret), asIs) << trap;
+      EXPECT_EQ(List("/data/secret"), std::vector<std::string>{"shadow"}) << trap;
+      EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 700") << trap;
+      EXPECT_EQ(KeptText(mode).find("secret"), std::string::npos) << trap;
+      EXPECT_EQ(KeptText(mode).back(), '\n') << trap;
+    }
+  }
+}
+
+TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
+  MountSmallDisk(kDirectory, 128);
+  settings.maxFiles = 2;
+  settings.rotateSizeKB = 8;
+  SetUpOutput(kFactory);
+  std::string kept;
+  const auto fill = [&](int files) {  // with text that does not shrink
+    std::string errors;
+    for (int i = 0; i < 2 * files; ++i) {
+      std::string line(3999, ' ');
+      std::generate(line.begin(), line.end(), [] { return static_cast<char>(33 + rand() % 90); });
+      kept += line + "\n";
+      errors += Write(line + "\n");
+    }
+    return errors;
+  };
+  EXPECT_EQ(fill(5), "");
+  const std::string ballast = std::string(kDirectory) + "/ballast";
+  WriteFile(ballast, std::string(60 << 10, 'x'));  // leaves room for three files, not for an archive
+  const std::string failure = "couldn't pack log files of " + kOut + ", they stay in its compress dir\n";
+  EXPECT_EQ(fill(3), failure + failure + failure);
+  EXPECT_EQ(List(kOut + "_tmp").size(), 5u);
+  std::filesystem::remove(ballast);
+  EXPECT_EQ(fill(2), "");
+  EXPECT_TRUE(KeptText(kFactory) == kept);
+  EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp"));
+}
+
+TEST_F(LogFileTest, FactoryModeCutsTheZerosThatAPowerCutLeft) {
+  WriteFile(kOut, "text\n" + std::string(5000, '\0'));
+  SetUpOutput(kFactory);
+  Write("more\n");
+  EXPECT_EQ(ReadFile(kOut), "text\nmore\n");
 }
 
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {

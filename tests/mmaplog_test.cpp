@@ -1,4 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <random>
 
@@ -28,57 +34,99 @@ bool Write(Writer& writer, const std::string& bytes) {
   return writer.Write(bytes.data(), bytes.size());
 }
 
-/// The file holds `bytes`, then zeros up to `segments` whole segments.
-void ExpectOpenFile(const std::string& bytes, size_t segments) {
-  EXPECT_EQ(ReadFile(kPath), bytes + std::string(segments * kSegment - bytes.size(), '\0'));
+/// The file holds `bytes`, then zeros to the end of the segment; a segment that is full is followed by another.
+void ExpectOpenFile(const std::string& bytes) {
+  EXPECT_TRUE(ReadFile(kPath) == bytes + std::string(kSegment - bytes.size() % kSegment, '\0'));
 }
+
+/// The flush timer of the only writer in this process.
+class Timer {
+ public:
+  Timer() {
+    for (const std::string& name : List("/proc/self/fdinfo")) {
+      if (ReadFile("/proc/self/fdinfo/" + name).find("it_value") != std::string::npos) fd = stoi(name);
+    }
+  }
+  /// Seconds until it goes off, 0 when nothing wakes its thread.
+  double Left() const {
+    itimerspec left = {};
+    EXPECT_EQ(timerfd_gettime(fd, &left), 0);
+    return static_cast<double>(left.it_value.tv_sec) + static_cast<double>(left.it_value.tv_nsec) * 1e-9;
+  }
+  void GoOff() const {
+    const itimerspec now = {{0, 0}, {0, 1}};
+    EXPECT_EQ(timerfd_settime(fd, 0, &now, nullptr), 0);
+  }
+
+ private:
+  int fd = -1;
+};
 
 }  // namespace
 
-TEST(LogMmap, KeepsWhatWasWrittenWhereverWritesMeetSegments) {
-  const std::vector<size_t> cases[] = {{}, {65536, 65536}, {65000, 536, 7, 65536, 1000}};
-  for (const auto& sizes : cases) {
-    std::string all;
+TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
+  MountSmallDisk("/data", 200);  // room for three segments
+  std::string all;
+  const std::string errors = StandardErrorOf([&] {
+    LogMmap file(kPath);
+    const auto refuses = [&](const std::string& bytes) {
+      EXPECT_FALSE(Write(file, bytes));
+      ExpectOpenFile(all);
+    };
+    for (const size_t size : {65000, 536, 7, 65528, 1000}) {
+      const std::string bytes = Noise(size, all.size());
+      for (const FaultyCall call : {FaultyCall::kMmap, FaultyCall::kFtruncate, FaultyCall::kPwrite}) {
+        if (all.size() % kSegment + size < kSegment) continue;  // needs no other segment
+        const FailNthCall fault(call, 1);
+        refuses(bytes);
+        EXPECT_TRUE(fault.happened());
+      }
+      EXPECT_TRUE(Write(file, bytes));
+      all += bytes;
+      ExpectOpenFile(all);
+    }
+    for (const size_t size : {0, 65536, 65537}) refuses(Noise(size, 1));  // the disk is full
+    EXPECT_FALSE(file.Write(nullptr, 1) || file.isLost());
+  });
+  EXPECT_EQ(errors, "failed mapping data\nfailed setting file size\nfailed mapping data\nfailed setting file size\n");
+  EXPECT_TRUE(ReadFile(kPath) == all);
+}
+
+TEST(LogMmap, MakesANewFileOrNone) {
+  WriteFile("/data/other", "other");
+  ASSERT_EQ(symlink("other", kPath) + symlink("nothing", "/data/dangling"), 0);
+  for (const char* path : {"/data/other", kPath, "/data/dangling", "/tmp/missing/log"}) {
+    const std::string errors = StandardErrorOf([&] { EXPECT_FALSE(LogMmap(path).isMmapOpenSucc()) << path; });
+    EXPECT_EQ(errors, "failed opening file\nfailed mmap file\n");
+  }
+  EXPECT_EQ(ReadFile("/data/other"), "other");
+  EXPECT_EQ(List("/data"), (std::vector<std::string>{"dangling", "log", "other"}));
+}
+
+TEST(LogMmap, GivesUpAFileThatSomebodyElseCutsOrExtends) {
+  for (const off_t length : {0, 4096, 65535, 200000}) {
+    unlink(kPath);
     {
       LogMmap file(kPath);
-      ASSERT_TRUE(file.isMmapOpenSucc());
-      for (const size_t size : sizes) {
-        const std::string bytes = Noise(size, all.size());
-        ASSERT_TRUE(Write(file, bytes));
-        all += bytes;
-        // A full segment is followed by a fresh one at once.
-        ExpectOpenFile(all, all.size() / kSegment + 1);
-      }
-      EXPECT_FALSE(Write(file, ""));
-      EXPECT_FALSE(Write(file, std::string(kSegment + 1, 'x')));
-      EXPECT_FALSE(file.Write(nullptr, 1));
+      EXPECT_TRUE(Write(file, Noise(5000, 1)));
+      EXPECT_EQ(truncate(kPath, length), 0);
+      EXPECT_FALSE(Write(file, Noise(65000, 2)) || Write(file, "text")) << length;
+      EXPECT_TRUE(file.isLost());
     }
-    EXPECT_EQ(ReadFile(kPath), all);
+    EXPECT_EQ(ReadFile(kPath).size(), static_cast<size_t>(length));
   }
 }
 
-TEST(LogMmap, RefusesAWriteWholeWhenTheNextSegmentIsNotToBeHad) {
-  MountSmallDisk("/data", 200);
-  WriteFile("/data/ballast", std::string(80 * 1024, 'b'));  // leaves room for one segment and a part of another
-  const std::string first = Noise(65000, 1), second = Noise(1000, 2);
-  {
-    LogMmap file(kPath);
-    ASSERT_TRUE(Write(file, first));
-    const std::string errors = StandardErrorOf([&] {
-      for (const FaultyCall call : {FaultyCall::kMmap, FaultyCall::kFtruncate}) {
-        const FailNthCall fault(call, 1);
-        EXPECT_FALSE(Write(file, second));
-        EXPECT_TRUE(fault.happened());
-        ExpectOpenFile(first, 1);
-      }
-      EXPECT_FALSE(Write(file, second)) << "full disk";
-      ExpectOpenFile(first, 1);
-    });
-    EXPECT_EQ(errors, "failed mapping data\nfailed setting file size\n");
-    unlink("/data/ballast");
-    EXPECT_TRUE(Write(file, second));
-  }
-  EXPECT_EQ(ReadFile(kPath), first + second);
+TEST(LogMmapDeathTest, AnyOtherSigbusEndsTheProcess) {
+  LogMmap file(kPath);
+  ASSERT_TRUE(Write(file, "text"));  // from here on the handler is there
+  const auto storeBehindTheEnd = [] {
+    const int fd = open("/tmp/empty", O_RDWR | O_CREAT, 0600);
+    *static_cast<volatile char*>(mmap(nullptr, kSegment, PROT_WRITE, MAP_SHARED, fd, 0)) = 1;
+  };
+  if (Sanitized()) GTEST_SKIP() << "has a handler of its own";
+  EXPECT_EXIT(storeBehindTheEnd(), testing::KilledBySignal(SIGBUS), "");
+  EXPECT_EXIT(kill(getpid(), SIGBUS), testing::KilledBySignal(SIGBUS), "");
 }
 
 TEST(LogBuffer, CutsMembersAtTheThresholdAndByFlush) {
@@ -94,8 +142,7 @@ TEST(LogBuffer, CutsMembersAtTheThresholdAndByFlush) {
     const std::string errors = StandardErrorOf([&] { EXPECT_FALSE(Write(buffer, std::string(20000, 'd'))); });
     EXPECT_EQ(errors, "LogBuffer:write_to_out_buffer failed.\n");
     EXPECT_FALSE(buffer.Write(nullptr, 1));
-    buffer.Flush();
-    buffer.Flush();
+    for (int i = 0; i < 2; ++i) buffer.Flush();
     EXPECT_EQ(Decode(kPath).members, 2);
     EXPECT_TRUE(Write(buffer, "end"));
   }
@@ -105,87 +152,119 @@ TEST(LogBuffer, CutsMembersAtTheThresholdAndByFlush) {
   EXPECT_EQ(ReadFile(kPath).substr(0, 10), std::string("\x1f\x8b\x08\0\0\0\0\0\x02\x03", 10));
 }
 
-TEST(LogBuffer, KeepsTextThatDoesNotShrink) {
+TEST(LogBuffer, KeepsTextThatDoesNotShrinkAndWhatALostFileRefused) {
+  const std::string block = Noise(52429, 1), large = Noise(65535, 2);  // one member, and two
   LogBuffer buffer;
-  std::string all = Noise(52429, 1);
-  EXPECT_FALSE(Write(buffer, all));  // kept, but on no file
-  EXPECT_FALSE(Write(buffer, all));  // no room: dropped
-  LogMmap file(kPath);
-  buffer.SetupMap(&file);
-  for (size_t i = 0; i < 10; ++i) {
-    const std::string noise = Noise(65535, i);  // its compressed form, larger than the area, is split in two
-    ASSERT_TRUE(Write(buffer, noise));
-    all += noise;
-  }
-  EXPECT_EQ(Decode(kPath).members, 21);
-  EXPECT_EQ(DecodeAll({kPath}), all);
+  LogMmap first("/tmp/first"), second("/tmp/second");
+  EXPECT_FALSE(Write(buffer, block));  // kept, but on no file
+  EXPECT_FALSE(Write(buffer, block));  // no room: dropped
+  buffer.SetupMap(&first);
+  EXPECT_TRUE(Write(buffer, large) && Write(buffer, large));
+  EXPECT_EQ(Decode("/tmp/first").members, 5);
+  EXPECT_TRUE(DecodeAll({"/tmp/first"}) == block + large + large);
+  ASSERT_EQ(truncate("/tmp/first", 0), 0);
+  EXPECT_TRUE(Write(buffer, block));   // kept for another file
+  EXPECT_FALSE(Write(buffer, large));  // no room: dropped
+  buffer.SetupMap(&second);
+  EXPECT_TRUE(Write(buffer, large));
+  EXPECT_TRUE(DecodeAll({"/tmp/second"}) == block + large);
 }
 
-TEST(LogBuffer, KeepsNothingWithoutADeflateState) {
+TEST(LogBuffer, TriesAgainForADeflateState) {
   LogMmap file(kPath);
-  const FailNthCall fault(FaultyCall::kDeflateInit, 1);
-  const std::string errors = StandardErrorOf([&] {
-    LogBuffer buffer;
-    buffer.SetupMap(&file);
-    EXPECT_FALSE(Write(buffer, "text"));
-  });
-  EXPECT_EQ(errors, "LogBuffer:deflateInit2 failed.\n");
-  ExpectOpenFile("", 1);
+  const auto withFailedSetUp = [&](bool writes) {
+    return StandardErrorOf([&] {
+      const FailNthCall fault(FaultyCall::kDeflateInit, 1);
+      LogBuffer buffer;
+      buffer.SetupMap(&file);
+      EXPECT_TRUE(!writes || Write(buffer, "text"));
+    });
+  };
+  EXPECT_EQ(withFailedSetUp(false), "LogBuffer:deflateInit2 failed.\nLogBuffer:deflateEnd failed.\n");
+  EXPECT_EQ(withFailedSetUp(true), "LogBuffer:deflateInit2 failed.\n");
+  EXPECT_EQ(DecodeAll({kPath}), "text");
 }
 
-TEST(Quil, BringsTextToItsFileByFlushAndByTimer) {
+TEST(Quil, WakesForTextOnlyAndSyncsWhenItIsDue) {
+  const FailNthCall syncs(FaultyCall::kSync, 1000);  // counts
   {
-    Quil writer;
-    const std::string errors = StandardErrorOf([&] { EXPECT_FALSE(writer.SetOutputPath("/tmp/missing/log")); });
-    EXPECT_EQ(errors, "failed opening file\nfailed mmap file\n");
+    Quil writer(60);
+    const Timer timer;
+    EXPECT_EQ(timer.Left(), 0);
     ASSERT_TRUE(writer.SetOutputPath("/tmp/first"));
     EXPECT_TRUE(Write(writer, "one"));
+    EXPECT_NEAR(timer.Left(), 5, 0.5);
+    timer.GoOff();
+    EXPECT_TRUE(WaitFor([&] { return Decode("/tmp/first").text == "one" && syncs.count() == 1; }));
+    EXPECT_EQ(timer.Left(), 0);
+    EXPECT_TRUE(Write(writer, "two"));
+    timer.GoOff();
+    EXPECT_TRUE(WaitFor([&] { return Decode("/tmp/first").text == "onetwo" && timer.Left() > 0; }));
+    EXPECT_NEAR(timer.Left(), 60, 2) << "too soon for the next sync";
+    EXPECT_TRUE(Write(writer, "three"));
+    EXPECT_NEAR(timer.Left(), 5, 0.5);
     writer.Flush();
     ASSERT_TRUE(writer.SetOutputPath("/tmp/second"));
-    EXPECT_EQ(Decode("/tmp/first").text, "one");
+    EXPECT_EQ(Decode("/tmp/first").text, "onetwothree");
     EXPECT_EQ(Decode("/tmp/first").zeroTail, 0u);
-    EXPECT_TRUE(Write(writer, "two"));
-    EXPECT_TRUE(WaitFor([] { return Decode("/tmp/second").text == "two"; }, 8));
+    EXPECT_TRUE(WaitFor([&] { return syncs.count() == 2; })) << "the finished file";
+    EXPECT_TRUE(Write(writer, "four"));
   }
-  EXPECT_EQ(Decode("/tmp/second").text, "two");
+  EXPECT_EQ(syncs.count(), 3) << "the last file";
+  EXPECT_EQ(Decode("/tmp/second").text, "four");
   EXPECT_EQ(Decode("/tmp/second").zeroTail, 0u);
 }
 
-TEST(Quil, LosesNothingBetweenWritersFlushesAndSwitches) {
-  std::vector<std::string> paths;
-  std::string all;
-  {
-    Quil writer;
-    const auto switchFile = [&] {
-      paths.push_back("/tmp/part" + std::to_string(paths.size()));
-      writer.SetOutputPath(paths.back().c_str());
-    };
-    switchFile();
-    std::atomic<bool> done{false};
-    std::thread flusher([&] {
-      while (!done) writer.Flush();
-    });
-    std::thread switcher([&] {
-      for (; !done && paths.size() < 50; usleep(1000)) switchFile();
-    });
-    for (int i = 0; i < 3000; ++i) {
-      const std::string line = std::to_string(i) + "\n";
-      ASSERT_TRUE(Write(writer, line));
-      all += line;
-    }
-    done = true;
-    flusher.join();
-    switcher.join();
-  }
-  EXPECT_EQ(DecodeAll(paths), all);
+TEST(Quil, TakesTheTextThatALostFileRefusedToTheNext) {
+  Quil writer;
+  const Timer timer;
+  EXPECT_EQ(writer.outputDescriptor(), -1);
+  ASSERT_TRUE(writer.SetOutputPath("/tmp/first"));
+  EXPECT_TRUE(Write(writer, "one"));
+  writer.Flush();
+  ASSERT_EQ(truncate("/tmp/first", 0), 0);
+  EXPECT_TRUE(Write(writer, "two"));
+  EXPECT_FALSE(writer.outputLost());
+  timer.GoOff();
+  EXPECT_TRUE(WaitFor([&] { return writer.outputLost(); }));
+  ASSERT_TRUE(writer.SetOutputPath("/tmp/second"));
+  EXPECT_FALSE(writer.outputLost());
+  EXPECT_EQ(fchmod(writer.outputDescriptor(), 0640), 0);
+  EXPECT_EQ(OwnerAndMode("/tmp/second"), "root:root 640");
+  EXPECT_NEAR(timer.Left(), 5, 0.5) << "what was refused waits no longer than other text";
+  timer.GoOff();
+  EXPECT_TRUE(WaitFor([] { return Decode("/tmp/second").text == "two"; }));
+  EXPECT_EQ(ReadFile("/tmp/first"), "");
 }
 
-TEST(Quil, EndsItsTimerAtAnyMoment) {
-  for (int i = 0; i < Rounds(300); ++i) {
-    Quil writer;
-    writer.SetOutputPath(kPath);
-    Write(writer, "text");
-    usleep(static_cast<useconds_t>(i % 7 * 100));
+TEST(Quil, LosesNothingBetweenWritersFlushesAndSwitches) {
+  for (int round = 0; round < Rounds(20); ++round) {
+    std::vector<std::string> paths;
+    std::string all;
+    {
+      Quil writer;
+      const Timer timer;
+      const auto switchFile = [&] {
+        paths.push_back("/tmp/" + std::to_string(round) + "." + std::to_string(paths.size()));
+        writer.SetOutputPath(paths.back().c_str());
+      };
+      switchFile();
+      std::atomic<bool> done{false};
+      std::thread flusher([&] {
+        for (; !done; timer.GoOff()) writer.Flush();
+      });
+      std::thread switcher([&] {
+        for (; !done && paths.size() < 50; usleep(300)) switchFile();
+      });
+      for (int i = 0; i < 1000 * (round % 3); ++i) {
+        const std::string line = std::to_string(i) + "\n";
+        ASSERT_TRUE(Write(writer, line));
+        all += line;
+      }
+      done = true;
+      flusher.join();
+      switcher.join();
+    }
+    EXPECT_EQ(DecodeAll(paths), all);
   }
-  EXPECT_EQ(Decode(kPath).text, "text");
 }

@@ -17,6 +17,20 @@ namespace {
 
 constexpr uint32_t kWatchMask = IN_OPEN | IN_ISDIR;
 constexpr size_t kEventBufferSize = 1024;
+constexpr unsigned kFlushPause = 50;  // milliseconds
+
+/// True when one of the inotify records, 16 bytes and a name of `len` bytes each, is the opening of a directory.
+bool OpenedDirectory(const char* events, size_t size) {
+  for (size_t offset = 0; offset + sizeof(inotify_event) <= size;) {
+    inotify_event event;
+    memcpy(&event, events + offset, sizeof event);
+    if ((event.mask & IN_ISDIR) != 0) {
+      return true;
+    }
+    offset += sizeof event + event.len;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -64,8 +78,10 @@ void MonitorDir::run() {
       continue;
     }
     const ssize_t size = readNode(inotifyFd, events, sizeof events);
-    if (size > 0) {
-      FlushForEvents(events, static_cast<size_t>(size));
+    if (size > 0 && OpenedDirectory(events, static_cast<size_t>(size))) {
+      // Whoever opens a directory again and again gets one flush for all openings of the time that follows.
+      logBase->logcatClose();
+      sleepMilliseconds(kFlushPause);
     }
   }
 }
@@ -73,17 +89,4 @@ void MonitorDir::run() {
 bool MonitorDir::WaitForEvents() {
   pollfd watched = {inotifyFd, POLLIN, 0};
   return poll(&watched, 1, -1) >= 1;
-}
-
-/// Flushes once for each opening of a directory among the inotify records, 16 bytes and a name of `len` bytes each.
-void MonitorDir::FlushForEvents(const char* events, size_t size) {
-  size_t offset = 0;
-  while (offset + sizeof(inotify_event) <= size) {
-    inotify_event event;
-    memcpy(&event, events + offset, sizeof event);
-    if ((event.mask & IN_ISDIR) != 0) {
-      logBase->logcatClose();
-    }
-    offset += sizeof event + event.len;
-  }
 }

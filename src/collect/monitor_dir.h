@@ -32,7 +32,6 @@ class MonitorDir : public ThreadBase {
  private:
   void GetDir(const char* path);
   bool WaitForEvents();
-  void FlushForEvents(const char* events, size_t size);
 
   char* dirPath = nullptr;  ///< malloc
   LogOutput* logBase = nullptr;

@@ -15,33 +15,49 @@ const char* OrNull(const char* text) {
   return text != nullptr ? text : "(null)";
 }
 
-void PrintNodeSet(const QuilcatInputNodeSet_t& set) {
-  fprintf(stderr, "data_path         : %s\n", OrNull(set.data_path));
-  fprintf(stderr, "title_path        : %s\n", OrNull(set.title_path));
-  fprintf(stderr, "title             : %s\n", OrNull(set.title));
-  fprintf(stderr, "width             : %zu\n", set.width);
-  for (const QuilcatStrList_t* path = set.alter_data_path; path != nullptr; path = path->next) {
-    fprintf(stderr, "alter_data_path   : %s\n", OrNull(path->str));
+/// Prints a setting that not every service has.
+void PrintIfSet(const char* name, size_t value) {
+  if (value != 0) {
+    fprintf(stderr, "%-18s: %zu\n", name, value);
+  }
+}
+
+void PrintTexts(const char* name, const QuilcatStrList_t* entry) {
+  for (; entry != nullptr; entry = entry->next) {
+    fprintf(stderr, "%-18s: %s\n", name, OrNull(entry->str));
+  }
+}
+
+void PrintNodeSets(const QuilcatInputNodeSet_t* set) {
+  for (; set != nullptr; set = set->next) {
+    fprintf(stderr, "data_path         : %s\n", OrNull(set->data_path));
+    fprintf(stderr, "title_path        : %s\n", OrNull(set->title_path));
+    fprintf(stderr, "title             : %s\n", OrNull(set->title));
+    fprintf(stderr, "width             : %zu\n", set->width);
+    PrintTexts("alter_data_path", set->alter_data_path);
+  }
+}
+
+void PrintDirectory(const QuilcatStrList_t* directory) {
+  if (directory != nullptr) {
+    fprintf(stderr, "inputDirPath      : %s\n", OrNull(directory->str));
+    PrintTexts("pickNode", directory->next);
   }
 }
 
 void PrintInputs(const QuilcatGroup_t& group) {
-  if (ReadsNodes(&group)) {
-    for (const QuilcatInputNodeSet_t* set = NodeSets(&group); set != nullptr; set = set->next) {
-      PrintNodeSet(*set);
-    }
-    return;
-  }
-  const QuilcatStrList_t* entry = StringList(&group);
-  if (group.style == STYLE_MONITOR_DIR && entry != nullptr) {
-    fprintf(stderr, "inputDirPath      : %s\n", OrNull(entry->str));
-    for (entry = entry->next; entry != nullptr; entry = entry->next) {
-      fprintf(stderr, "pickNode          : %s\n", OrNull(entry->str));
-    }
-  } else if (group.style == STYLE_POLL_CMD) {
-    for (; entry != nullptr; entry = entry->next) {
-      fprintf(stderr, "command           : %s\n", OrNull(entry->str));
-    }
+  switch (InputKindOf(group.style)) {
+    case INPUT_NONE:
+      break;
+    case INPUT_NODE_SETS:
+      PrintNodeSets(NodeSets(&group));
+      break;
+    case INPUT_DIRECTORY:
+      PrintDirectory(StringList(&group));
+      break;
+    case INPUT_COMMANDS:
+      PrintTexts("command", StringList(&group));
+      break;
   }
 }
 
@@ -52,46 +68,39 @@ void PrintGroup(const QuilcatGroup_t& group) {
   fprintf(stderr, "style             : %zu\n", static_cast<size_t>(group.style));
   fprintf(stderr, "output_file_path  : %s\n", OrNull(group.output_file_path));
   fprintf(stderr, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
+  PrintIfSet("on_write_failure", static_cast<size_t>(group.on_write_failure));
   PrintInputs(group);
   fprintf(stderr, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
 }
 
 bool NodeSetsAreValid(const QuilcatInputNodeSet_t* set) {
-  if (set == nullptr) {
-    return false;
+  const bool any = set != nullptr;
+  while (set != nullptr && (set->data_path != nullptr || set->alter_data_path != nullptr)) {
+    set = set->next;
   }
-  for (; set != nullptr; set = set->next) {
-    if (set->data_path == nullptr && set->alter_data_path == nullptr) {
-      return false;
-    }
-  }
-  return true;
+  return any && set == nullptr;
 }
 
 bool CommandsAreValid(const QuilcatStrList_t* command) {
-  if (command == nullptr) {
-    return false;
+  const bool any = command != nullptr;
+  while (command != nullptr && command->str != nullptr) {
+    command = command->next;
   }
-  for (; command != nullptr; command = command->next) {
-    if (command->str == nullptr) {
-      return false;
-    }
-  }
-  return true;
+  return any && command == nullptr;
 }
 
 bool InputsAreValid(const QuilcatGroup_t& group) {
-  switch (group.style) {
-    case STYLE_MONITOR_NODE:
-    case STYLE_POLL_NODE:
-      return NodeSetsAreValid(NodeSets(&group));
-    case STYLE_MONITOR_DIR:
-      return group.input != nullptr && StringList(&group)->str != nullptr;
-    case STYLE_POLL_CMD:
-      return CommandsAreValid(StringList(&group));
-    default:
+  switch (InputKindOf(group.style)) {
+    case INPUT_NONE:
       return false;
+    case INPUT_NODE_SETS:
+      return NodeSetsAreValid(NodeSets(&group));
+    case INPUT_DIRECTORY:
+      return group.input != nullptr && StringList(&group)->str != nullptr;
+    case INPUT_COMMANDS:
+      return CommandsAreValid(StringList(&group));
   }
+  return false;
 }
 
 void FreeStringList(QuilcatStrList_t* entry) {
@@ -112,10 +121,16 @@ void FreeNodeSets(QuilcatInputNodeSet_t* set) {
 }
 
 void FreeInputs(QuilcatGroup_t* group) {
-  if (ReadsNodes(group)) {
-    FreeNodeSets(NodeSets(group));
-  } else if (ListsTexts(group)) {
-    FreeStringList(StringList(group));
+  switch (InputKindOf(group->style)) {
+    case INPUT_NONE:
+      break;
+    case INPUT_NODE_SETS:
+      FreeNodeSets(NodeSets(group));
+      break;
+    case INPUT_DIRECTORY:
+    case INPUT_COMMANDS:
+      FreeStringList(StringList(group));
+      break;
   }
 }
 
@@ -140,6 +155,7 @@ void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
   fprintf(stderr, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
   fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
   fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
+  PrintIfSet("sync_seconds", info->sync_seconds);
   for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
     PrintGroup(*group);
   }

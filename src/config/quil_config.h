@@ -64,7 +64,8 @@ class QuilConfig {
   static void parseXmlNodeWriteMode(xmlNode* node, QuilcatInfo_t* info);
   /// Appends a group and reads its children. Unknown children are reported on standard error.
   static void parseXmlNodeQuilcatGroup(xmlNode* node, QuilcatInfo_t* info);
-  /// Reads style, interval and retry budget. A group that has inputs keeps its style, which tells their kind.
+  /// Reads style, interval, retry budget and what a failed write does. A group that has inputs keeps its style, which
+  /// tells their kind.
   static void parseXmlNodeLogStyle(xmlNode* node, QuilcatGroup_t* group);
   /// Sets or replaces the output path.
   static void parseXmlNodeOutputFilePath(xmlNode* node, QuilcatGroup_t* group);

@@ -28,6 +28,12 @@ enum type_style : uint32_t {
   STYLE_POLL_CMD = 4,      ///< input: QuilcatStrList_t chain, one command text each
 };
 
+/// What a streaming group does with a line that its output does not take.
+enum type_write_failure : uint32_t {
+  WRITE_FAILURE_END = 0,    ///< the stream ends
+  WRITE_FAILURE_RETRY = 1,  ///< the line is kept and tried again, and nothing is read meanwhile
+};
+
 /// CPUs that a service is bound to.
 enum : uint32_t {
   CPU_SET_NONE = 0,
@@ -62,6 +68,7 @@ struct QuilcatGroup_t {
   void* input;          ///< first input record, of the kind that `style` tells
   char* output_file_path;
   QuilcatGroup_t* next;
+  type_write_failure on_write_failure;  ///< of a group that streams; other styles take no notice
 };
 
 /// One service. All zeros before it is filled and after it is released.
@@ -72,6 +79,7 @@ struct QuilcatInfo_t {
   type_write writeMode;
   char* name;
   QuilcatGroup_t* group_list;
+  size_t sync_seconds;  ///< text is on the disk this long after it was written, at the latest; 0: the kernel decides
 };
 
 }  // namespace QuilCommon

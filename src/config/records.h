@@ -25,6 +25,29 @@ Record* Append(Record** chain) {
   return *chain;
 }
 
+/// What the inputs of a style are. Switches over it name every kind and have no default, like those over the styles.
+enum InputKind {
+  INPUT_NONE,
+  INPUT_NODE_SETS,  ///< a chain of QuilcatInputNodeSet_t
+  INPUT_DIRECTORY,  ///< QuilcatStrList_t: the directory, then the picked names
+  INPUT_COMMANDS,   ///< QuilcatStrList_t: one command each
+};
+
+inline InputKind InputKindOf(type_style style) {
+  switch (style) {
+    case STYLE_NONE:
+      return INPUT_NONE;
+    case STYLE_MONITOR_NODE:
+    case STYLE_POLL_NODE:
+      return INPUT_NODE_SETS;
+    case STYLE_MONITOR_DIR:
+      return INPUT_DIRECTORY;
+    case STYLE_POLL_CMD:
+      return INPUT_COMMANDS;
+  }
+  return INPUT_NONE;
+}
+
 /// The input chain of a group that streams or polls nodes.
 inline QuilcatInputNodeSet_t* NodeSets(const QuilcatGroup_t* group) {
   return static_cast<QuilcatInputNodeSet_t*>(group->input);
@@ -42,14 +65,6 @@ Record* AppendInput(QuilcatGroup_t* group) {
   Record* added = Append(&first);
   group->input = first;
   return added;
-}
-
-inline bool ReadsNodes(const QuilcatGroup_t* group) {
-  return group->style == STYLE_MONITOR_NODE || group->style == STYLE_POLL_NODE;
-}
-
-inline bool ListsTexts(const QuilcatGroup_t* group) {
-  return group->style == STYLE_MONITOR_DIR || group->style == STYLE_POLL_CMD;
 }
 
 /// Copies `text` into a new heap block of its length plus one byte; null when there is no memory. A text of 256

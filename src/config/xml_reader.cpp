@@ -3,7 +3,6 @@
 // Every value is an attribute. The children of an element are read in document order by a table that tells, for each
 // element name, what reads it; only group elements report a name that is in no table.
 
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -48,16 +47,16 @@ bool IsNamed(const xmlNode* node, const char* name) {
   return node->type == XML_ELEMENT_NODE && xmlParser.compare(node->name, Xml(name)) == 0;
 }
 
-/// Stores the number that begins an attribute's text. A missing attribute and a negative number leave `*field` alone;
-/// a number that no int can hold counts as the largest.
+/// Stores the number that begins an attribute's text. A missing attribute and a negative number leave `*field` alone. A
+/// number that no int can hold is cut to its low bits, as by atoi.
 void ReadInteger(xmlNode* node, const char* attribute, size_t* field) {
   const AttributeText text = Attribute(node, attribute);
   if (text == nullptr) {
     return;
   }
-  const long number = strtol(Plain(text.get()), nullptr, 10);
+  const auto number = static_cast<int>(strtol(Plain(text.get()), nullptr, 10));
   if (number >= 0) {
-    *field = static_cast<size_t>(std::min(number, long{INT_MAX}));
+    *field = static_cast<size_t>(number);
   }
 }
 
@@ -67,10 +66,10 @@ struct Keyword {
   Code code;
 };
 
-/// Stores the code of the keyword that "value" equals; any other text and none leave `*field` alone.
+/// Stores the code of the keyword that an attribute equals; any other text and none leave `*field` alone.
 template <typename Code, size_t count>
-void ReadKeyword(xmlNode* node, const Keyword<Code> (&keywords)[count], Code* field) {
-  const AttributeText text = Attribute(node, "value");
+void ReadKeyword(xmlNode* node, const char* attribute, const Keyword<Code> (&keywords)[count], Code* field) {
+  const AttributeText text = Attribute(node, attribute);
   if (text == nullptr) {
     return;
   }
@@ -115,7 +114,7 @@ void ReadStringOnce(xmlNode* node, char** field) {
 void ReadCpuSet(xmlNode* node, QuilcatInfo_t* info) {
   static constexpr Keyword<uint32_t> kKeywords[] = {{"little", CPU_SET_LITTLE}, {"big", CPU_SET_BIG}};
   info->cpu_set = CPU_SET_NONE;
-  ReadKeyword(node, kKeywords, &info->cpu_set);
+  ReadKeyword(node, "value", kKeywords, &info->cpu_set);
 }
 
 void ReadWidth(xmlNode* node, QuilcatInputNodeSet_t* set) {
@@ -131,6 +130,7 @@ constexpr ElementReader<QuilcatInfo_t> kServiceElements[] = {
      [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->maxCompressdFiles); }},
     {"cpuSets", ReadCpuSet},
     {"writeMode", QuilConfig::parseXmlNodeWriteMode},
+    {"syncSeconds", [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->sync_seconds); }},
     {"quilcatGroup", QuilConfig::parseXmlNodeQuilcatGroup},
 };
 
@@ -209,7 +209,8 @@ int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char
       continue;
     }
     const AttributeText service = Attribute(node, "name");
-    if (service != nullptr && strcmp(Plain(service.get()), name) == 0) {
+    // A start that names no service is not to find one that has no name.
+    if (service != nullptr && *name != '\0' && strcmp(Plain(service.get()), name) == 0) {
       return parseQuilcat(node, name, info);
     }
   }
@@ -236,7 +237,7 @@ void QuilConfig::parseXmlNodeWriteMode(xmlNode* node, QuilcatInfo_t* info) {
   }
   type_write mode = WRITE_FACTORY;
   if (WriteModeOfDevice() != WRITE_FACTORY) {
-    ReadKeyword(node, kKeywords, &mode);
+    ReadKeyword(node, "value", kKeywords, &mode);
   }
   info->writeMode = mode;
 }
@@ -260,15 +261,17 @@ void QuilConfig::parseXmlNodeLogStyle(xmlNode* node, QuilcatGroup_t* group) {
       {"poll_node", STYLE_POLL_NODE},
       {"poll_cmd", STYLE_POLL_CMD},
   };
+  static constexpr Keyword<type_write_failure> kWriteFailures[] = {{"retry", WRITE_FAILURE_RETRY}};
   if (node == nullptr || group == nullptr) {
     return;
   }
   // The style tells what kind of records `input` holds.
   if (group->input == nullptr) {
-    ReadKeyword(node, kKeywords, &group->style);
+    ReadKeyword(node, "value", kKeywords, &group->style);
   }
   ReadInteger(node, "interval", &group->polling_interval);
   ReadInteger(node, "failureRetry", &group->failureRetry);
+  ReadKeyword(node, "onWriteFailure", kWriteFailures, &group->on_write_failure);
 }
 
 void QuilConfig::parseXmlNodeOutputFilePath(xmlNode* node, QuilcatGroup_t* group) {
@@ -278,7 +281,7 @@ void QuilConfig::parseXmlNodeOutputFilePath(xmlNode* node, QuilcatGroup_t* group
 }
 
 void QuilConfig::parseXmlNodeInputNodeSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || !ReadsNodes(group)) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_NODE_SETS) {
     return;
   }
   auto* set = AppendInput<QuilcatInputNodeSet_t>(group);
@@ -288,7 +291,7 @@ void QuilConfig::parseXmlNodeInputNodeSet(xmlNode* node, QuilcatGroup_t* group) 
 }
 
 void QuilConfig::parseXmlNodeInputDirSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || group->style != STYLE_MONITOR_DIR) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_DIRECTORY) {
     return;
   }
   if (group->input != nullptr) {
@@ -302,7 +305,7 @@ void QuilConfig::parseXmlNodeInputDirSet(xmlNode* node, QuilcatGroup_t* group) {
 }
 
 void QuilConfig::parseXmlNodeInputCmdSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || group->style != STYLE_POLL_CMD) {
+  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_COMMANDS) {
     return;
   }
   auto* command = AppendInput<QuilcatStrList_t>(group);

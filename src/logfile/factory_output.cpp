@@ -1,27 +1,28 @@
 #include "logfile/factory_output.h"
 
-#include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "logfile/change_owner.h"
 #include "logfile/file_steps.h"
+#include "logfile/live_file.h"
 #include "thread/interruptible.h"
 
 namespace {
 
-constexpr mode_t kLiveFileCreateMode = 0640;
 constexpr mode_t kLiveFileMode = 0664;
 
 }  // namespace
 
 FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
-    : LogOutput(settings, told), rotated(outputFilePath != nullptr ? outputFilePath : "", maxFiles) {}
+    : LogOutput(settings, told),
+      rotated(outputFilePath != nullptr ? outputFilePath : "", maxFiles),
+      syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
 
 FactoryOutput::~FactoryOutput() {
   if (outputFilePath != nullptr) {
-    logcatClose();
+    finishFile();
   }
 }
 
@@ -62,20 +63,22 @@ int FactoryOutput::factoryWrite(const char* data, size_t len, bool lineDone) {
     if (written < 0) {
       fprintf(stderr, "%s: write fail\n", logFilePath.c_str());
       logcatClose();
+      nextOpening = Clock::now() + kPause;
       return 1;
     }
     done += static_cast<size_t>(written);
     curFileBytes += static_cast<size_t>(written);
   }
+  syncWhenDue();
   return 0;
 }
 
 void FactoryOutput::openLogFileFactory() {
   logFilePath = outputFilePath;
-  // Links that mmap mode left would lead the text into one of its files.
+  // Links that mmap mode left would lead the text into one of its files, others anywhere.
   releaseSymlink(logFilePath);
   releaseSymlink(prevLinkPath);
-  logFd = open(outputFilePath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLiveFileCreateMode);
+  logFd = openLiveFile(outputFilePath);
   if (logFd < 0) {
     fprintf(stderr, "open file[%s] err\n", outputFilePath);
     return;
@@ -83,7 +86,7 @@ void FactoryOutput::openLogFileFactory() {
   if (fchmod(logFd, kLiveFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
   }
-  changeOwner(outputFilePath, "chown file");
+  changeOwner(outputFilePath, "chown file", logFd);
   startFile();
 }
 
@@ -93,7 +96,7 @@ void FactoryOutput::rotate() {
 }
 
 void FactoryOutput::rotateLogsFactory() {
-  logcatClose();
+  finishFile();
   rotated.shift();
   curFileBytes = 0;
   rotated.packIfFull();
@@ -112,6 +115,21 @@ void FactoryOutput::deleteOldStyleFiles() {
     unlinkFile(path);
   }
   hasOldStyleFiles = false;
+}
+
+/// Brings the live file to disk and closes it.
+void FactoryOutput::finishFile() {
+  if (logFd >= 0) {
+    fdatasync(logFd);
+  }
+  logcatClose();
+}
+
+void FactoryOutput::syncWhenDue() {
+  if (syncPeriod.count() != 0 && Clock::now() >= lastSync + syncPeriod) {
+    fdatasync(logFd);
+    lastSync = Clock::now();
+  }
 }
 
 void FactoryOutput::logcatClose() {

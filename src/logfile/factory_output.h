@@ -1,6 +1,8 @@
 #ifndef QUILCAT_LOGFILE_FACTORY_OUTPUT_H_
 #define QUILCAT_LOGFILE_FACTORY_OUTPUT_H_
 
+#include <chrono>
+
 #include "logfile/log_output.h"
 #include "logfile/rotated_files.h"
 
@@ -10,7 +12,7 @@ class FactoryOutput : public LogOutput {
  public:
   /// Opens no file: setupOutput() does.
   FactoryOutput(const Settings& settings, Owner& owner);
-  /// Closes the live file.
+  /// Brings the live file to disk and closes it.
   ~FactoryOutput() override;
 
   /// After a failed write the file is closed, and what follows is dropped with 0 until the file is opened anew: when it
@@ -23,14 +25,20 @@ class FactoryOutput : public LogOutput {
  private:
   int openOutput() override;
   void rotate() override;
+  bool isFileDead() const override { return logFd < 0 && Clock::now() >= nextOpening; }
 
   int factoryWrite(const char* data, size_t len, bool lineDone);
   void openLogFileFactory();
   void rotateLogsFactory();
   void deleteOldStyleFiles();
+  void finishFile();
+  void syncWhenDue();
 
   RotatedFiles rotated;
   int logFd = -1;
+  Clock::time_point nextOpening;          ///< of a file that refused text
+  const std::chrono::seconds syncPeriod;  ///< 0: the kernel decides
+  Clock::time_point lastSync;
 };
 
 #endif  // QUILCAT_LOGFILE_FACTORY_OUTPUT_H_

@@ -22,11 +22,11 @@ void renameIfThere(const std::string& from, const std::string& to, const char* m
 }
 
 int releaseSymlink(const std::string& path) {
-  if (!fileExists(path)) {
-    return 0;
-  }
   struct stat status;
   if (lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) {
+      return 0;
+    }
     fprintf(stderr, "lstat file %s err\n", path.c_str());
     return 1;
   }

@@ -14,7 +14,8 @@ void unlinkFile(const std::string& path);
 /// Renames; a failure other than a missing source is reported as `message`.
 void renameIfThere(const std::string& from, const std::string& to, const char* message);
 
-/// Removes what stands at `path` if it is a symbolic link to something that exists. 0 on success, 1 on failure.
+/// Removes what stands at `path` if it is a symbolic link, whether or not its target exists. 0 on success, also when
+/// nothing stands there, 1 on failure.
 int releaseSymlink(const std::string& path);
 
 #endif  // QUILCAT_LOGFILE_FILE_STEPS_H_

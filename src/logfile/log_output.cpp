@@ -25,14 +25,21 @@ int LogOutput::setupOutput() {
 
 void LogOutput::prepareWrite(size_t len, bool lineDone) {
   if (!settingUpFile) {
-    if (logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0) {
+    if (needsSetUp() && Clock::now() >= nextSetUp) {
       setupOutput();
+      if (needsSetUp()) {
+        nextSetUp = Clock::now() + kPause;
+      }
     }
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
       rotate();
     }
   }
   lineComplete = lineDone;
+}
+
+bool LogOutput::needsSetUp() const {
+  return logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0 || isFileDead();
 }
 
 void LogOutput::startFile() {

@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <chrono>
 #include <string>
 
 #include "logfile/indexed_files.h"
@@ -32,6 +33,7 @@ class LogOutput {
     const char* outputFilePath = nullptr;  ///< borrowed; null writes to standard output in factory mode, nowhere else
     uint64_t rotateSizeKB = 4096;          ///< KiB of text; 0: never rotate
     uint64_t maxFiles = 10;                ///< indexed files kept by a mapped output, archives by a factory output
+    uint64_t syncSeconds = 0;  ///< longest time between two syncs of the current file; 0: the kernel decides
   };
 
   virtual ~LogOutput() = default;
@@ -52,6 +54,10 @@ class LogOutput {
   virtual void flushUnlessBusy() = 0;
 
  protected:
+  using Clock = std::chrono::steady_clock;
+  /// How long what failed is left alone.
+  static constexpr std::chrono::seconds kPause{1};
+
   /// Borrows `owner` and the path in `settings`; both outlive the output.
   LogOutput(const Settings& settings, Owner& owner);
 
@@ -59,6 +65,8 @@ class LogOutput {
   virtual int openOutput() = 0;
   /// Starts a new file and lets the old ones move on or go.
   virtual void rotate() = 0;
+  /// True when the current file can take no text any more and it is time to try another one.
+  virtual bool isFileDead() const = 0;
 
   /// What comes before a write of `len` bytes: a file that vanished is set up again, and one that the write would fill
   /// is rotated, between lines only.
@@ -79,6 +87,9 @@ class LogOutput {
   uint64_t curFileBytes = 0;     ///< bytes of text written to the current file
 
  private:
+  bool needsSetUp() const;
+
+  Clock::time_point nextSetUp;  ///< after one that failed, not before that time
   bool settingUpFile = false;
   bool lineComplete = true;  ///< the last write ended a line
 };

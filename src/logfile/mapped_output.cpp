@@ -1,7 +1,5 @@
 #include "logfile/mapped_output.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,7 +11,6 @@
 namespace {
 
 constexpr mode_t kFileMode = 0664;
-constexpr mode_t kNewFileMode = 0700;
 
 void RemoveLink(const char* path) {
   if (unlink(path) != 0) {
@@ -27,20 +24,17 @@ void MakeLink(const std::string& target, const char* path) {
   }
 }
 
-/// Makes the file at `path` if none stands there. False: one does. A name can be taken when the list of files is not
-/// complete, or when another collector has the same output; its file must not be emptied under its mapping.
-bool MakeNewFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
-  if (fd >= 0) {
-    close(fd);
-    return true;
-  }
-  return errno != EEXIST && access(path.c_str(), F_OK) != 0;
+/// True when nothing stands at `path`, not even a link. A name can be taken when the list of files is not complete, or
+/// when another collector has the same output.
+bool IsFree(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) != 0;
 }
 
 }  // namespace
 
-MappedOutput::MappedOutput(const Settings& settings, Owner& told) : LogOutput(settings, told) {}
+MappedOutput::MappedOutput(const Settings& settings, Owner& told)
+    : LogOutput(settings, told), mmapWriter(static_cast<unsigned>(settings.syncSeconds)) {}
 
 int MappedOutput::openOutput() {
   if (outputFilePath == nullptr) {
@@ -70,46 +64,63 @@ void MappedOutput::rotate() {
   removeRedundancy();
 }
 
-/// Ends the current file and starts the one with the next index.
-void MappedOutput::openLogFile() {
-  mmapWriter.Flush();
-  if (!formIndexedPath()) {
-    return;
+MappedOutput::~MappedOutput() {
+  if (mmapWriter.outputLost()) {
+    // Text that the lost file did not take waits for another one.
+    beginNextFile();
   }
-  files.add(logFilePath);
-  if (!mmapWriter.SetOutputPath(logFilePath.c_str())) {
-    fprintf(stderr, "error while set mmap output path\n");
-  }
-  curFileBytes = 0;
-  // This descriptor only serves to adjust the file: the writer keeps its own mapping.
-  const int logFd = open(logFilePath.c_str(), O_WRONLY | O_CLOEXEC, kFileMode);
-  if (logFd < 0) {
-    fprintf(stderr, "open or mmap file[%s] err \n", logFilePath.c_str());
-    return;
-  }
-  if (fchmod(logFd, kFileMode) != 0) {
-    fprintf(stderr, "fchmod file[%s] err\n", logFilePath.c_str());
-  }
-  changeOwner(logFilePath.c_str(), "chown ");
-  refreshSymlink();
-  close(logFd);
-  startFile();
 }
 
-/// Puts the path of a new indexed file into logFilePath. False: no memory, the old path stays.
-bool MappedOutput::formIndexedPath() {
+/// Ends the current file and starts the one with the next index.
+void MappedOutput::openLogFile() {
+  if (beginNextFile()) {
+    startFile();
+  }
+}
+
+/// All of it but the file's first text. False: there is no new file.
+bool MappedOutput::beginNextFile() {
+  mmapWriter.Flush();
+  if (!openIndexedFile()) {
+    return false;
+  }
+  files.add(logFilePath);
+  curFileBytes = 0;
+  const int file = mmapWriter.outputDescriptor();
+  if (file < 0) {
+    fprintf(stderr, "open or mmap file[%s] err \n", logFilePath.c_str());
+    return false;
+  }
+  if (fchmod(file, kFileMode) != 0) {
+    fprintf(stderr, "fchmod file[%s] err\n", logFilePath.c_str());
+  }
+  changeOwner(logFilePath.c_str(), "chown ", file);
+  refreshSymlink();
+  return true;
+}
+
+/// Has the writer go on in a new file with the next index that is free. False: no memory for its path, the old file
+/// stays.
+bool MappedOutput::openIndexedFile() {
   const int32_t first = files.nextIndex();
-  std::string path;
   for (int32_t i = 0; i < FileNames::kIndexes; ++i) {
-    path = files.pathOf((first + i) % FileNames::kIndexes);
+    const std::string path = files.pathOf((first + i) % FileNames::kIndexes);
     if (path.empty()) {
       return false;
     }
-    if (MakeNewFile(path)) {
+    if (!IsFree(path)) {
+      continue;
+    }
+    logFilePath = path;
+    if (mmapWriter.SetOutputPath(path.c_str())) {
+      return true;
+    }
+    // Somebody may have taken the name since; then the next one.
+    if (mmapWriter.outputDescriptor() >= 0 || IsFree(path)) {
       break;
     }
   }
-  logFilePath = path;
+  fprintf(stderr, "error while set mmap output path\n");
   return true;
 }
 

@@ -13,7 +13,7 @@ class MappedOutput : public LogOutput {
   /// Creates the writer. Opens no file: setupOutput() does.
   MappedOutput(const Settings& settings, Owner& owner);
   /// Writes what is pending, cuts the current file to its written length and closes it.
-  ~MappedOutput() override = default;
+  ~MappedOutput() override;
 
   int logcatWrite(const char* data, size_t len, bool lineDone) override { return mmapWrite(data, len, lineDone); }
   void logcatClose() override;
@@ -22,10 +22,12 @@ class MappedOutput : public LogOutput {
  private:
   int openOutput() override;
   void rotate() override;
+  bool isFileDead() const override { return mmapWriter.outputLost(); }
 
   int mmapWrite(const char* data, size_t len, bool lineDone);
   void openLogFile();
-  bool formIndexedPath();
+  bool beginNextFile();
+  bool openIndexedFile();
   void refreshSymlink();
   void deleteOldStyleFiles();
   void removeRedundancy();

@@ -1,5 +1,6 @@
 #include "logfile/output_directory.h"
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -8,6 +9,7 @@
 
 #include "logfile/change_owner.h"
 #include "logfile/directory_part.h"
+#include "logfile/file_steps.h"
 #include "safestr/safestr.h"
 
 namespace {
@@ -15,6 +17,12 @@ namespace {
 constexpr mode_t kDirectoryMode = 0775;
 constexpr size_t kDirectoryTextSize = 256;
 constexpr size_t kLongestDirectory = kDirectoryTextSize - 2;  // a "/" and the terminator have room behind it
+
+/// Opens the directory at `path`, but none that a link leads to: whoever may write above it could put a link there, and
+/// have another directory given away. -1: there is none.
+int OpenDirectory(const char* path) {
+  return open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
 
 /// Makes one level of a directory path. False: reported.
 bool MakeLevel(const char* path, mode_t mode) {
@@ -26,7 +34,12 @@ bool MakeLevel(const char* path, mode_t mode) {
     return false;
   }
   // mkdir is subject to the file-creation mask.
-  if (chmod(path, mode) != 0) {
+  const int level = OpenDirectory(path);
+  const bool adjusted = level >= 0 && fchmod(level, mode) == 0;
+  if (level >= 0) {
+    close(level);
+  }
+  if (!adjusted) {
     fprintf(stderr, "%s: chmod [%s] err.\n", "mkdir_p", path);
     return false;
   }
@@ -49,13 +62,18 @@ int create_bugreports_dir(const char* path) {
     fprintf(stderr, "malloc memory fail when create bugreport dir[%s].\n", path);
     return 1;
   }
+  releaseSymlink(directory);
   if (mkdir_p(directory, kDirectoryMode) != 0) {
     fprintf(stderr, "mkdir_p dir[%s] err\n", directory);
   }
-  if (chmod(directory, kDirectoryMode) != 0) {
+  const int opened = OpenDirectory(directory);
+  if (opened < 0 || fchmod(opened, kDirectoryMode) != 0) {
     fprintf(stderr, "chmod dir[%s] err\n", directory);
   }
-  changeOwner(directory, "chown ");
+  if (opened >= 0) {
+    changeOwner(directory, "chown ", opened);
+    close(opened);
+  }
   free(directory);
   return 0;
 }

@@ -7,7 +7,8 @@
 
 /// Makes the directory part of `path` and what is missing above it, with mode 0775, and gives it to root:system. 1,
 /// with a message on standard error, when `path` is null or empty or has no directory part, or when there is no memory.
-/// What the file system refuses is reported and does not make the call fail.
+/// What the file system refuses is reported and does not make the call fail. A symbolic link in the directory's place
+/// is removed first: it could lead to any directory, which would then be given away.
 int create_bugreports_dir(const char* path);
 
 /// Makes every missing directory of `path`, each with `mode`. 1 when `path` is longer than 254 bytes, without a

@@ -1,26 +1,22 @@
 #include "logfile/rotated_files.h"
 
-#include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "archive/tar_zip.h"
 #include "logfile/file_steps.h"
+#include "logfile/packing_directory.h"
 
 namespace {
 
-constexpr int kRotatedFiles = 5;
-constexpr mode_t kTemporaryDirectoryMode = 0775;
+constexpr int kRotatedFiles = PackingDirectory::kFiles;
 
-/// Brings a finished archive to disk: the files that it holds are deleted next, and both must not be lost together.
-void SyncFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd >= 0) {
-    fsync(fd);
-    close(fd);
+/// Deletes `path` when another name leads to the same file: packed, it would be given away.
+void DropForeignName(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink > 1) {
+    unlinkFile(path);
   }
 }
 
@@ -39,17 +35,6 @@ std::string RotatedFiles::archive(int number) const {
   return logFilePath + '-' + std::to_string(number) + ".tar.gz";
 }
 
-/// "name" -> O_tmp/name
-std::string RotatedFiles::inDirectory(const char* name) const {
-  return logFilePath + "_tmp/" + name;
-}
-
-/// 1 -> O_tmp/B.1
-std::string RotatedFiles::moved(int number) const {
-  const std::string file = numbered(number);
-  return inDirectory(file.c_str() + file.rfind('/') + 1);
-}
-
 void RotatedFiles::shift() {
   shiftInto(kRotatedFiles);
 }
@@ -62,64 +47,75 @@ void RotatedFiles::shiftInto(int vacant) {
 }
 
 void RotatedFiles::packIfFull() {
-  if (maxFiles != 0 && fileExists(numbered(kRotatedFiles))) {
+  if (maxFiles == 0) {
+    return;
+  }
+  if (const PackingDirectory left(logFilePath); left.isOpen()) {
+    compressRunFactory(left);
+  }
+  if (fileExists(numbered(kRotatedFiles))) {
     compressLogsFactory();
   }
 }
 
 /// Moves the five files into a directory of their own and packs them there.
 void RotatedFiles::compressLogsFactory() {
-  if (mkdir((logFilePath + "_tmp").c_str(), kTemporaryDirectoryMode) != 0) {
-    perror("couldn't create compress dir");
+  PackingDirectory directory(logFilePath);
+  directory.Make();
+  if (!directory.isOpen()) {
+    return;
+  }
+  if (directory.holdsFiles()) {
+    fprintf(stderr, "giving up five log files of %s that could not be packed\n", logFilePath.c_str());
+    directory.DeleteFiles();
   }
   for (int number = kRotatedFiles; number >= 1; --number) {
-    if (rename(numbered(number).c_str(), moved(number).c_str()) != 0) {
+    if (rename(numbered(number).c_str(), directory.file(number).c_str()) != 0) {
       perror("while rename log files");
     }
   }
-  compressRunFactory();
+  compressRunFactory(directory);
 }
 
-/// Packs the five files in the directory into O-0.tar.gz.
+/// Packs the files in the directory into O-0.tar.gz.
 ///
 /// The archive is written inside the directory and only takes its place when it is whole, so that the process may die
-/// at any step: a file "packed.tar.gz" there says that the five files are in it and may go, without it they are packed
-/// anew.
-void RotatedFiles::compressRunFactory() {
-  const std::string packed = inDirectory("packed.tar.gz");
-  const bool resumed = fileExists(packed);
-  if (!resumed) {
-    packMovedFiles();
-    renameIfThere(inDirectory("unfinished.tar.gz"), packed, "while rename compressed files");
+/// at any step: a file "packed.tar.gz" there says that the files are in it and may go, without it they are packed anew.
+/// False: they could not be packed and stay.
+bool RotatedFiles::compressRunFactory(const PackingDirectory& directory) {
+  const bool resumed = fileExists(directory.packed());
+  if (!resumed && directory.holdsFiles() && !packMovedFiles(directory)) {
+    fprintf(stderr, "couldn't pack log files of %s, they stay in its compress dir\n", logFilePath.c_str());
+    return false;
   }
-  deleteMovedFiles();
-  if (fileExists(packed)) {
+  if (fileExists(directory.packed())) {
+    directory.DeleteFiles();
     moveArchivesUp(resumed);
-    renameIfThere(packed, archive(0), "while rename compressed files");
+    renameIfThere(directory.packed(), archive(0), "while rename compressed files");
   }
-  if (rmdir((logFilePath + "_tmp").c_str()) != 0) {
-    perror("unlink failed");
-  }
+  directory.Remove();
+  return true;
 }
 
-void RotatedFiles::packMovedFiles() {
+/// Leaves packed.tar.gz, or false.
+bool RotatedFiles::packMovedFiles(const PackingDirectory& directory) {
+  // The oldest archive goes at the end anyway: its room is needed now.
+  unlink(archive(static_cast<int>(maxFiles) - 1).c_str());
   std::string names[kRotatedFiles];
   const char* paths[kRotatedFiles];
   for (int i = 0; i < kRotatedFiles; ++i) {
-    names[i] = moved(i + 1);
+    names[i] = directory.file(i + 1);
     paths[i] = names[i].c_str();
+    DropForeignName(names[i]);
   }
-  const std::string unfinished = inDirectory("unfinished.tar.gz");
-  tar_zip_files(kRotatedFiles, paths, unfinished.c_str(), 0);
-  SyncFile(unfinished);
-}
-
-void RotatedFiles::deleteMovedFiles() {
-  for (int number = 1; number <= kRotatedFiles; ++number) {
-    if (unlink(moved(number).c_str()) != 0) {
-      perror("unlink failed");
-    }
+  if (!tar_zip_files(kRotatedFiles, paths, directory.unfinished().c_str(), 0)) {
+    return false;
   }
+  if (rename(directory.unfinished().c_str(), directory.packed().c_str()) != 0) {
+    perror("while rename compressed files");
+    return false;
+  }
+  return true;
 }
 
 /// Gives each archive the next number; the oldest is replaced. `resumed` says that a run died on the way: the archives
@@ -142,22 +138,25 @@ void RotatedFiles::finishInterruptedRotation() {
   if (maxFiles == 0) {
     return;
   }
-  if (fileExists(inDirectory("packed.tar.gz"))) {
-    compressRunFactory();
-  } else if (fileExists(moved(kRotatedFiles))) {
-    for (int number = kRotatedFiles - 1; number >= 1; --number) {
-      if (!fileExists(moved(number))) {
-        renameIfThere(numbered(number), moved(number), "while rename log files");
+  if (const PackingDirectory directory(logFilePath); directory.isOpen()) {
+    const bool isMoving = !fileExists(directory.packed()) && fileExists(directory.file(kRotatedFiles));
+    for (int number = kRotatedFiles - 1; isMoving && number >= 1; --number) {
+      if (!fileExists(directory.file(number))) {
+        renameIfThere(numbered(number), directory.file(number), "while rename log files");
       }
     }
-    compressRunFactory();
-  } else if (fileExists(numbered(kRotatedFiles))) {
-    const int vacant = firstVacantNumber();
-    if (vacant < kRotatedFiles) {
-      shiftInto(vacant);
+    if (!compressRunFactory(directory)) {
+      return;
     }
-    compressLogsFactory();
   }
+  if (!fileExists(numbered(kRotatedFiles))) {
+    return;
+  }
+  const int vacant = firstVacantNumber();
+  if (vacant < kRotatedFiles) {
+    shiftInto(vacant);
+  }
+  compressLogsFactory();
 }
 
 /// The lowest number from 1 on that no rotated file has.

@@ -3,12 +3,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <initializer_list>
 #include <new>
 
 #include "config/quil_config.h"
@@ -31,6 +33,21 @@ void show_help(const char* program) {
 /// A list of file names that finds no memory waits for it: ending a service that runs for years helps nobody.
 void WaitForMemory() {
   usleep(100'000);
+}
+
+/// Whoever started the daemon may have closed them: a log file opened in their place would take the messages.
+void OpenStandardStreams() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) == -1) {
+      open("/dev/null", O_RDWR);  // gives the lowest that is closed, and so this one
+    }
+  }
+}
+
+/// A reader of the messages that went away, and a limit of the file size, make a write fail; they end nothing.
+void IgnoreSignalsOfFailedWrites() {
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 /// Reads the service's name from the arguments into `name` of kNameSize bytes. Ends the process on a wrong option.
@@ -76,6 +93,8 @@ void RegisterWithWatchdog() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenStandardStreams();
+  IgnoreSignalsOfFailedWrites();
   std::set_new_handler(WaitForMemory);
   char quilcatName[kNameSize] = {};
   if (getuid() == 0) {
@@ -85,8 +104,8 @@ int main(int argc, char** argv) {
     show_help(argv[0]);
     exit(0);
   }
+  ProcessTitle title(argv);
   ReadOptions(argc, argv, quilcatName);
-  ProcessTitle title(argc, argv);
 
   QuilCommon::QuilcatInfo_t info = {};
   if (QuilConfig::parse_config_file(quilcatName, &info) != 0) {
@@ -103,7 +122,6 @@ int main(int argc, char** argv) {
   if (info.name != nullptr) {
     title.Set(info.name);
   }
-  Service::installCloseHandler();
-  RegisterWithWatchdog();
+  Service::runClosable(RegisterWithWatchdog);
   Service::waitForClose();
 }

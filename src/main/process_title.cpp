@@ -8,12 +8,25 @@
 #include "platform/string.h"
 #include "safestr/safestr.h"
 
-ProcessTitle::ProcessTitle(int argc, char** argv) : begin(argv[0]), end(argv[argc - 1] + strlen(argv[argc - 1])) {
-  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-    end = *variable + strlen(*variable);
+ProcessTitle::ProcessTitle(char** argv) : begin(argv[0]), end(argv[0] + strlen(argv[0])) {
+  Extend(argv + 1);
+  if (environ == nullptr) {
+    return;
+  }
+  Extend(environ);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
     char* copy = strdup(*variable);
     if (copy != nullptr) {
       *variable = copy;
+    }
+  }
+}
+
+/// Adds those of `strings` that follow the area in memory. What a library has set before main() lies elsewhere.
+void ProcessTitle::Extend(char** strings) {
+  for (; *strings != nullptr; ++strings) {
+    if (*strings == end + 1) {
+      end = *strings + strlen(*strings);
     }
   }
 }

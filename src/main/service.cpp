@@ -13,6 +13,7 @@
 
 #include "collect/quilcat.h"
 #include "config/quil_config.h"
+#include "thread/mutex.h"
 
 using namespace QuilCommon;
 
@@ -29,18 +30,32 @@ constexpr std::chrono::seconds kClosePatience{2};
 constexpr unsigned kCloseLimitSeconds = 5;
 
 QuilcatInfo_t* serviceInfo = nullptr;
-WorkerNode* workerList = nullptr;  ///< the collector started last comes first
 
-/// Posted by the close handler and by each worker that ends.
+/// Held for moments only: the main thread closes while a step starts or releases collectors.
+Mutex listLock;
+WorkerNode* workerList GUARDED_BY(listLock) = nullptr;  ///< the collector started last comes first
+
+/// Posted by the close handler and by each thread that ends.
 sem_t wakeMain;
 std::atomic<int> closeSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "the close handler stores to it");
 
-/// Blocks or unblocks SIGUSR2 in the calling thread, and so in every thread that it creates later.
+/// The thread of runClosable().
+class Step : public ThreadBase {
+ public:
+  explicit Step(void (*function)()) : body(function) {}
+  void run() override { body(); }
+
+ private:
+  void (*body)();
+};
+
+/// Blocks or unblocks the close signals in the calling thread, and so in every thread that it creates later.
 void ChangeCloseSignalMask(int how) {
   sigset_t closing;
   sigemptyset(&closing);
   sigaddset(&closing, SIGUSR2);
+  sigaddset(&closing, SIGTERM);
   pthread_sigmask(how, &closing, nullptr);
 }
 
@@ -49,7 +64,27 @@ void WaitForWake() {
   }
 }
 
+void AddWorker(WorkerNode* node) {
+  MutexLock held(listLock);
+  node->next = workerList;
+  workerList = node;
+}
+
+/// Takes the first worker off the list; null: there is none.
+Quilcat* TakeWorker() {
+  MutexLock held(listLock);
+  WorkerNode* node = workerList;
+  if (node == nullptr) {
+    return nullptr;
+  }
+  workerList = node->next;
+  Quilcat* worker = node->worker;
+  free(node);
+  return worker;
+}
+
 bool AllHaveEnded() {
+  MutexLock held(listLock);
   for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
     if (!node->worker->hasEnded()) {
       return false;
@@ -58,42 +93,44 @@ bool AllHaveEnded() {
   return true;
 }
 
-void DestroyWorkers() {
-  while (workerList != nullptr) {
-    WorkerNode* node = workerList;
-    workerList = node->next;
-    delete node->worker;
-    free(node);
+void WakeToStop(ThreadBase* thread) {
+  thread->requestStop();
+  thread->wake();
+}
+
+void WakeWorkersToStop() {
+  MutexLock held(listLock);
+  for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
+    WakeToStop(node->worker);
   }
 }
 
-/// Asks every worker to stop and wakes them all until they have ended, or until the patience is at its end.
-void StopWorkers() {
+/// Asks the workers and `step`, which may add some until it ends, to stop, and wakes them until all have ended, or
+/// until the patience is at its end. False: `step` runs on.
+bool StopThreads(Step* step) {
   const auto deadline = ThreadBase::Clock::now() + kClosePatience;
-  for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    node->worker->requestStop();
-  }
-  while (!AllHaveEnded() && ThreadBase::Clock::now() < deadline) {
-    for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
-      node->worker->wake();
+  const auto stepHasEnded = [step] { return step == nullptr || step->hasEnded(); };
+  while (!(stepHasEnded() && AllHaveEnded()) && ThreadBase::Clock::now() < deadline) {
+    if (step != nullptr) {
+      WakeToStop(step);
     }
+    WakeWorkersToStop();
     std::this_thread::sleep_for(ThreadBase::kWakePeriod);
   }
+  return stepHasEnded();
 }
 
-/// Takes workers that did not end off the list: what they hold is brought to their files, and they are left alone,
-/// since their threads still use them. False: there was such a one.
-bool LeaveStuckWorkers() {
+/// Destroys the workers. One that did not end is left alone, since its thread still uses it, but what it holds is
+/// brought to its file. False: there was such a one.
+bool DestroyWorkers() {
   bool allEnded = true;
-  for (WorkerNode** link = &workerList; *link != nullptr;) {
-    WorkerNode* node = *link;
-    if (node->worker->hasEnded()) {
-      link = &node->next;
-      continue;
+  while (Quilcat* worker = TakeWorker()) {
+    if (worker->hasEnded()) {
+      delete worker;
+    } else {
+      worker->flushUnlessBusy();
+      allEnded = false;
     }
-    node->worker->flushUnlessBusy();
-    *link = node->next;
-    allEnded = false;
   }
   return allEnded;
 }
@@ -103,17 +140,17 @@ void ExitAtOnce(int) {
   _exit(closeSignal);
 }
 
-[[noreturn]] void Close(int signalNumber) {
+/// Closes the service; `step` is what runs beside the workers, or null.
+[[noreturn]] void Close(Step* step) {
   signal(SIGALRM, ExitAtOnce);
   alarm(kCloseLimitSeconds);
   fprintf(stderr, "debug closelogcat by signal\n");
-  StopWorkers();
-  const bool allEnded = LeaveStuckWorkers();
-  DestroyWorkers();
-  if (allEnded) {
+  const bool stepEnded = StopThreads(step);
+  const bool workersEnded = DestroyWorkers();
+  if (stepEnded && workersEnded) {
     QuilConfig::free_config_file(serviceInfo);
   }
-  exit(signalNumber);
+  exit(closeSignal);
 }
 
 void StartCollector(QuilcatGroup_t* group) {
@@ -124,21 +161,34 @@ void StartCollector(QuilcatGroup_t* group) {
   }
   node->worker = new Quilcat(group, serviceInfo->writeMode);
   node->worker->postAtEnd(&wakeMain);
-  if (!node->worker->start()) {
+  // The output may have taken until the close.
+  if (!ThreadBase::currentStopRequested() && !node->worker->start()) {
     fprintf(stderr, "Main:quilcat [%s] start failed!\n", serviceInfo->name);
     delete node->worker;
     free(node);
     return;
   }
-  node->next = workerList;
-  workerList = node;
+  AddWorker(node);
+}
+
+void StartCollectors() {
+  QuilcatGroup_t* group = serviceInfo->group_list;
+  for (; group != nullptr && !ThreadBase::currentStopRequested(); group = group->next) {
+    StartCollector(group);
+  }
+}
+
+void Release() {
+  DestroyWorkers();
+  QuilConfig::free_config_file(serviceInfo);
 }
 
 }  // namespace
 
 void closequilcats(int signalNumber) {
   const int savedErrno = errno;
-  closeSignal = signalNumber;
+  int none = 0;
+  closeSignal.compare_exchange_strong(none, signalNumber);
   sem_post(&wakeMain);
   errno = savedErrno;
 }
@@ -146,28 +196,38 @@ void closequilcats(int signalNumber) {
 void Service::start(QuilcatInfo_t* info) {
   serviceInfo = info;
   sem_init(&wakeMain, 0, 0);
-  // Only the main thread takes it, and not before there is a handler.
-  ChangeCloseSignalMask(SIG_BLOCK);
-  for (QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
-    StartCollector(group);
-  }
+  signal(SIGUSR2, closequilcats);
+  signal(SIGTERM, closequilcats);
+  runClosable(StartCollectors);
 }
 
-void Service::installCloseHandler() {
-  signal(SIGUSR2, closequilcats);
+void Service::runClosable(void (*body)()) {
+  Step step(body);
+  step.postAtEnd(&wakeMain);
+  // The main thread alone takes them.
+  ChangeCloseSignalMask(SIG_BLOCK);
+  if (!step.start()) {
+    body();
+  }
   ChangeCloseSignalMask(SIG_UNBLOCK);
+  while (closeSignal == 0 && !step.hasEnded()) {
+    WaitForWake();
+  }
+  if (closeSignal != 0) {
+    Close(&step);
+  }
+  step.wait();
 }
 
 void Service::waitForClose() {
-  while (true) {
-    if (closeSignal != 0) {
-      Close(closeSignal);
-    }
-    if (serviceInfo != nullptr && AllHaveEnded()) {
-      DestroyWorkers();
-      QuilConfig::free_config_file(serviceInfo);
-      serviceInfo = nullptr;
-    }
+  while (closeSignal == 0 && !AllHaveEnded()) {
     WaitForWake();
   }
+  if (closeSignal == 0) {
+    runClosable(Release);
+  }
+  while (closeSignal == 0) {
+    WaitForWake();
+  }
+  Close(nullptr);
 }

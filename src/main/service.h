@@ -3,26 +3,29 @@
 
 #include "config/quilcommon.h"
 
-/// The running service: its record, its collectors, and the signal that closes it. One a process; main thread only,
-/// except for closequilcats().
+/// The running service: its record, its collectors, and the signals that close it, SIGUSR2 and SIGTERM. One a process;
+/// main thread only, except for closequilcats().
+///
+/// From start() on a close signal closes the service whatever it is doing: that is reported, the collectors are
+/// stopped, what they hold is written to their files, and the process exits with the signal's number as status. That
+/// takes five seconds at most; where something is stuck, it is left behind.
 namespace Service {
 
-/// Takes `info`, borrowed and filled, as the service, and starts a collector for each of its groups. A group whose
-/// collector cannot be made or started is reported and skipped. SIGUSR2 waits from here on until its handler is
-/// installed.
+/// Takes `info`, borrowed and filled, as the service, installs closequilcats(), and starts a collector for each of its
+/// groups. A group whose collector cannot be made or started is reported and skipped.
 void start(QuilCommon::QuilcatInfo_t* info);
 
-/// Installs closequilcats() for SIGUSR2, which the main thread alone takes.
-void installCloseHandler();
+/// Has `step`, which may block, called on a thread of its own, and returns when it has. Without memory for a thread it
+/// is called on this one, and a close waits for its end. After start().
+void runClosable(void (*step)());
 
-/// Waits until every collector has ended, then destroys them and releases the record, and goes on waiting for the close
-/// signal. When that comes: reports it, stops the collectors, writes what they hold to their files, and exits with the
-/// signal's number as status.
+/// Waits until every collector has ended, then destroys them and releases the record, and goes on waiting for a close
+/// signal.
 [[noreturn]] void waitForClose();
 
 }  // namespace Service
 
-/// Handler of SIGUSR2: notes the signal and wakes the main thread, which does the closing. Async-signal-safe.
+/// Handler of the close signals: notes the first and wakes the main thread, which does the closing. Async-signal-safe.
 void closequilcats(int signalNumber);
 
 #endif  // QUILCAT_MAIN_SERVICE_H_

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <string_view>
 
 // The fortified entry of libc, under a name of our own: some headers declare it, others do not.
 extern "C" int PlatformVsprintf(char* buffer, int flag, size_t size, const char* format,
@@ -42,25 +43,7 @@ constexpr State kTransitions[kClassCount][kStateCount] = {
     {kNormal, kType, kType, kType, kType, kType, kType, kNormal, kNormal},                     // type
 };
 
-using ClassTable = std::array<CharClass, 256>;
-
-constexpr ClassTable MakeClassTable() {
-  ClassTable table{};
-  constexpr struct {
-    const char* characters;
-    CharClass char_class;
-  } kClasses[] = {
-      {"%", kClassPercent},       {".", kClassDot},     {"*", kClassStar},           {"0", kClassZero},
-      {"123456789", kClassDigit}, {" #+-", kClassFlag}, {"ILNZhjlqtwz", kClassSize}, {"CEFGSXcdefgiopsux", kClassType}};
-  for (const auto& entry : kClasses) {
-    for (const char* ch = entry.characters; *ch != '\0'; ++ch) table[static_cast<uint8_t>(*ch)] = entry.char_class;
-  }
-  return table;
-}
-
-constexpr ClassTable kClassOf = MakeClassTable();
-
-enum Flags : uint32_t {
+enum Flags : uint16_t {
   kBlank = 1U << 0,
   kAlternate = 1U << 1,
   kPlus = 1U << 2,
@@ -71,13 +54,42 @@ enum Flags : uint32_t {
   kLong = 1U << 7,
   k64Bit = 1U << 8,
   kLongDouble = 1U << 9,
-  kIntMax = 1U << 10,
-  kSizeWidth = 1U << 11,
-  kPtrDiff = 1U << 12,
-  kWide = 1U << 13,
+  kWord = 1U << 10,  // the types of 64 bits that no "I32" narrows
+  kWide = 1U << 11,
 };
 
-constexpr uint32_t kAny64Bit = kLong | k64Bit | kIntMax | kSizeWidth | kPtrDiff;
+constexpr unsigned kAny64Bit = kLong | k64Bit | kWord;
+
+// What a character means between '%' and the type.
+struct Meaning {
+  CharClass char_class;
+  uint16_t flags;  // to be set
+};
+
+using MeaningTable = std::array<Meaning, 256>;
+
+constexpr MeaningTable MakeMeanings() {
+  constexpr struct {
+    const char* characters;
+    Meaning meaning;
+  } kMeanings[] = {
+      {"%", {kClassPercent, 0}},       {".", {kClassDot, 0}},
+      {"*", {kClassStar, 0}},          {"0", {kClassZero, kZero}},
+      {"123456789", {kClassDigit, 0}}, {" ", {kClassFlag, kBlank}},
+      {"#", {kClassFlag, kAlternate}}, {"+", {kClassFlag, kPlus}},
+      {"-", {kClassFlag, kLeft}},      {"h", {kClassSize, kShort}},
+      {"l", {kClassSize, kLong}},      {"Lq", {kClassSize, k64Bit | kLongDouble}},
+      {"jtz", {kClassSize, kWord}},    {"w", {kClassSize, kWide}},
+      {"INZ", {kClassSize, 0}},        {"CEFGSXcdefgiopsux", {kClassType, 0}},
+  };
+  MeaningTable table{};
+  for (const auto& entry : kMeanings) {
+    for (const char* ch = entry.characters; *ch != '\0'; ++ch) table[static_cast<uint8_t>(*ch)] = entry.meaning;
+  }
+  return table;
+}
+
+constexpr MeaningTable kMeaningOf = MakeMeanings();
 
 // Ten times more, and a digit, still fits an int.
 constexpr int kLastExtensible = 21474836;
@@ -85,10 +97,8 @@ constexpr int kAbsent = -1;
 constexpr int kLocalTextSize = 512;
 constexpr size_t kLocalSpecSize = 16;
 
-// The digits, and the letter of the prefix.
-constexpr const char* kLowerDigits = "0123456789abcdefx";
-constexpr const char* kUpperDigits = "0123456789ABCDEFX";
-constexpr int kPrefixLetter = 16;
+constexpr const char* kLowerDigits = "0123456789abcdef";
+constexpr const char* kUpperDigits = "0123456789ABCDEF";
 
 // Digits a floating-point value may have besides its precision: those before the point, and sign, point, exponent.
 template <typename Real>
@@ -99,19 +109,14 @@ constexpr int kDigitsBesidesPrecision<long double> = 4972;
 // A platform that does not know a specification prints it, with numbers in the place of its stars.
 constexpr size_t kEchoedStars = 32;
 
-// Can be passed on by reference, which a va_list parameter can not.
-struct Arguments {
-  va_list list;
-};
-
 // Bytes of the object's own while they suffice, else from the heap.
 template <size_t kLocalSize>
 class ScratchBuffer {
  public:
-  explicit ScratchBuffer(size_t size) : heap_(size <= kLocalSize ? nullptr : static_cast<char*>(malloc(size))) {
-    data_ = size <= kLocalSize ? local_ : heap_;
+  explicit ScratchBuffer(size_t size) : data_(size <= kLocalSize ? local_ : static_cast<char*>(malloc(size))) {}
+  ~ScratchBuffer() {
+    if (data_ != local_) free(data_);
   }
-  ~ScratchBuffer() { free(heap_); }
   ScratchBuffer(const ScratchBuffer&) = delete;
   ScratchBuffer& operator=(const ScratchBuffer&) = delete;
 
@@ -119,51 +124,50 @@ class ScratchBuffer {
   char* data() { return data_; }
 
  private:
-  char* heap_;
   char* data_;
   char local_[kLocalSize];
 };
 
 struct Conversion {
   const char* start;  // its '%'
-  uint32_t flags;
+  unsigned flags;
   int width;
   int precision;
   int stars_for_width;
   bool star_for_precision;
 };
 
-struct Prefix {
-  char text[2];
-  int length;
-};
+void Advance(int length, OutputCursor* out, int* written) {
+  out->cur += length;
+  out->remaining -= length;
+  *written += length;
+}
 
 class Formatter {
  public:
-  Formatter(OutputCursor* out, const char* format, va_list ap) : out_(out), next_(format) { va_copy(args_.list, ap); }
-  ~Formatter() { va_end(args_.list); }
+  Formatter(OutputCursor* out, const char* format, va_list ap) : out_(out), next_(format) { va_copy(ap_, ap); }
+  ~Formatter() { va_end(ap_); }
   Formatter(const Formatter&) = delete;
   Formatter& operator=(const Formatter&) = delete;
 
   int Run();
 
  private:
-  // Actions of the states. Those that give bool find a number too large when false.
   void WriteLiteral();
-  void StartConversion();
   State TakeAttribute(char ch, State before, State entered);
-  void TakeFlag(char ch);
+  // False: the number is too large.
   bool TakeWidth(char ch, State before);
   bool TakePrecision(char ch);
   State TakeSize(char ch);
   State TakeBitSize();
   void Convert(char type);
 
-  uint64_t ReadInteger(bool is_signed, bool* negative);
+  int64_t ReadInteger(bool is_signed);
   void ConvertSigned();
   void ConvertUnsigned(char type);
   void ConvertPointer();
-  void WriteInteger(uint64_t value, unsigned base, const char* digits, Prefix prefix);
+  template <unsigned kBase>
+  void WriteInteger(uint64_t value, std::string_view prefix, const char* digits = kLowerDigits);
   void ConvertChar(char type);
   void ConvertString(char type);
   void ConvertWideString();
@@ -173,16 +177,16 @@ class Formatter {
   template <typename Real>
   int PrintFloat(char* text, const char* specification, Real value) const;
 
-  void WriteConversion(const char* text, int length, const Prefix& prefix);
-  void WriteRun(const char* text, int length);
-  void WritePad(char ch, int times);
-  bool Has(uint32_t flags) const { return (conversion_.flags & flags) != 0; }
+  void WriteConversion(std::string_view text, std::string_view prefix = "");
+  void WriteRun(std::string_view text);
+  void WritePad(char ch, int times) { write_multi_char_a(ch, times, out_, &written_); }
+  bool Has(unsigned flags) const { return (conversion_.flags & flags) != 0; }
 
   OutputCursor* out_;
   const char* next_;  // format character to read next
   int written_ = 0;   // negative: the call has failed
   Conversion conversion_;
-  Arguments args_;
+  va_list ap_;
 };
 
 int Formatter::Run() {
@@ -190,12 +194,12 @@ int Formatter::Run() {
   while (*next_ != '\0' && written_ >= 0) {
     const char ch = *next_++;
     const State before = state;
-    state = kTransitions[kClassOf[static_cast<uint8_t>(ch)]][before];
+    state = kTransitions[kMeaningOf[static_cast<uint8_t>(ch)].char_class][before];
     // The states of a plain "%s" as branches of their own: processors predict them better than one jump to nine places.
     if (state == kNormal) {
       WriteLiteral();
     } else if (state == kPercent) {
-      StartConversion();
+      conversion_ = {next_ - 1, 0, 0, kAbsent, 0, false};
     } else if (state == kType) {
       Convert(ch);
     } else {
@@ -210,7 +214,7 @@ int Formatter::Run() {
 State Formatter::TakeAttribute(char ch, State before, State entered) {
   switch (entered) {
     case kFlag:
-      TakeFlag(ch);
+      conversion_.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
       return entered;
     case kWidth:
       return TakeWidth(ch, before) ? entered : kInvalid;
@@ -231,31 +235,7 @@ State Formatter::TakeAttribute(char ch, State before, State entered) {
 void Formatter::WriteLiteral() {
   const char* const start = next_ - 1;
   while (*next_ != '\0' && *next_ != '%' && next_ - start < INT_MAX) ++next_;
-  WriteRun(start, static_cast<int>(next_ - start));
-}
-
-void Formatter::StartConversion() {
-  conversion_ = {next_ - 1, 0, 0, kAbsent, 0, false};
-}
-
-void Formatter::TakeFlag(char ch) {
-  switch (ch) {
-    case ' ':
-      conversion_.flags |= kBlank;
-      break;
-    case '#':
-      conversion_.flags |= kAlternate;
-      break;
-    case '+':
-      conversion_.flags |= kPlus;
-      break;
-    case '-':
-      conversion_.flags |= kLeft;
-      break;
-    default:
-      conversion_.flags |= kZero;
-      break;
-  }
+  WriteRun({start, static_cast<size_t>(next_ - start)});
 }
 
 // Appends a decimal digit. False: the number is too large already.
@@ -270,7 +250,7 @@ bool Formatter::TakeWidth(char ch, State before) {
     if (before != kWidth) conversion_.width = 0;
     return ExtendNumber(&conversion_.width, ch);
   }
-  const int width = va_arg(args_.list, int);
+  const int width = va_arg(ap_, int);
   ++conversion_.stars_for_width;
   if (width < 0) conversion_.flags |= kLeft;
   // The magnitude of INT_MIN is no int; either is more than the largest destination holds.
@@ -283,43 +263,19 @@ bool Formatter::TakePrecision(char ch) {
     conversion_.precision = std::max(conversion_.precision, 0);
     return ExtendNumber(&conversion_.precision, ch);
   }
-  conversion_.precision = std::max(va_arg(args_.list, int), kAbsent);
+  conversion_.precision = std::max(va_arg(ap_, int), kAbsent);
   conversion_.star_for_precision = true;
   return true;
 }
 
 State Formatter::TakeSize(char ch) {
-  const bool doubled = *next_ == ch;
-  switch (ch) {
-    case 'h':
-      conversion_.flags |= doubled ? kChar : kShort;
-      if (doubled) ++next_;
-      break;
-    case 'l':
-      conversion_.flags |= doubled ? k64Bit : kLong;
-      if (doubled) ++next_;
-      break;
-    case 'L':
-    case 'q':
-      conversion_.flags |= k64Bit | kLongDouble;
-      break;
-    case 'j':
-      conversion_.flags |= kIntMax;
-      break;
-    case 'z':
-      conversion_.flags |= kSizeWidth;
-      break;
-    case 't':
-      conversion_.flags |= kPtrDiff;
-      break;
-    case 'w':
-      conversion_.flags |= kWide;
-      break;
-    case 'I':
-      return TakeBitSize();
-    default:  // N and Z say nothing
-      break;
+  if (ch == 'I') return TakeBitSize();
+  if (*next_ != ch || (ch != 'h' && ch != 'l')) {
+    conversion_.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
+    return kSize;
   }
+  ++next_;
+  conversion_.flags |= ch == 'h' ? kChar : k64Bit;
   return kSize;
 }
 
@@ -327,7 +283,7 @@ State Formatter::TakeSize(char ch) {
 State Formatter::TakeBitSize() {
   const bool is_64 = strncmp(next_, "64", 2) == 0;
   if (is_64 || strncmp(next_, "32", 2) == 0) {
-    conversion_.flags = is_64 ? conversion_.flags | k64Bit : conversion_.flags & ~uint32_t{k64Bit};
+    conversion_.flags = is_64 ? conversion_.flags | k64Bit : conversion_.flags & ~unsigned{k64Bit};
     next_ += 2;
     return kSize;
   }
@@ -358,84 +314,61 @@ void Formatter::Convert(char type) {
     case 'S':
       return ConvertString(type);
     default:  // a floating-point type
-      if (Has(kLongDouble)) return ConvertFloat(va_arg(args_.list, long double));
-      return ConvertFloat(va_arg(args_.list, double));
+      if (Has(kLongDouble)) return ConvertFloat(va_arg(ap_, long double));
+      return ConvertFloat(va_arg(ap_, double));
   }
 }
 
-// Gives the magnitude of the next argument.
-uint64_t Formatter::ReadInteger(bool is_signed, bool* negative) {
-  int64_t value;
-  if (Has(kAny64Bit) && !Has(kChar | kShort)) {
-    value = va_arg(args_.list, int64_t);
-  } else {
-    const int argument = va_arg(args_.list, int);
-    if (Has(kChar)) {
-      value = is_signed ? int64_t{static_cast<signed char>(argument)} : int64_t{static_cast<unsigned char>(argument)};
-    } else if (Has(kShort)) {
-      value = is_signed ? int64_t{static_cast<int16_t>(argument)} : int64_t{static_cast<uint16_t>(argument)};
-    } else {
-      value = is_signed ? int64_t{argument} : int64_t{static_cast<unsigned>(argument)};
-    }
-  }
-  *negative = is_signed && value < 0;
-  const auto bits = static_cast<uint64_t>(value);
-  return *negative ? 0 - bits : bits;
+int64_t Formatter::ReadInteger(bool is_signed) {
+  if (Has(kAny64Bit) && !Has(kChar | kShort)) return va_arg(ap_, int64_t);
+  const int argument = va_arg(ap_, int);
+  if (Has(kChar)) return is_signed ? static_cast<signed char>(argument) : static_cast<unsigned char>(argument);
+  if (Has(kShort)) return is_signed ? static_cast<int16_t>(argument) : static_cast<uint16_t>(argument);
+  return is_signed ? argument : int64_t{static_cast<unsigned>(argument)};
 }
 
 void Formatter::ConvertSigned() {
-  bool negative;
-  const uint64_t value = ReadInteger(true, &negative);
-  Prefix prefix = {{'-'}, 1};
-  if (!negative) {
-    prefix.text[0] = Has(kPlus) ? '+' : ' ';
-    prefix.length = Has(kPlus | kBlank) ? 1 : 0;
-  }
-  WriteInteger(value, 10, kLowerDigits, prefix);
+  const int64_t value = ReadInteger(true);
+  const auto bits = static_cast<uint64_t>(value);
+  if (value < 0) return WriteInteger<10>(0 - bits, "-");
+  WriteInteger<10>(bits, Has(kPlus) ? "+" : Has(kBlank) ? " " : "");
 }
 
 void Formatter::ConvertUnsigned(char type) {
-  bool negative;
-  const uint64_t value = ReadInteger(false, &negative);
-  const char* const digits = type == 'X' ? kUpperDigits : kLowerDigits;
-  if (type == 'u') return WriteInteger(value, 10, digits, {{}, 0});
-  if (type == 'o') return WriteInteger(value, 8, digits, {{}, 0});
-  const int prefix_length = Has(kAlternate) && value != 0 ? 2 : 0;
-  WriteInteger(value, 16, digits, {{'0', digits[kPrefixLetter]}, prefix_length});
+  const auto value = static_cast<uint64_t>(ReadInteger(false));
+  if (type == 'u') return WriteInteger<10>(value, "");
+  if (type == 'o') return WriteInteger<8>(value, "");
+  const bool has_prefix = Has(kAlternate) && value != 0;
+  if (type == 'x') return WriteInteger<16>(value, has_prefix ? "0x" : "");
+  WriteInteger<16>(value, has_prefix ? "0X" : "", kUpperDigits);
 }
 
 void Formatter::ConvertPointer() {
-  const void* const pointer = va_arg(args_.list, void*);
+  const void* const pointer = va_arg(ap_, void*);
   if (pointer == nullptr) {
-    conversion_.flags &= ~uint32_t{kZero};
-    return WriteConversion("(nil)", 5, {{}, 0});
+    conversion_.flags &= ~unsigned{kZero};
+    return WriteConversion("(nil)");
   }
   // Precision is not for pointers: without one the zero flag stands.
   conversion_.precision = kAbsent;
-  WriteInteger(reinterpret_cast<uintptr_t>(pointer), 16, kLowerDigits, {{'0', kLowerDigits[kPrefixLetter]}, 2});
+  WriteInteger<16>(reinterpret_cast<uintptr_t>(pointer), "0x");
 }
 
-// Writes the digits so that they end at `end`; gives their start. Zero has none. A constant base saves the division.
+// A base known to the compiler saves the divisions.
 template <unsigned kBase>
-char* PutDigits(char* end, uint64_t value, const char* digits) {
-  for (; value != 0; value /= kBase) *--end = digits[value % kBase];
-  return end;
-}
-
-void Formatter::WriteInteger(uint64_t value, unsigned base, const char* digits, Prefix prefix) {
+void Formatter::WriteInteger(uint64_t value, std::string_view prefix, const char* digits) {
   char buffer[kLocalTextSize];
   char* const end = buffer + sizeof buffer;
-  char* text = base == 10   ? PutDigits<10>(end, value, digits)
-               : base == 16 ? PutDigits<16>(end, value, digits)
-                            : PutDigits<8>(end, value, digits);
+  char* text = end;
+  for (; value != 0; value /= kBase) *--text = digits[value % kBase];
   int precision = 1;
   if (conversion_.precision != kAbsent) {
     precision = std::min(conversion_.precision, kLocalTextSize);
-    conversion_.flags &= ~uint32_t{kZero};
+    conversion_.flags &= ~unsigned{kZero};
   }
   while (end - text < precision) *--text = '0';
-  if (base == 8 && Has(kAlternate) && (text == end || *text != '0')) *--text = '0';
-  WriteConversion(text, static_cast<int>(end - text), prefix);
+  if (kBase == 8 && Has(kAlternate) && (text == end || *text != '0')) *--text = '0';
+  WriteConversion({text, static_cast<size_t>(end - text)}, prefix);
 }
 
 // As wctomb, without the state that the C library shares between threads. Gives -1 for what does not convert.
@@ -445,30 +378,30 @@ int PutWide(char* bytes, wchar_t wide) {
 }
 
 void Formatter::ConvertChar(char type) {
-  conversion_.flags &= ~uint32_t{kZero};
+  conversion_.flags &= ~unsigned{kZero};
   char bytes[MB_LEN_MAX];
   int length = 1;
   if (Has(kLong | kWide) || (type == 'C' && !Has(kShort))) {
-    length = PutWide(bytes, static_cast<wchar_t>(va_arg(args_.list, wint_t)));
+    length = PutWide(bytes, static_cast<wchar_t>(va_arg(ap_, wint_t)));
     if (length < 0) return;
   } else {
-    bytes[0] = static_cast<char>(va_arg(args_.list, int));
+    bytes[0] = static_cast<char>(va_arg(ap_, int));
   }
-  WriteConversion(bytes, length, {{}, 0});
+  WriteConversion({bytes, static_cast<size_t>(length)});
 }
 
 void Formatter::ConvertString(char type) {
-  conversion_.flags &= ~uint32_t{kZero};
+  conversion_.flags &= ~unsigned{kZero};
   if (Has(kLong | kWide) || type == 'S') return ConvertWideString();
-  const char* text = va_arg(args_.list, const char*);
+  const char* text = va_arg(ap_, const char*);
   if (text == nullptr) text = "(null)";
   const int limit = conversion_.precision == kAbsent ? INT_MAX : conversion_.precision;
-  WriteConversion(text, static_cast<int>(strnlen(text, static_cast<size_t>(limit))), {{}, 0});
+  WriteConversion({text, strnlen(text, static_cast<size_t>(limit))});
 }
 
 // Width and precision count wide characters, which may take several bytes each.
 void Formatter::ConvertWideString() {
-  const wchar_t* text = va_arg(args_.list, const wchar_t*);
+  const wchar_t* text = va_arg(ap_, const wchar_t*);
   if (text == nullptr) text = L"(null)";
   const int limit = conversion_.precision == kAbsent ? INT_MAX : conversion_.precision;
   int length = 0;
@@ -482,7 +415,7 @@ void Formatter::ConvertWideString() {
     if (size < 0) {
       written_ = kFormatError;
     } else {
-      WriteRun(bytes, size);
+      WriteRun({bytes, static_cast<size_t>(size)});
     }
   }
   if (Has(kLeft) && written_ >= 0) WritePad(' ', pad);
@@ -506,7 +439,7 @@ void Formatter::ConvertFloat(Real value) {
 
   CopySpecification(specification.data());
   const int length = PrintFloat(text.data(), specification.data(), value);
-  if (length >= 0 && length <= text_size) WriteRun(text.data(), length);
+  if (length >= 0 && length <= text_size) WriteRun({text.data(), static_cast<size_t>(length)});
 }
 
 // As written, without the size `l` before a `double`: it means nothing there, but doubled some platforms read a
@@ -529,47 +462,26 @@ int Formatter::PrintFloat(char* text, const char* specification, Real value) con
                                   : indirectSprintf(text, specification, value);
 }
 
-void Formatter::WriteConversion(const char* text, int length, const Prefix& prefix) {
-  const int pad = conversion_.width - (length + prefix.length);
-  if (pad < 1 && prefix.length == 0) return WriteRun(text, length);
+void Formatter::WriteConversion(std::string_view text, std::string_view prefix) {
+  const int pad = conversion_.width - static_cast<int>(text.size() + prefix.size());
+  if (pad < 1 && prefix.empty()) return WriteRun(text);
   if (!Has(kLeft | kZero)) WritePad(' ', pad);
-  WriteRun(prefix.text, prefix.length);
+  WriteRun(prefix);
   if (Has(kZero) && !Has(kLeft)) WritePad('0', pad);
-  WriteRun(text, length);
+  WriteRun(text);
   if (Has(kLeft)) WritePad(' ', pad);
 }
 
-void Formatter::WriteRun(const char* text, int length) {
-  if (out_->remaining <= length) return write_string_a(text, length, out_, &written_);
+void Formatter::WriteRun(std::string_view text) {
+  const int length = static_cast<int>(text.size());
+  if (out_->remaining <= length) return write_string_a(text.data(), length, out_, &written_);
   char* const to = out_->cur;
-  if (length == 1) {  // a separator mostly, where the call would cost more than the byte
-    *to = *text;
+  Advance(length, out_, &written_);  // before the copy, after which a compiler has to read the cursor again
+  if (length == 1) {                 // a separator mostly, where the call would cost more than the byte
+    *to = text[0];
   } else {
-    memcpy(to, text, static_cast<size_t>(length));
+    memcpy(to, text.data(), text.size());
   }
-  out_->cur = to + length;
-  out_->remaining -= length;
-  written_ += length;
-}
-
-void Formatter::WritePad(char ch, int times) {
-  if (times < 1) return;
-  if (out_->remaining <= times) return write_multi_char_a(ch, times, out_, &written_);
-  memset(out_->cur, ch, static_cast<size_t>(times));
-  out_->cur += times;
-  out_->remaining -= times;
-  written_ += times;
-}
-
-// How many of `wanted` bytes have room.
-int Fitting(int wanted, const OutputCursor& out) {
-  return std::max(0, std::min(wanted, out.remaining));
-}
-
-void Advance(int length, OutputCursor* out, int* written) {
-  out->cur += length;
-  out->remaining -= length;
-  *written += length;
 }
 
 }  // namespace
@@ -590,17 +502,15 @@ void write_char_a(char ch, OutputCursor* out, int* written) {
 // Both primitives for runs write what has room and leave the first byte without any to write_char_a, which fails.
 
 void write_multi_char_a(char ch, int times, OutputCursor* out, int* written) {
-  if (times < 1) return;
-  const int fitting = Fitting(times, *out);
-  if (fitting > 0) memset(out->cur, ch, static_cast<size_t>(fitting));
+  const int fitting = std::clamp(times, 0, std::max(out->remaining, 0));
+  memset(out->cur, ch, static_cast<size_t>(fitting));
   Advance(fitting, out, written);
   if (fitting < times) write_char_a(ch, out, written);
 }
 
 void write_string_a(const char* text, int length, OutputCursor* out, int* written) {
-  if (length < 1) return;
-  const int fitting = Fitting(length, *out);
-  if (fitting > 0) memcpy(out->cur, text, static_cast<size_t>(fitting));
+  const int fitting = std::clamp(length, 0, std::max(out->remaining, 0));
+  memcpy(out->cur, text, static_cast<size_t>(fitting));
   Advance(fitting, out, written);
   if (fitting < length) write_char_a(text[fitting], out, written);
 }

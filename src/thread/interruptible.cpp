@@ -22,6 +22,10 @@ auto Repeat(Call call) -> decltype(call()) {
   }
 }
 
+void Sleep(timespec remaining) {
+  Repeat([&remaining] { return nanosleep(&remaining, &remaining); });
+}
+
 }  // namespace
 
 int openNode(const char* path) {
@@ -37,8 +41,11 @@ ssize_t writeOutput(int fd, const void* data, size_t size) {
 }
 
 void sleepSeconds(unsigned seconds) {
-  timespec remaining = {static_cast<time_t>(seconds), 0};
-  Repeat([&remaining] { return nanosleep(&remaining, &remaining); });
+  Sleep({static_cast<time_t>(seconds), 0});
+}
+
+void sleepMilliseconds(unsigned milliseconds) {
+  Sleep({static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000});
 }
 
 void waitForChild(pid_t pid) {

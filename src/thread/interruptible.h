@@ -20,6 +20,9 @@ ssize_t writeOutput(int fd, const void* data, size_t size);
 /// Sleeps for `seconds`.
 void sleepSeconds(unsigned seconds);
 
+/// Sleeps for `milliseconds`.
+void sleepMilliseconds(unsigned milliseconds);
+
 /// Waits for child `pid` to end.
 void waitForChild(pid_t pid);
 
