@@ -16,7 +16,8 @@ FileReader::~FileReader() {
 
 std::unique_ptr<FileReader> FileReader::Open(const LogFile& file, TextSink& sink, std::string* error) {
   // A fifo would keep the open waiting, a terminal would become ours.
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const int fd = file.open != nullptr ? fcntl(file.open->fd, F_DUPFD_CLOEXEC, 0)
+                                      : open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   struct stat status = {};
   if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
     *error = fd < 0 ? strerror(errno) : "not a regular file";

@@ -170,8 +170,8 @@ void MemberReader::ReportBroken(Outcome outcome, uint64_t real, uint64_t next) {
   }
   const auto lines = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(textSize), '\n');
   ReportDamage(real, state,
-               "member at " + AtByte(position) + " torn: " + std::to_string(lines) +
-                   (lines == 1 ? " line" : " lines") + " of it unverified, rest lost; " + rest);
+               "member at " + AtByte(position) + " torn: " + std::to_string(lines) + (lines == 1 ? " line" : " lines") +
+                   " of it unverified, rest lost; " + rest);
 }
 
 /// Passes over what is no member, up to `next`.

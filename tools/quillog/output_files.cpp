@@ -129,6 +129,17 @@ bool LooksLikeText(const std::string& path) {
   return size > 0 && memchr(bytes, 0, static_cast<size_t>(size)) == nullptr && bytes[0] != '\x1f';
 }
 
+/// Mapped files keep their names, and there may be more of them than descriptors.
+void Hold(LogFile& file) {
+  if (file.kind == LogFile::Kind::kMapped) {
+    return;
+  }
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd >= 0) {
+    file.open = std::make_shared<const OpenFile>(fd);
+  }
+}
+
 }  // namespace
 
 std::string OutputFiles::OutputOfIndexed(const std::string& path) {
@@ -160,6 +171,26 @@ void OutputFiles::List(Output& output) {
   output.files = std::move(older);
   if (!output.files.empty()) {
     output.files.back().newest = true;
+  }
+}
+
+void OutputFiles::ListAndHold(Output& output) {
+  constexpr int kMostTries = 20;
+  List(output);
+  for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
+    for (LogFile& file : output.files) {
+      Hold(file);
+    }
+    Output again{output.path, {}, false};
+    List(again);
+    const auto same = [](const LogFile& a, const LogFile& b) {
+      return a.path == b.path && a.inode == b.inode && a.device == b.device;
+    };
+    const std::vector<LogFile>& files = output.files;
+    if (std::equal(files.begin(), files.end(), again.files.begin(), again.files.end(), same)) {
+      return;
+    }
+    output.files = std::move(again.files);
   }
 }
 

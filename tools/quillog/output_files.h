@@ -19,6 +19,9 @@ namespace OutputFiles {
 /// Lists the output's files afresh, in the daemon's own order of age. Links are none of its files.
 void List(Output& output);
 
+/// The same, and opens the files that a rotation renames, so that what is read is what was listed: every line once.
+void ListAndHold(Output& output);
+
 /// The outputs that have files in `directory`, in order of name. False: it cannot be read (errno).
 bool Find(const std::string& directory, std::vector<Output>* outputs);
 

@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 void Report::Say(const std::string& file, const std::string& text, bool isDamage) {
   count += isDamage ? 1 : 0;
@@ -40,7 +41,9 @@ std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, siz
   std::string error;
   std::unique_ptr<FileReader> reader = FileReader::Open(file, assembler, &error);
   if (reader == nullptr) {
-    report.Say(file.path, error, true);
+    // A file that was there a moment ago went for its age.
+    const bool isGone = file.inode != 0 && access(file.path.c_str(), F_OK) != 0;
+    report.Say(file.path, isGone ? "deleted meanwhile" : error, !isGone);
   }
   return reader;
 }

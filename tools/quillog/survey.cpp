@@ -97,23 +97,25 @@ void ListOutput(const Output& output, TextOutput& text, Report& report) {
 
 }  // namespace
 
-void Survey::List(const std::vector<Output>& outputs, TextOutput& text, Report& report) {
+void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   // The table names what is damaged; --verify says more.
   report.SetQuiet(true);
-  for (const Output& output : outputs) {
+  for (Output& output : outputs) {
+    OutputFiles::ListAndHold(output);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
   }
   report.SetQuiet(false);
 }
 
-void Survey::Verify(const std::vector<Output>& outputs, TextOutput& text, Report& report) {
+void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   Session::Options how;
   how.blocks = true;
   Session::Taker taker;
   unsigned long long bytes = 0;
   taker.block = [&bytes](const char*, size_t size) { bytes += size; };
-  for (const Output& output : outputs) {
+  for (Output& output : outputs) {
+    OutputFiles::ListAndHold(output);
     bytes = 0;
     const size_t before = report.damages();
     Session session(how, taker, report);

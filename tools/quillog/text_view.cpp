@@ -131,7 +131,7 @@ void TextView::Follow() {
     ReadOn();
     text.Flush();
     usleep(kLookInterval);
-    OutputFiles::List(output);
+    OutputFiles::ListAndHold(output);
     const std::vector<size_t> places = NewFiles();
     if (!places.empty()) {
       SwitchTo(places);
