@@ -344,10 +344,10 @@ TEST(OddInput, IsAnswered) {
   WriteFile("/data/log/t/sparse", "");
   ASSERT_EQ(truncate("/data/log/t/sparse", 10000000000), 0);
   WriteFile("/data/log/bomb/cat.I000.20261122-210405.gz", Member("11-22 21:04:05.042 a\n"));
-  // Four billion letters in one member, as deflate makes them, and what is sound around it.
+  // Many letters in one member, and what is sound around it.
   const std::string compress =
-      "cd /data/log/bomb && head -c 40000000 /dev/zero | tr '\\0' a | gzip -9n > b && "
-      "{ head -c 10 cat*; tail -c +11 b; cat cat*; } >> c && cat c >> cat* && rm b c";
+      "cd /data/log/bomb && mv cat* s && head -c 400000000 /dev/zero | tr '\\0' a | gzip -9n > b && "
+      "{ cat s; head -c 10 s; tail -c +11 b; cat s; } > cat.I000.20261122-210405.gz && rm b s";
   ASSERT_EQ(system(compress.c_str()), 0);
   for (int i = 0; i < 100000; ++i) {
     char name[64];
@@ -366,7 +366,7 @@ TEST(OddInput, IsAnswered) {
       {"/dev/zero", 2, "not a regular file"},
       {"/data/log/t/sparse", 1, "10000000000 zero bytes"},
       {"/data/log/none", 2, "no log there"},
-      {"--verify /data/log/bomb", 1, "member lost"},
+      {"--verify /data/log/bomb", 1, "reading goes on at"},
       {"-n 3 /data/log/many", 0, ""},
       {"-l /data/log/many", 0, ""},
       {"-S noon /data/log/bomb", 2, "no time"},
@@ -375,7 +375,6 @@ TEST(OddInput, IsAnswered) {
       {"-i /data/log/bomb", 2, "belong to"},
       {"--color=red", 2, "auto, always"},
       {"", 2, "several outputs"},
-      {"/", 2, "no log there"},
   };
   for (const auto& test : cases) {
     const auto start = std::chrono::steady_clock::now();

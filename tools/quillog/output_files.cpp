@@ -90,7 +90,7 @@ std::vector<LogFile> MappedFiles(const std::string& output) {
   std::vector<LogFile> files;
   IndexedFiles indexed(output);
   const std::string directory = output.substr(0, output.rfind('/') + 1);
-  if (access(directory.c_str(), R_OK) != 0 || !indexed.formFileVectors()) {
+  if (directory.size() < 2 || access(directory.c_str(), R_OK) != 0 || !indexed.formFileVectors()) {
     return files;
   }
   for (const std::string& path : indexed.paths()) {
@@ -178,8 +178,13 @@ void OutputFiles::ListAndHold(Output& output) {
   constexpr int kMostTries = 20;
   List(output);
   for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
+    bool isRenamed = false;
     for (LogFile& file : output.files) {
+      isRenamed |= file.kind != LogFile::Kind::kMapped;
       Hold(file);
+    }
+    if (!isRenamed) {
+      return;
     }
     Output again{output.path, {}, false};
     List(again);
