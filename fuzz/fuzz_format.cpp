@@ -35,80 +35,76 @@ const Family kFamilies[] = {
     {"cC", 'C', "-0", "l", {"l", "w"}},
 };
 
-struct FormatCase {
-  const uint8_t* next;
-  const uint8_t* end;
-  std::string ours, platforms;
-  int width, precision;
-  bool stars;
-
-  // The little-endian number of the next bytes; 0 once there are none left.
-  uint64_t Number(uint64_t bytes) {
-    uint64_t number = 0;
-    for (uint64_t i = 0; i < bytes && next != end; ++i) number |= uint64_t{*next++} << (8 * i);
-    return number;
-  }
-  // Mostly small.
-  int Size(int limit) { return static_cast<int>(Number(2)) % (Number(1) % 16 == 0 ? limit : 40); }
-
-  void Check() {
-    const Family& family = kFamilies[Number(1) % std::size(kFamilies)];
-    const auto ch = static_cast<char>(Number(1));
-    const std::string text = ch == '\0' || ch == '%' ? "%%" : std::string(3, ch);
-    std::string front = text + '%';
-    for (size_t count = Number(1) % 4; count > 0; --count) front += family.flags[Number(1) % strlen(family.flags)];
-    stars = Number(1) % 2 == 0;
-    width = Size(601);
-    // A negative width aligns to the left, as a star not before a floating-point type.
-    if (Number(1) % 4 == 0 && !(stars && strchr("dL", family.takes) != nullptr)) width = -width;
-    precision = Size(514) - 1;
-    const std::string digits = precision < 0 ? "" : '.' + std::to_string(precision);
-    front += stars ? "*.*" : std::to_string(width) + digits;
-    const std::string back = family.letters[Number(1) % strlen(family.letters)] + text + "%d";
-    ours = front + family.sizes[Number(1) % family.sizes.size()] + back;
-    platforms = front + family.platforms_size + back;
-    CheckWithValue(family.takes);
-  }
-
-  void CheckWithValue(char takes) {
-    static constexpr char kText[] = "The quick brown \xF6\xFF jumps\n %d %s %n over the lazy dog, and over, and over";
-    static constexpr wchar_t kWideText[] = L"The quick brown fox jumps\n %d %s %n over the lazy dog";
-    const auto with = [this](auto value) { stars ? Compare(width, precision, value, -7) : Compare(value, -7); };
-    const uint64_t extreme = Number(1) << 63;  // often, and its neighbours
-    const uint64_t bits = extreme ^ Number(Number(1) % 9);
-    double real = static_cast<double>(bits) / 1000;
-    if (Number(1) % 2 == 0) memcpy(&real, &bits, sizeof real);
-    if (takes == 'd') return with(real);
-    if (takes == 'L') return with(ldexpl(real, static_cast<int>(Number(2) % 20000) - 10000));
-    if (takes == 'l') return with(bits);
-    if (takes == 's') return with(kText + bits % sizeof kText);
-    if (takes == 'W') return with(kWideText + bits % std::size(kWideText));
-    with(static_cast<int>(takes == 'C' ? bits & 0x7F : bits));  // a wide character that every locale knows
-  }
-
-  template <typename... Arguments>
-  void Compare(Arguments... arguments) {
-    std::string all(8192, '\0');
-    all.resize(static_cast<size_t>(snprintf(all.data(), all.size(), platforms.c_str(), arguments...)));
-    const size_t size = all.size(), cut = Number(2) % (size + 3);
-    const size_t rooms[][2] = {{size + 9, size + 8}, {size + 1, size},    {size + 1, SIZE_MAX}, {size + 2, cut},
-                               {cut + 1, cut},       {cut + 1, SIZE_MAX}, {cut + 1, cut + 1}};
-    for (const auto& [dest_max, count] : rooms) {
-      std::string actual(dest_max + 1, 'x');
-      const int result = snprintf_s(actual.data(), dest_max, count, ours.c_str(), arguments...);
-      const bool fits = size <= std::min(count, dest_max - 1);
-      const std::string kept = (fits ? all : all.substr(0, count < dest_max ? count : 0)) + '\0';
-      const bool is_right = result == (fits ? static_cast<int>(size) : -1) && actual.back() == 'x';
-      if (is_right && actual.compare(0, kept.size(), kept) == 0) continue;
-      fprintf(stderr, "\"%s\" into %zu, %zu: %d \"%s\"\n", ours.c_str(), dest_max, count, result, actual.c_str());
-      abort();
-    }
-  }
+// What the bytes of an input choose.
+struct Choices {
+  uint64_t bits;
+  uint16_t width, precision, exponent, cut;
+  uint8_t shift, top_bit, family, letter, size, text, stars, negative, is_bit_pattern, flag_count, flags[3];
 };
+
+template <typename... Arguments>
+void Compare(const std::string& ours, const std::string& platforms, size_t cut, Arguments... arguments) {
+  std::string all(8192, '\0');
+  all.resize(static_cast<size_t>(snprintf(all.data(), all.size(), platforms.c_str(), arguments...)));
+  const size_t size = all.size();
+  cut %= size + 3;
+  const size_t rooms[][2] = {{size + 9, size + 8}, {size + 1, size},    {size + 1, SIZE_MAX}, {size + 2, cut},
+                             {cut + 1, cut},       {cut + 1, SIZE_MAX}, {cut + 1, cut + 1}};
+  for (const auto& [dest_max, count] : rooms) {
+    std::string actual(dest_max + 1, 'x');
+    const int result = snprintf_s(actual.data(), dest_max, count, ours.c_str(), arguments...);
+    const bool fits = size <= std::min(count, dest_max - 1);
+    const std::string kept = (fits ? all : all.substr(0, count < dest_max ? count : 0)) + '\0';
+    const bool is_right = result == (fits ? static_cast<int>(size) : -1) && actual.back() == 'x';
+    if (is_right && actual.compare(0, kept.size(), kept) == 0) continue;
+    fprintf(stderr, "\"%s\" into %zu, %zu: %d \"%s\"\n", ours.c_str(), dest_max, count, result, actual.c_str());
+    abort();
+  }
+}
+
+// Mostly small.
+int Size(uint16_t choice, int limit) {
+  return choice % (choice >> 12 == 0 ? limit : 40);
+}
+
+void Check(const Choices& c) {
+  static constexpr char kText[] = "The quick brown \xF6\xFF jumps\n %d %s %n over the lazy dog, and over, and over";
+  static constexpr wchar_t kWideText[] = L"The quick brown fox jumps\n %d %s %n over the lazy dog";
+  const Family& family = kFamilies[c.family % std::size(kFamilies)];
+  const char takes = family.takes;
+  const std::string text = c.text == '\0' || c.text == '%' ? "%%" : std::string(12, static_cast<char>(c.text));
+  std::string front = text + '%';
+  for (int i = 0; i < c.flag_count % 4; ++i) front += family.flags[c.flags[i] % strlen(family.flags)];
+  const bool stars = c.stars % 2 == 0;
+  // A negative width aligns to the left, as a star not before a floating-point type.
+  const bool negative = c.negative % 4 == 0 && !(stars && strchr("dL", takes) != nullptr);
+  const int width = Size(c.width, 601) * (negative ? -1 : 1), precision = Size(c.precision, 514) - 1;
+  const std::string digits = precision < 0 ? "" : '.' + std::to_string(precision);
+  front += stars ? "*.*" : std::to_string(width) + digits;
+  const std::string back = family.letters[c.letter % strlen(family.letters)] + text + "%d";
+  const std::string ours = front + family.sizes[c.size % family.sizes.size()] + back;
+  const std::string platforms = front + family.platforms_size + back;
+
+  const auto with = [&](auto value) {
+    stars ? Compare(ours, platforms, c.cut, width, precision, value, -7) : Compare(ours, platforms, c.cut, value, -7);
+  };
+  const uint64_t bits =
+      (c.bits >> c.shift % 64) ^ (uint64_t{c.top_bit} << 63);  // the extremes and their neighbours, too
+  double real = static_cast<double>(bits) / 1000;
+  if (c.is_bit_pattern % 2 == 0) memcpy(&real, &bits, sizeof real);
+  if (takes == 'd') return with(real);
+  if (takes == 'L') return with(ldexpl(real, c.exponent % 20000 - 10000));
+  if (takes == 'l') return with(bits);
+  if (takes == 's') return with(kText + bits % sizeof kText);
+  if (takes == 'W') return with(kWideText + bits % std::size(kWideText));
+  with(static_cast<int>(takes == 'C' ? bits & 0x7F : bits));  // a wide character that every locale knows
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FormatCase{data, data + size, {}, {}, 0, 0, false}.Check();
+  Choices choices{};
+  memcpy(&choices, data, std::min(size, sizeof choices));
+  Check(choices);
   return 0;
 }

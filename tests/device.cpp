@@ -185,8 +185,8 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  // Until all its collectors stand, its title is a path.
-  const bool running = WaitFor([this] { return IsClosable() && Title().find('/') == std::string::npos; });
+  // Until all its collectors stand, its title is a path. Many groups, a slow build: that takes a while.
+  const bool running = WaitFor([this] { return IsClosable() && Title().find('/') == std::string::npos; }, 30);
 #ifdef __SANITIZE_THREAD__
   // This sanitizer's own handler can lose a signal that comes in the first millisecond.
   usleep(50000);

@@ -76,12 +76,12 @@ TEST(Faults, GroupsUnderStressClose) {
     groups +=
         Group(streams ? "monitor_node" : "poll_node", directory(i) + "/cat", streams ? "/proc/kmsg" : "/tmp/node");
   }
-  for (int round = 0; round < 2 * Rounds(8); ++round) {
+  for (int round = 0; round < 2 * Rounds(6); ++round) {
     const bool mapped = round % 2 == 0;
     ConfigureStream(mapped ? "mmap" : "factory", 4, 10, groups);
     KernelLoad load;
     Daemon daemon({"-b", "test"});
-    ASSERT_TRUE(daemon.WaitUntilRunning());
+    ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Wait(0);
     for (int i = static_cast<int>(random() % 300); i > 0; --i) {
       List(directory(i));
       std::error_code error;  // the daemon may make it anew meanwhile
@@ -90,15 +90,14 @@ TEST(Faults, GroupsUnderStressClose) {
       }
       usleep(500);
     }
-    for (int i = 0; i < 4; ++i) {  // a set-up that a removal met is tried again a second later
-      EXPECT_TRUE(
-          WaitFor([&] { return OwnerAndMode(directory(i)) == "root:system 775" && !List(directory(i)).empty(); }));
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_TRUE(WaitFor([&] { return !List(directory(i)).empty(); }, 30));
+      EXPECT_TRUE(WaitFor([&] { return OwnerAndMode(directory(i)) == "root:system 775"; }));
     }
     daemon.Signal(SIGUSR2);
     EXPECT_EQ(daemon.Wait(), 12) << daemon.Errors().substr(0, 2000);
     for (int i = 0; i < 4 && mapped; ++i) {
-      EXPECT_FALSE(IndexedFiles(directory(i)).empty());
-      DecodeAll(IndexedFiles(directory(i)));
+      EXPECT_FALSE(DecodeAll(IndexedFiles(directory(i))).empty());
     }
   }
 }

@@ -98,6 +98,9 @@ TEST(ProcessTitle, CoversTheStringsThatFollowOneAnother) {
   EXPECT_STREQ(area, "a name of 20 letters");
   EXPECT_EQ(std::string(getenv("A")) + getenv("B") + getenv("C"), "123");
   environ = outer;
+  for (char* copy : variables) {
+    free(copy);
+  }
 }
 
 /// However it was started, and wherever a start hangs, it closes soon, and keeps what it has read.
@@ -134,13 +137,13 @@ TEST(Service, ClosesAfterAnyStart) {
     ASSERT_TRUE(WaitFor([&] { return daemon.IsClosable(); }));
     kernel.Write(KernelLog::Line(0));
     EXPECT_TRUE(WaitFor([&] { return kernel.IsDrained(); }, start.keeps ? 10 : 0.3) || !start.keeps);
-    for (const char* fd : {"0", "1", "2"}) {
-      const std::string path = "/proc/" + std::to_string(daemon.pid()) + "/fd/" + fd;
-      EXPECT_EQ(std::filesystem::read_symlink(path).string().find("/data"), std::string::npos);
-      EXPECT_EQ(std::filesystem::read_symlink(path).string().find("anon_inode"), std::string::npos);
+    for (const std::string fd : {"0", "1", "2"}) {
+      // Neither a log nor a watch has taken the place.
+      const auto file = std::filesystem::read_symlink("/proc/" + std::to_string(daemon.pid()) + "/fd/" + fd).string();
+      EXPECT_TRUE(file.find("/data") == std::string::npos && file.find("inotify") == std::string::npos) << file;
     }
     daemon.Signal(start.signal);
-    EXPECT_EQ(daemon.Wait(4), start.signal);
+    EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
     EXPECT_EQ(daemon.Errors().find("debug closelogcat by signal\n") != std::string::npos, start.reports);
     ExpectNumbers(start.keeps ? DecodeAll(IndexedFiles("/data/log/t")) : "", start.keeps);
   }

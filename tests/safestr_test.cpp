@@ -6,7 +6,7 @@
 #include <clocale>
 #include <cstring>
 #include <random>
-#include <set>
+#include <sstream>
 #include <string>
 
 #include "fault_injection.h"
@@ -49,7 +49,6 @@ int Model(char function, char* dest, size_t dest_max, const char* src, size_t co
 TEST(BoundedString, DoesAsTheRulesSay) {
   constexpr size_t kCounts[] = {0, 1, 2, 3, 4, 9, kMax, kMax + 1, SIZE_MAX};
   std::mt19937 random(20241122);
-  std::set<std::pair<char, int>> seen;
   for (int i = 0; i < 1500000; ++i) {
     const char function = "caf"[i % 3];
     const size_t to = random() % 17, from = random() % 17, count = kCounts[random() % 9];
@@ -66,9 +65,7 @@ TEST(BoundedString, DoesAsTheRulesSay) {
     // Of a string appended to itself only the first byte is promised.
     const size_t promised = function == 'a' && to == from ? to + 1 : sizeof actual;
     ASSERT_TRUE(result == code && memcmp(actual, expected, promised) == 0) << i << ": " << result << ", not " << code;
-    seen.insert({function, code});
   }
-  EXPECT_EQ(seen.size(), 16u);  // all codes of each
 }
 
 // What snprintf_s prints for a format that the compiler can not check, behind "-1 " when that is its result.
@@ -82,12 +79,13 @@ std::string Print(size_t count, const char* format, Arguments... arguments) {
 
 TEST(BoundedPrint, WhereItIsNotThePlatforms) {
   ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  auto* const pointer = reinterpret_cast<void*>(0x1234);
   const std::string zeros(512, '0'), unknown = "a%" + std::string(400, 'N') + "fb";
   const struct {
     std::string actual, expected;
   } cases[] = {
       {Print(99, "%5I6%d|%Iq|%5-3d|%*5d|%.*5d|%.d|%I", 8, 7, 1, 42, -1, 42, 0), "I68|Iq|7  |             42|00042||I"},
-      {Print(99, "%p|%p|%020p|%.9p|%08p", nullptr, 0x1234, 0x1234, 0x1234, nullptr),
+      {Print(99, "%p|%p|%020p|%.9p|%08p", nullptr, pointer, pointer, pointer, nullptr),
        "(nil)|0x1234|0x000000000000001234|0x1234|   (nil)"},
       {Print(99, "%s|%.3s|%S|%hC", nullptr, nullptr, nullptr, 0x100 + 'h'), "(null)|(nu|(null)|h"},
       {Print(2000, "%.600d%.600o%.00000000000021474836d", 0, 8, 1),
@@ -108,29 +106,28 @@ TEST(BoundedPrint, WhereItIsNotThePlatforms) {
       {Print(4, nullptr, 5), "-1 "},
   };
   for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected);
-  for (const char* format : {"%n",     "%a",   "%A",   "%5%",   "%-%",   "%l%",         "%5k",          "%",     "%5",
-                             "text%-", "%.",   "%.5",  "%l",    "%1$d",  "%'d",         "%.-5d",        "%..5d", "%*",
-                             "%.*",    "%5*d", "%l5d", "%h.5d", "%\x80", "%214748370d", "%.214748370d", "%*0d"}) {
-    EXPECT_EQ(Print(99, format, INT_MAX), "-1 ") << format;
-  }
+  std::istringstream wrong(
+      "%n %a %A %5% %-% %l% %5k % %5 text%- %. %.5 %l %1$d %'d %.-5d %..5d %.5.d %* %.* %5*d %l5d %h.5d %\x80 "
+      "%214748370d "
+      "%.214748370d %*0d");
+  for (std::string format; wrong >> format;) EXPECT_EQ(Print(99, format.c_str(), INT_MAX), "-1 ") << format;
 }
 
 TEST(BoundedPrint, Destinations) {
-  char buffer[] = "xxxxxxxxx";
-  EXPECT_EQ(snprintf_s(buffer, 0, 0, "%d", 5), -1);
-  EXPECT_EQ(sprintf_s(buffer, 0, "%d", 5), -1);
-  EXPECT_EQ(snprintf_s(nullptr, 8, 7, "%d", 5), -1);
-  EXPECT_STREQ(buffer, "xxxxxxxxx");
-  EXPECT_EQ(snprintf_s(buffer, 8, SIZE_MAX, "%d", 5), 1);
-  EXPECT_EQ(std::string(buffer, 9), std::string("5\0xxxxx\0x", 9));  // the last byte too is cleared
-  EXPECT_EQ(sprintf_s(buffer, 8, "%s-%d", "abcd", 123), -1);
-  EXPECT_EQ(std::string(buffer, 9), std::string("\0bcd-12\0x", 9));
-  constexpr size_t kRefused[][2] = {{kMax + 1, 7}, {8, kMax}, {8, SIZE_MAX - 1}};
+  char dest[] = "xxxx";
+  EXPECT_TRUE(snprintf_s(dest, 0, 0, "%d", 5) == -1 && sprintf_s(dest, 0, "%d", 5) == -1);
+  EXPECT_EQ(snprintf_s(nullptr, 4, 3, "%d", 5), -1);
+  EXPECT_STREQ(dest, "xxxx");
+  EXPECT_EQ(snprintf_s(dest, 4, SIZE_MAX, "%d", 5), 1);
+  EXPECT_EQ(std::string(dest, 4), std::string("5\0x\0", 4));  // the last byte too is cleared
+  constexpr size_t kRefused[][2] = {{kMax + 1, 3}, {4, kMax}, {4, SIZE_MAX - 1}};
   for (const auto& [dest_max, count] : kRefused) {
-    EXPECT_EQ(sprintf_s(buffer, 8, "%d", 12), 2);
-    EXPECT_EQ(snprintf_s(buffer, dest_max, count, "%d", 5), -1);
-    EXPECT_STREQ(buffer, "") << dest_max << ' ' << count;
+    EXPECT_EQ(sprintf_s(dest, 4, "%d", 123), 3);
+    EXPECT_EQ(snprintf_s(dest, dest_max, count, "%d", 5), -1);
+    EXPECT_EQ(std::string(dest, 4), std::string("\00023\0", 4)) << dest_max << ' ' << count;
   }
+  EXPECT_EQ(sprintf_s(dest, 3, "%d", 456), -1);
+  EXPECT_EQ(std::string(dest, 4), std::string("\0005\0\0", 4));
 }
 
 TEST(BoundedPrint, LeavesOutWhatFindsNoMemory) {
@@ -143,7 +140,7 @@ TEST(BoundedPrint, LeavesOutWhatFindsNoMemory) {
 
 TEST(BoundedPrint, PrintsAsThePlatformDoes) {
   std::mt19937 random(20241122);
-  for (int i = 0; i < 30000; ++i) {
+  for (int i = 0; i < 15000; ++i) {
     uint8_t bytes[40];
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
     LLVMFuzzerTestOneInput(bytes, sizeof bytes);

@@ -3,12 +3,10 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
+#include "collect/line_stream.h"
 #include "collect/quilbase.h"
-#include "platform/local_time.h"
 #include "platform/property.h"
 #include "safestr/safestr.h"
 #include "thread/interruptible.h"
@@ -16,7 +14,7 @@
 
 namespace {
 
-constexpr size_t kTextSize = 8192;
+constexpr size_t kTextSize = LineStream::kTextSize;
 constexpr size_t kTextLength = kTextSize - 1;
 constexpr char kShellLogNode[] = "/dev/cshell_log";
 
@@ -49,82 +47,7 @@ bool WasStopped(ssize_t result) {
   return result < 0 && errno == EINTR;
 }
 
-/// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
-class LineClock {
- public:
-  /// Takes the time. False: the local time is not to be had, and text() is of no use.
-  bool Update() {
-    gettimeofday(&now, nullptr);
-    if (now.tv_sec != second) {
-      tm local;
-      usable = localTime(now.tv_sec, &local) && strftime(clock, sizeof clock, "%m-%d %H:%M:%S", &local) > 0;
-      second = now.tv_sec;
-    }
-    return usable;
-  }
-  const char* text() const { return clock; }
-  long milliseconds() const { return static_cast<long>(now.tv_usec / 1000); }
-
- private:
-  timeval now = {};
-  time_t second = -1;
-  bool usable = false;
-  char clock[32] = {};
-};
-
 }  // namespace
-
-/// Splits the bytes of a node into lines.
-///
-/// Holds one buffer of at most 8191 bytes; what stands behind the last line feed is kept at its start until the rest of
-/// the line arrives.
-class Quilbase::LineStream {
- public:
-  explicit LineStream(Quilbase& collector) : owner(collector) {}
-
-  char* freeSpace() { return buffer + kept; }
-  size_t freeSize() const { return kTextLength - kept; }
-
-  /// Emits the lines that the `size` bytes read into freeSpace() complete. A zero byte ends the data; what follows it
-  /// is lost. A full buffer without a line feed is a line. False: a write failed.
-  bool Take(size_t size) {
-    char* end = buffer + kept + size;
-    *end = '\0';
-    if (char* zero = static_cast<char*>(memchr(freeSpace(), '\0', size)); zero != nullptr) {
-      end = zero;
-    }
-    char* line = buffer;
-    char* search = freeSpace();  // what was kept holds no line feed
-    while (char* feed = static_cast<char*>(memchr(search, '\n', static_cast<size_t>(end - search)))) {
-      *feed = '\0';
-      if (feed != line && !Emit(line)) {
-        return false;
-      }
-      line = search = feed + 1;
-    }
-    kept = static_cast<size_t>(end - line);
-    if (kept == kTextLength) {
-      kept = 0;
-      return Emit(line);
-    }
-    memmove(buffer, line, kept);
-    return true;
-  }
-
- private:
-  bool Emit(const char* line) {
-    const int result = clock.Update() ? snprintf_s(output, kTextSize, kTextLength, "%s.%03ld %s\n", clock.text(),
-                                                   clock.milliseconds(), line)
-                                      : snprintf_s(output, kTextSize, kTextLength, "%s\n", line);
-    return owner.logcatWrite(output, FormattedLength(output, result), true) == 0;
-  }
-
-  Quilbase& owner;
-  LineClock clock;
-  size_t kept = 0;
-  char buffer[kTextSize] = {};
-  char output[kTextSize] = {};
-};
 
 int Quilbase::logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone) {
   if (text == nullptr) {
@@ -193,7 +116,7 @@ int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lin
 }
 
 int Quilbase::node_cat_stream(const char* path) {
-  if (path == nullptr) {
+  if (path == nullptr || output == nullptr) {
     return 1;
   }
   const int fd = openNode(path);
@@ -203,23 +126,50 @@ int Quilbase::node_cat_stream(const char* path) {
     }
     return 1;
   }
-  LineStream lines(*this);
+  LineStream lines(*output, retriesStream);
+  unsigned failures = 0;  // one behind the other
   // A read of no bytes is no end: a node that has nothing now may have more later.
   while (!ThreadBase::currentStopRequested()) {
     const ssize_t size = readNode(fd, lines.freeSpace(), lines.freeSize());
-    if (size < 0 ? !isWorthARetry(path, lines.freeSize()) : !lines.Take(static_cast<size_t>(size))) {
+    if (size >= 0) {
+      failures = 0;
+      if (!lines.Take(static_cast<size_t>(size))) {
+        break;
+      }
+      continue;
+    }
+    const int error = errno;
+    if (!isWorthARetry(path, error, ++failures, lines.freeSize())) {
       break;
+    }
+    if (retriesStream) {
+      lines.NoteFailedRead(error);
     }
   }
   close(fd);
   return 1;
 }
 
-/// After a failed read: pauses, if the stream at `path` is one that is read again and its budget is not used up.
-bool Quilbase::isWorthARetry(const char* path, size_t freeSize) {
-  if (strcmp(path, kShellLogNode) != 0 || failureRetry == 0 || ThreadBase::currentStopRequested()) {
+/// Tells whether the stream at `path` is to be read again after a read that failed with `error`, the `failures`th in a
+/// row, and makes the pause that belongs between the two.
+bool Quilbase::isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize) {
+  if (ThreadBase::currentStopRequested()) {
     return false;
   }
+  if (strcmp(path, kShellLogNode) == 0 && failureRetry != 0) {
+    return isShellLogWorthARetry(path, freeSize);
+  }
+  const bool passes = error == EPIPE || error == EAGAIN;  // the reader was too slow, or too early
+  if (!retriesStream || (!passes && failures > 1)) {
+    return false;
+  }
+  if (error != EPIPE || failures > 1) {
+    sleepSeconds(1);
+  }
+  return true;
+}
+
+bool Quilbase::isShellLogWorthARetry(const char* path, size_t freeSize) {
   if (isRetryBudgetUsedUp()) {
     StopFeeder(path);
     return false;

@@ -12,9 +12,14 @@ constexpr size_t kFilesPerArchive = 5;
 constexpr uint64_t kDefaultFiles = 10;
 constexpr uint64_t kDefaultArchives = 2;
 
+bool RetriesStream(const QuilcatGroup_t& group) {
+  return group.style == STYLE_MONITOR_NODE && group.on_write_failure == WRITE_FAILURE_RETRY;
+}
+
 LogOutput::Settings OutputSettings(const QuilcatGroup_t& group, bool mapped) {
   LogOutput::Settings settings;
   settings.outputFilePath = group.output_file_path;
+  settings.keepRefused = RetriesStream(group);
   QuilcatInfo_t* info = group.info;
   if (info == nullptr) {
     settings.maxFiles = mapped ? kDefaultFiles : kDefaultArchives;
@@ -26,6 +31,7 @@ LogOutput::Settings OutputSettings(const QuilcatGroup_t& group, bool mapped) {
   const size_t files = info->maxCompressdFiles;
   settings.maxFiles = mapped ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
   settings.rotateSizeKB = info->rotate_size_kbytes;
+  settings.syncSeconds = info->sync_seconds;
   return settings;
 }
 
@@ -36,6 +42,7 @@ Quilbase::Quilbase(QuilcatGroup_t* group, type_write writeMode) {
     return;
   }
   failureRetry = group->failureRetry;
+  retriesStream = RetriesStream(*group);
   const LogOutput::Settings settings = OutputSettings(*group, writeMode == WRITE_MMAP);
   LogOutput::Owner& self = *this;
   switch (writeMode) {
@@ -71,6 +78,16 @@ void Quilbase::flushUnlessBusy() {
   if (output != nullptr) {
     output->flushUnlessBusy();
   }
+}
+
+void Quilbase::beginRun() {
+  if (output != nullptr) {
+    output->beginRun();
+  }
+}
+
+int Quilbase::endRun() {
+  return output != nullptr ? output->endRun() : 1;
 }
 
 void Quilbase::outputDirectoryMade() {

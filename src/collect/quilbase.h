@@ -37,6 +37,8 @@ class Quilbase : private LogOutput::Owner {
   int logcatWrite(const char* data, size_t len, bool lineDone);
   void logcatClose();
   void flushUnlessBusy();
+  void beginRun();
+  int endRun();
 
   /// Writes `text` as a column: left-aligned, blank-filled to `width` characters, at its own length when that is 0.
   int logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone);
@@ -53,21 +55,21 @@ class Quilbase : private LogOutput::Owner {
   int node_cat_stream(const char* path);
 
  private:
-  class LineStream;
-
   void outputDirectoryMade() override;
 
   int readToEnd(int fd, size_t width, bool lineDone);
   int writeColumn(const char* text, size_t width, bool lineDone);
   int writeChunk(char* chunk, size_t size, size_t width, bool lineDone);
   int writeFailureColumn(size_t width, bool lineDone);
-  bool isWorthARetry(const char* path, size_t freeSize);
+  bool isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize);
+  bool isShellLogWorthARetry(const char* path, size_t freeSize);
   bool isRetryBudgetUsedUp();
 
   std::unique_ptr<LogOutput> output;       ///< null without a group
   std::unique_ptr<MonitorDir> monitorDir;  ///< mmap mode only; flushes the output, so it goes first
   uint64_t failureCount = 0;               ///< failed reads counted against failureRetry
   uint64_t failureRetry = 0;
+  bool retriesStream = false;  ///< the stream outlives a failed write and a failed read
 };
 
 #endif  // QUILCAT_COLLECT_QUILBASE_H_

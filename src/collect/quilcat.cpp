@@ -74,22 +74,32 @@ void Quilcat::poll_node() {
   }
 }
 
-/// Writes one row. A stop breaks it off: columns that were not begun are left out, and the line feed too, so that what
-/// stands there does not look like a row.
 void Quilcat::pollOnce() {
+  beginRun();
+  if (pollColumns()) {
+    writeEndOfRow();
+  }
+  if (endRun() != 0 && !currentStopRequested()) {
+    fprintf(stderr, "node_cat write data fail!!\n");
+  }
+}
+
+/// Writes the columns of a row. False: a stop broke it off. Columns that were not begun are left out then, and the line
+/// feed is to be left out too, so that what stands there does not look like a row.
+bool Quilcat::pollColumns() {
   for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
     if (currentStopRequested()) {
-      return;
+      return false;
     }
     if (pollNodeSet(*set, set->next == nullptr) == 0) {
       continue;
     }
     if (currentStopRequested()) {
-      return;
+      return false;
     }
     fprintf(stderr, "node_cat write data fail!!\n");
   }
-  writeEndOfRow();
+  return true;
 }
 
 int Quilcat::pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast) {

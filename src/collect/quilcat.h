@@ -31,6 +31,7 @@ class Quilcat : public Quilbase, public ThreadBase {
 
   void poll_node();
   void pollOnce();
+  bool pollColumns();
   int pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast);
   void writeTitleLine();
   int writeTitle(const QuilcatInputNodeSet_t& set);

@@ -17,10 +17,16 @@ class QuilConfig {
   using QuilcatInputNodeSet_t = QuilCommon::QuilcatInputNodeSet_t;
   using QuilcatStrList_t = QuilCommon::QuilcatStrList_t;
 
-  /// Fills the zero-filled `info` with service `name` from the first of these files that exists:
-  /// /system/etc/quilcat_config_cs.xml, quilcat_config_cc.xml and quilcat_config.xml there. Without any of them, or
-  /// without /system/lib64/libxml2.so, parseDefault fills it. Returns 0 when `info` holds a valid service, else 1; what
-  /// was filled until then stays in `info` and is the caller's to release with free_config_file.
+  /// The files that may describe services; the first that exists has the last word.
+  static constexpr const char* kCandidates[] = {
+      "/system/etc/quilcat_config_cs.xml",
+      "/system/etc/quilcat_config_cc.xml",
+      "/system/etc/quilcat_config.xml",
+  };
+
+  /// Fills the zero-filled `info` with service `name` from the first of kCandidates that exists. Without any of them,
+  /// or without /system/lib64/libxml2.so, parseDefault fills it. Returns 0 when `info` holds a valid service, else 1;
+  /// what was filled until then stays in `info` and is the caller's to release with free_config_file.
   ///
   /// A service that a file describes is printed to standard error before it is examined. The library is loaded and
   /// unloaded within the call, and nothing in `info` points into the document.
@@ -47,7 +53,8 @@ class QuilConfig {
   // The steps of parse_config_file.
   //
   // An element that cannot be stored for want of memory is skipped, and a text leaves its field as it was. The readers
-  // do nothing when an argument is null. All but initLibxml2 need the loaded library.
+  // do nothing when an argument is null. All but initLibxml2 need xmlParser (xml_parser.h) bound to a library: by
+  // initLibxml2, or by a program that is linked with one.
 
   /// Loads libxml2 and looks up the five functions used. Returns 0, or 1 with a message on standard error. Either way
   /// releaseLibxml2 (xml_parser.h) has to follow.

@@ -1,5 +1,6 @@
 #include "config/records.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include "platform/property.h"
@@ -17,6 +18,13 @@ char* CopyText(const char* text) {
     strncpy_s(copy, kTextSize, text, length);
   }
   return copy;
+}
+
+void ReadNumber(const char* text, size_t* field) {
+  const auto number = static_cast<int>(strtol(text, nullptr, 10));
+  if (number >= 0) {
+    *field = static_cast<size_t>(number);
+  }
 }
 
 bool PropertyIs(const char* name, const char* expected) {

@@ -71,6 +71,10 @@ Record* AppendInput(QuilcatGroup_t* group) {
 /// characters or more becomes an empty string.
 char* CopyText(const char* text);
 
+/// Stores the number that `text` begins with: leading blanks, a sign, digits; without digits it is 0. A number that no
+/// int can hold is cut to its low bits, as by atoi. A negative number leaves `*field` alone.
+void ReadNumber(const char* text, size_t* field);
+
 /// Tells whether system property `name` has the value `expected`; a missing property has the value "".
 bool PropertyIs(const char* name, const char* expected);
 

@@ -7,7 +7,8 @@
 /// libxml2 as it is bound at run time. Its headers give the types only: nothing here links against the library, so the
 /// daemon starts on a device that does not have it.
 ///
-/// All members are null except while QuilConfig::parse_config_file runs. Main thread only.
+/// In the daemon all members are null except while QuilConfig::parse_config_file runs. A program that is linked with
+/// libxml2 may set the functions itself, with a null handle, and use the readers of QuilConfig. Main thread only.
 struct XmlParser {
   void* handle;
   decltype(&xmlParseFile) parseFile;

@@ -20,12 +20,6 @@ using namespace QuilCommon;
 
 namespace {
 
-constexpr const char* kCandidates[] = {
-    "/system/etc/quilcat_config_cs.xml",
-    "/system/etc/quilcat_config_cc.xml",
-    "/system/etc/quilcat_config.xml",
-};
-
 struct FreeText {
   void operator()(xmlChar* text) const { free(text); }
 };
@@ -47,16 +41,11 @@ bool IsNamed(const xmlNode* node, const char* name) {
   return node->type == XML_ELEMENT_NODE && xmlParser.compare(node->name, Xml(name)) == 0;
 }
 
-/// Stores the number that begins an attribute's text. A missing attribute and a negative number leave `*field` alone. A
-/// number that no int can hold is cut to its low bits, as by atoi.
+/// Stores the number that an attribute's text begins with. A missing attribute leaves `*field` alone.
 void ReadInteger(xmlNode* node, const char* attribute, size_t* field) {
   const AttributeText text = Attribute(node, attribute);
-  if (text == nullptr) {
-    return;
-  }
-  const auto number = static_cast<int>(strtol(Plain(text.get()), nullptr, 10));
-  if (number >= 0) {
-    *field = static_cast<size_t>(number);
+  if (text != nullptr) {
+    ReadNumber(Plain(text.get()), field);
   }
 }
 
@@ -179,7 +168,7 @@ int ReadFile(const char* path, const char* name, QuilcatInfo_t* info) {
 
 /// The configuration file of this device; null when it has none.
 const char* FindFile() {
-  for (const char* path : kCandidates) {
+  for (const char* path : QuilConfig::kCandidates) {
     if (access(path, F_OK) == 0) {
       return path;
     }

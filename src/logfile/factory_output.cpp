@@ -1,6 +1,7 @@
 #include "logfile/factory_output.h"
 
 #include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@ constexpr mode_t kLiveFileMode = 0664;
 FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
     : LogOutput(settings, told),
       rotated(outputFilePath != nullptr ? outputFilePath : "", maxFiles),
+      keepsRefused(settings.keepRefused),
       syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
 
 FactoryOutput::~FactoryOutput() {
@@ -46,7 +48,7 @@ int FactoryOutput::openOutput() {
     fprintf(stderr, "fstat file %s err\n", logFilePath.c_str());
     return 0;
   }
-  curFileBytes = static_cast<uint64_t>(status.st_size);
+  curFileBytes = static_cast<uint64_t>(status.st_size) + collectedSize;
   return 0;
 }
 
@@ -55,22 +57,73 @@ int FactoryOutput::factoryWrite(const char* data, size_t len, bool lineDone) {
     return 1;
   }
   prepareWrite(len, lineDone);
-  if (logFd < 0) {
+  if (logFd < 0 && !keepsRefused) {
     return 0;
   }
-  for (size_t done = 0; done < len;) {
-    const ssize_t written = writeOutput(logFd, data + done, len - done);
+  if (len > room() && writeCollected() != 0) {
+    return 1;
+  }
+  while (len > room()) {  // no reader has text that long
+    const size_t piece = room();
+    collect(data, piece);
+    data += piece;
+    len -= piece;
+    if (writeCollected() != 0) {
+      return 1;
+    }
+  }
+  collect(data, len);
+  if (isInRun()) {
+    return 0;
+  }
+  const int refused = writeCollected();
+  return keepsRefused ? 0 : refused;
+}
+
+void FactoryOutput::collect(const char* data, size_t len) {
+  memcpy(collected + collectedSize, data, len);
+  collectedSize += len;
+  curFileBytes += len;
+}
+
+int FactoryOutput::writeCollected() {
+  size_t done = 0;
+  while (done < collectedSize) {
+    const ssize_t written = logFd >= 0 ? writeOutput(logFd, collected + done, collectedSize - done) : -1;
     if (written < 0) {
-      fprintf(stderr, "%s: write fail\n", logFilePath.c_str());
-      logcatClose();
-      nextOpening = Clock::now() + kPause;
+      dropCollected(done);
+      giveUpWrite();
       return 1;
     }
     done += static_cast<size_t>(written);
-    curFileBytes += static_cast<size_t>(written);
   }
-  syncWhenDue();
+  isRefusing = false;
+  if (collectedSize != 0) {
+    collectedSize = 0;
+    syncWhenDue();
+  }
   return 0;
+}
+
+/// After a failed write: text that may not be held is dropped, and its file closed.
+void FactoryOutput::giveUpWrite() {
+  if (!isRefusing) {
+    fprintf(stderr, "%s: write fail\n", logFilePath.c_str());
+  }
+  isRefusing = keepsRefused;
+  if (keepsRefused) {
+    return;
+  }
+  curFileBytes -= collectedSize;
+  collectedSize = 0;
+  logcatClose();
+  nextOpening = Clock::now() + kPause;
+}
+
+/// Removes the first `size` bytes, which are in the file.
+void FactoryOutput::dropCollected(size_t size) {
+  collectedSize -= size;
+  memmove(collected, collected + size, collectedSize);
 }
 
 void FactoryOutput::openLogFileFactory() {
@@ -98,7 +151,7 @@ void FactoryOutput::rotate() {
 void FactoryOutput::rotateLogsFactory() {
   finishFile();
   rotated.shift();
-  curFileBytes = 0;
+  curFileBytes = collectedSize;
   rotated.packIfFull();
   openLogFileFactory();
   if (logFd < 0) {
@@ -119,6 +172,7 @@ void FactoryOutput::deleteOldStyleFiles() {
 
 /// Brings the live file to disk and closes it.
 void FactoryOutput::finishFile() {
+  writeCollected();
   if (logFd >= 0) {
     fdatasync(logFd);
   }

@@ -25,16 +25,28 @@ class FactoryOutput : public LogOutput {
  private:
   int openOutput() override;
   void rotate() override;
+  int writeCollected() override;
   bool isFileDead() const override { return logFd < 0 && Clock::now() >= nextOpening; }
 
   int factoryWrite(const char* data, size_t len, bool lineDone);
+  size_t room() const { return kCollectedSize - collectedSize; }
+  void collect(const char* data, size_t len);
+  void dropCollected(size_t size);
+  void giveUpWrite();
   void openLogFileFactory();
   void rotateLogsFactory();
   void deleteOldStyleFiles();
   void finishFile();
   void syncWhenDue();
 
+  /// Longest text that is taken in one write with `keepRefused`, and most that a run collects.
+  static constexpr size_t kCollectedSize = 16384;
+
   RotatedFiles rotated;
+  const bool keepsRefused;
+  bool isRefusing = false;  ///< the last write failed, and that was reported
+  size_t collectedSize = 0;
+  char collected[kCollectedSize];  ///< text that is not in the file yet
   int logFd = -1;
   Clock::time_point nextOpening;          ///< of a file that refused text
   const std::chrono::seconds syncPeriod;  ///< 0: the kernel decides

@@ -25,12 +25,8 @@ int LogOutput::setupOutput() {
 
 void LogOutput::prepareWrite(size_t len, bool lineDone) {
   if (!settingUpFile) {
-    if (needsSetUp() && Clock::now() >= nextSetUp) {
-      setupOutput();
-      if (needsSetUp()) {
-        nextSetUp = Clock::now() + kPause;
-      }
-    }
+    setUpIfNeeded();
+    lookedInRun = inRun;
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
       rotate();
     }
@@ -38,8 +34,36 @@ void LogOutput::prepareWrite(size_t len, bool lineDone) {
   lineComplete = lineDone;
 }
 
+void LogOutput::setUpIfNeeded() {
+  if (!needsSetUp() || Clock::now() < nextSetUp) {
+    return;
+  }
+  setupOutput();
+  if (needsSetUp()) {
+    nextSetUp = Clock::now() + kPause;
+  }
+}
+
 bool LogOutput::needsSetUp() const {
-  return logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0 || isFileDead();
+  if (isFileDead()) {
+    return true;
+  }
+  return !lookedInRun && (logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0);
+}
+
+void LogOutput::beginRun() {
+  inRun = true;
+}
+
+int LogOutput::endRun() {
+  inRun = false;
+  lookedInRun = false;
+  return writeCollected();
+}
+
+int LogOutput::offerAgain() {
+  setUpIfNeeded();
+  return writeCollected();
 }
 
 void LogOutput::startFile() {

@@ -33,6 +33,7 @@ class LogOutput {
     const char* outputFilePath = nullptr;  ///< borrowed; null writes to standard output in factory mode, nowhere else
     uint64_t rotateSizeKB = 4096;          ///< KiB of text; 0: never rotate
     uint64_t maxFiles = 10;                ///< indexed files kept by a mapped output, archives by a factory output
+    bool keepRefused = false;  ///< hold text that the disk refuses, and take no more, instead of dropping it
     uint64_t syncSeconds = 0;  ///< longest time between two syncs of the current file; 0: the kernel decides
   };
 
@@ -46,6 +47,16 @@ class LogOutput {
   /// Appends `len` bytes of `data`. `lineDone` says that they end a line: a file is rotated only between lines, before
   /// the write that would reach the rotation size. A log file that has vanished is set up again first.
   virtual int logcatWrite(const char* data, size_t len, bool lineDone) = 0;
+
+  /// Says that the writes until endRun() follow each other without a wait: the lines of one read, the columns of a row.
+  /// The look whether the file still stands is then made once for all of them, and a factory output writes them at
+  /// once. A run in a run is none.
+  void beginRun();
+  /// Ends the run; its text is with the system when this returns 0. 1: text was refused, and with `keepRefused` is
+  /// held.
+  int endRun();
+  /// Sets up a file that is gone, and offers text that is held again. 1: it was refused again.
+  int offerAgain();
 
   /// Brings all text to the file (mapped output), or closes the file (factory output).
   virtual void logcatClose() = 0;
@@ -72,6 +83,10 @@ class LogOutput {
   /// is rotated, between lines only.
   void prepareWrite(size_t len, bool lineDone);
 
+  /// Writes what a run has collected. 1: text was refused.
+  virtual int writeCollected() = 0;
+  bool isInRun() const { return inRun; }
+
   /// Lets the owner write the first text of a new file. That text rotates nothing, however long it is: the file that it
   /// would open needs the same text first.
   void startFile();
@@ -87,9 +102,12 @@ class LogOutput {
   uint64_t curFileBytes = 0;     ///< bytes of text written to the current file
 
  private:
+  void setUpIfNeeded();
   bool needsSetUp() const;
 
   Clock::time_point nextSetUp;  ///< after one that failed, not before that time
+  bool inRun = false;
+  bool lookedInRun = false;  ///< the file stood there at the run's first write
   bool settingUpFile = false;
   bool lineComplete = true;  ///< the last write ended a line
 };

@@ -34,7 +34,7 @@ bool IsFree(const std::string& path) {
 }  // namespace
 
 MappedOutput::MappedOutput(const Settings& settings, Owner& told)
-    : LogOutput(settings, told), mmapWriter(static_cast<unsigned>(settings.syncSeconds)) {}
+    : LogOutput(settings, told), mmapWriter(static_cast<unsigned>(settings.syncSeconds), settings.keepRefused) {}
 
 int MappedOutput::openOutput() {
   if (outputFilePath == nullptr) {

@@ -22,6 +22,7 @@ class MappedOutput : public LogOutput {
  private:
   int openOutput() override;
   void rotate() override;
+  int writeCollected() override { return 0; }
   bool isFileDead() const override { return mmapWriter.outputLost(); }
 
   int mmapWrite(const char* data, size_t len, bool lineDone);

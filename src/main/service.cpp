@@ -106,7 +106,7 @@ void WakeWorkersToStop() {
 }
 
 /// Asks the workers and `step`, which may add some until it ends, to stop, and wakes them until all have ended, or
-/// until the patience is at its end. False: `step` runs on.
+/// until the patience is at its end; then joins `step`. False: `step` runs on.
 bool StopThreads(Step* step) {
   const auto deadline = ThreadBase::Clock::now() + kClosePatience;
   const auto stepHasEnded = [step] { return step == nullptr || step->hasEnded(); };
@@ -117,7 +117,13 @@ bool StopThreads(Step* step) {
     WakeWorkersToStop();
     std::this_thread::sleep_for(ThreadBase::kWakePeriod);
   }
-  return stepHasEnded();
+  if (!stepHasEnded()) {
+    return false;
+  }
+  if (step != nullptr) {
+    step->wait();
+  }
+  return true;
 }
 
 /// Destroys the workers. One that did not end is left alone, since its thread still uses it, but what it holds is

@@ -14,7 +14,7 @@ constexpr char kZlibVersion[] = "1.2.8";
 
 }  // namespace
 
-LogBuffer::LogBuffer() {
+LogBuffer::LogBuffer(bool keepRefused) : keepsRefused(keepRefused) {
   MutexLock held(lock);
   SetUpStream();
 }
@@ -49,13 +49,14 @@ bool LogBuffer::Write(const void* data, size_t len) {
   if (!streamReady && !SetUpStream()) {
     return false;
   }
+  if (keepsRefused) {
+    return TakeOrRefuse(data, len);
+  }
   if (len > inFree) {
     fprintf(stderr, "LogBuffer:write_to_out_buffer failed.\n");
     return false;
   }
-  memcpy(inBuffer + inUsed, data, len);
-  inUsed += static_cast<uint32_t>(len);
-  inFree = kBlockArea - inUsed;
+  Append(data, len);
   if (inUsed < kBlockThreshold) {
     return true;
   }
@@ -63,12 +64,49 @@ bool LogBuffer::Write(const void* data, size_t len) {
   return target != nullptr && HandOver() && kept;
 }
 
+bool LogBuffer::TakeOrRefuse(const void* data, size_t len) {
+  if (len > inFree) {
+    Drain();
+  }
+  if (len > inFree) {
+    return false;
+  }
+  Append(data, len);
+  if (inUsed >= kBlockThreshold) {
+    Drain();
+  }
+  return true;
+}
+
+void LogBuffer::Append(const void* data, size_t len) {
+  memcpy(inBuffer + inUsed, data, len);
+  inUsed += static_cast<uint32_t>(len);
+  inFree = kBlockArea - inUsed;
+}
+
 void LogBuffer::Flush() {
   MutexLock held(lock);
+  if (keepsRefused) {
+    Drain();
+    return;
+  }
   if (inUsed != 0) {
     CompressBlock();
   }
   HandOver();
+}
+
+/// Brings what is pending to the file as far as the file takes it: the next block only when the one before is gone.
+void LogBuffer::Drain() {
+  HandOver();
+  while (outUsed == 0 && inUsed != 0) {
+    const uint32_t size = AppendMember(inBuffer, inUsed) ? inUsed : inUsed / 2;
+    if (size != inUsed && !AppendMember(inBuffer, size)) {
+      return;
+    }
+    DropInput(size);
+    HandOver();
+  }
 }
 
 /// Turns the pending text into gzip members. One member as a rule; text that does not shrink enough for the room left
@@ -82,7 +120,7 @@ bool LogBuffer::CompressBlock() {
     kept = AppendMember(inBuffer, half) && HandOver() && kept;
     kept = AppendMember(inBuffer + half, inUsed - half) && HandOver() && kept;
   }
-  ClearInput();
+  DropInput(inUsed);
   return kept;
 }
 
@@ -105,8 +143,8 @@ bool LogBuffer::AppendMember(const uint8_t* text, uint32_t size) {
   return finished;
 }
 
-/// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases.
-/// Without a file, or with one that is lost, they stay. False: they were refused.
+/// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases, unless
+/// refused ones are kept. Without a file, or with one that is lost, they stay. False: they were refused.
 bool LogBuffer::HandOver() {
   if (target == nullptr || outUsed == 0) {
     return true;
@@ -115,14 +153,18 @@ bool LogBuffer::HandOver() {
   if (target->isLost()) {
     return true;
   }
-  ClearOutput();
+  if (written || !keepsRefused) {
+    ClearOutput();
+  }
   return written;
 }
 
-void LogBuffer::ClearInput() {
-  memset(inBuffer, 0, inUsed);
-  inUsed = 0;
-  inFree = kBlockArea;
+/// Removes the first `size` bytes of the pending text.
+void LogBuffer::DropInput(uint32_t size) {
+  memmove(inBuffer, inBuffer + size, inUsed - size);
+  memset(inBuffer + inUsed - size, 0, size);
+  inUsed -= size;
+  inFree = kBlockArea - inUsed;
 }
 
 void LogBuffer::ClearOutput() {

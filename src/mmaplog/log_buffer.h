@@ -18,7 +18,10 @@ class LogMmap;
 class LogBuffer {
  public:
   /// Reports a deflate state that cannot be set up on standard error; the next Write() tries again.
-  LogBuffer();
+  ///
+  /// With `keepRefused` nothing that was taken is dropped: a block that the file refuses stays, and text that has no
+  /// room behind it is not taken. Every Write() and Flush() offers the block to the file again.
+  explicit LogBuffer(bool keepRefused = false);
   /// Flushes into the target, which must still exist. What a lost file left behind goes with the buffer.
   ~LogBuffer();
   LogBuffer(const LogBuffer&) = delete;
@@ -30,7 +33,8 @@ class LogBuffer {
 
   /// Appends `len` bytes of text. False: the text was dropped for lack of room (more than the 13108 bytes that are
   /// always free) or of a deflate state, or the block that it completed had no file to go to, or was refused and
-  /// dropped. A block that waits for another file than a lost one is none of these, as long as it fits.
+  /// dropped. A block that waits for another file than a lost one is none of these, as long as it fits. With
+  /// `keepRefused`, false says that the text was not taken, whatever the reason; it may be offered again.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
 
   /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing.
@@ -38,10 +42,13 @@ class LogBuffer {
 
  private:
   bool SetUpStream() REQUIRES(lock);
+  bool TakeOrRefuse(const void* data, size_t len) REQUIRES(lock);
+  void Append(const void* data, size_t len) REQUIRES(lock);
+  void Drain() REQUIRES(lock);
   bool CompressBlock() REQUIRES(lock);
   bool AppendMember(const uint8_t* text, uint32_t size) REQUIRES(lock);
   bool HandOver() REQUIRES(lock);
-  void ClearInput() REQUIRES(lock);
+  void DropInput(uint32_t size) REQUIRES(lock);
   void ClearOutput() REQUIRES(lock);
 
   uint8_t inBuffer[LogFormat::kBlockArea] GUARDED_BY(lock) = {};
@@ -52,6 +59,7 @@ class LogBuffer {
   uint32_t outUsed GUARDED_BY(lock) = 0;
   z_stream stream GUARDED_BY(lock) = {};
   bool streamReady GUARDED_BY(lock) = false;
+  const bool keepsRefused;
   LogMmap* target = nullptr;
   Mutex lock;
 };

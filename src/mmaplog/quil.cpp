@@ -36,8 +36,8 @@ void CloseIfOpen(int fd) {
 
 }  // namespace
 
-Quil::Quil(unsigned syncSeconds)
-    : buffer(new LogBuffer),
+Quil::Quil(unsigned syncSeconds, bool keepRefused)
+    : buffer(new LogBuffer(keepRefused)),
       syncPeriod(static_cast<time_t>(syncSeconds)),
       flushTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
       syncRequest(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {

@@ -30,7 +30,9 @@ class Quil {
   ///
   /// With `syncSeconds`, the timer thread also brings the current file to disk after a flush, when it last did so that
   /// many seconds ago or more: what a power cut takes is bounded then. 0 leaves the current file to the kernel.
-  explicit Quil(unsigned syncSeconds = 0);
+  ///
+  /// With `keepRefused` nothing that was taken is dropped while the file refuses it (log_buffer.h).
+  explicit Quil(unsigned syncSeconds = 0, bool keepRefused = false);
   /// Ends and joins the timer thread, then writes pending text to the current file, cuts the file to its written length
   /// and brings it to disk. No other thread may use the writer any more. A block that a lost file left behind is gone.
   ~Quil();
@@ -51,7 +53,7 @@ class Quil {
   bool outputLost() const { return lost; }
 
   /// Appends `len` bytes of text. False: the text was dropped for lack of room, or the block that it completed was
-  /// lost.
+  /// lost; with `keepRefused`: the text was not taken.
   bool Write(const void* data, size_t len) EXCLUDES(writerLock);
 
   /// Brings all pending text to the current file.

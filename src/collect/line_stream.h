@@ -1,0 +1,66 @@
+#ifndef QUILCAT_COLLECT_LINE_STREAM_H_
+#define QUILCAT_COLLECT_LINE_STREAM_H_
+
+#include <stddef.h>
+#include <sys/time.h>
+#include <time.h>
+
+class LogOutput;
+
+/// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
+class LineClock {
+ public:
+  /// Takes the time. False: the local time is not to be had, and text() is of no use.
+  bool Update();
+  const char* text() const { return clock; }
+  long milliseconds() const { return static_cast<long>(now.tv_usec / 1000); }
+
+ private:
+  timeval now = {};
+  time_t second = -1;
+  bool usable = false;
+  char clock[32] = {};
+};
+
+/// Splits the bytes of a node into lines and writes each behind the time of its arrival.
+///
+/// Holds one buffer of at most 8191 bytes; what stands behind the last line feed is kept at its start until the rest of
+/// the line arrives. For one thread, a collector's worker, which may be asked to stop. Allocates nothing.
+class LineStream {
+ public:
+  static constexpr size_t kTextSize = 8192;
+
+  /// Borrows `output`. With `retries`, a line that the output refuses is offered again once a second until it is taken
+  /// or the thread is asked to stop; a line of the log then tells how long that took.
+  LineStream(LogOutput& output, bool retries);
+
+  /// Where the next bytes of the node belong, and how many have room.
+  char* freeSpace() { return buffer + kept; }
+  size_t freeSize() const { return kTextSize - 1 - kept; }
+
+  /// Writes the lines that the `size` bytes read into freeSpace() complete. A zero byte ends the data; what follows it
+  /// is lost. A full buffer without a line feed is a line. False: a write failed, or the thread is to stop.
+  bool Take(size_t size);
+
+  /// Has a line in front of the next one tell that reads failed with `error`, an errno, and text may be missing.
+  void NoteFailedRead(int error);
+
+ private:
+  bool EmitLines(size_t size);
+  bool Emit(const char* line);
+  bool EmitNotes();
+  bool WriteLine(const char* line);
+  bool Pause();
+
+  LogOutput& output;
+  const bool retries;
+  LineClock clock;
+  size_t kept = 0;
+  unsigned failedReads = 0;  ///< not told yet
+  int readError = 0;
+  unsigned pauses = 0;  ///< seconds without a write, not told yet
+  char buffer[kTextSize] = {};
+  char text[kTextSize] = {};
+};
+
+#endif  // QUILCAT_COLLECT_LINE_STREAM_H_

@@ -1,0 +1,524 @@
+// What quilcheck says, compared with what the daemon's reader and the schema make of the same documents.
+
+#include <fnmatch.h>
+#include <gtest/gtest.h>
+#include <libxml/xmlschemas.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "config/quil_config.h"
+#include "device.h"
+#include "logfile/indexed_files.h"
+#include "quilcheck/report.h"
+
+using namespace Quilcheck;
+using Device::WriteFile;
+
+namespace {
+
+constexpr char kConfig[] = "/system/etc/quilcat_config.xml";
+
+/// A file that CMake has put beside this program.
+std::string Beside(const char* name) {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
+}
+
+/// `<name=text>` stands for `<name value='text'/>`.
+std::string Expand(std::string xml) {
+  for (size_t at = xml.find('='); at != std::string::npos; at = xml.find('=', at + 1)) {
+    if (xml[at + 1] != '\'') xml.insert(xml.find('>', at), "'/").replace(at, 1, " value='");
+  }
+  return xml;
+}
+
+std::unique_ptr<Report> CheckText(const std::string& xml, const std::string& service, const std::string& root = "") {
+  WriteFile(kConfig, xml);
+  auto report = std::make_unique<Report>();
+  std::string reason;
+  EXPECT_TRUE(Check({kConfig, service, {}, root}, report.get(), &reason)) << reason;
+  return report;
+}
+
+/// "3 error: ..." a finding.
+std::vector<std::string> Lines(const Report& report) {
+  std::vector<std::string> lines;
+  for (const Finding& finding : report.findings.All()) {
+    lines.push_back(std::to_string(finding.line) + (finding.severity == Severity::Error ? " error: " : " warning: ") +
+                    finding.text);
+  }
+  return lines;
+}
+
+/// Expects these findings in this order; in an expected text "*" stands for any.
+void ExpectFindings(const Report& report, const std::vector<std::string>& expected, const std::string& document) {
+  const std::vector<std::string> lines = Lines(report);
+  std::string all;
+  for (const std::string& line : lines) all += line + '\n';
+  ASSERT_EQ(lines.size(), expected.size()) << document << '\n' << all;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(fnmatch(expected[i].c_str(), lines[i].c_str(), 0), 0) << document << '\n' << expected[i] << '\n' << all;
+  }
+}
+
+/// Service "s" with good settings in line 2 and the given children from line 3 on.
+std::string Service(const std::string& children) {
+  return Expand("<quilcatConfigs>\n<quilcat name='s'><logRotateSizeKBytes=1><maxCompressdFiles=5>\n" + children +
+                "</quilcat></quilcatConfigs>");
+}
+const std::string kOut = "<outputFilePath=/data/log/s/s>";
+const std::string kNode = "<inputNodeSet><dataPath=/dev/n></inputNodeSet>";
+const std::string kStream = "<quilcatGroup><logStyle=monitor_node>" + kOut + kNode + "</quilcatGroup>";
+/// A polled group in line 3 with its node sets from line 4 on.
+std::string Poll(const std::string& sets) {
+  return "<quilcatGroup><logStyle value='poll_node' interval='5'/>" + kOut + '\n' + sets + "</quilcatGroup>";
+}
+std::string Style(const std::string& attributes, const std::string& inputs = kNode) {
+  return "<quilcatGroup><logStyle " + attributes + "/>" + kOut + '\n' + inputs + "</quilcatGroup>";
+}
+std::string Outputs(const std::vector<std::string>& paths) {
+  std::string groups;
+  for (const std::string& path : paths) {
+    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + '>' + kNode + "</quilcatGroup>\n";
+  }
+  return groups;
+}
+
+TEST(Quilcheck, EachMistakeHasItsLine) {
+  const std::string x256(256, 'x');
+  const struct {
+    std::string children;
+    std::vector<std::string> expected;
+  } kCases[] = {
+      {kStream, {}},
+      {Poll("<inputNodeSet><dataPath=DateTime><title=T><width=23></inputNodeSet>" + kNode), {}},
+      // Names and places.
+      {kStream + "\n<maxCompressedFiles=3>", {"4 error: *did you mean maxCompressdFiles?"}},
+      {kStream + "<outputFilePath=/data/x>", {"3 error: *it belongs in quilcatGroup"}},
+      {kStream + "<interval=5>", {"3 error: *it is an attribute of logStyle"}},
+      {kStream + "<quilcat name='t'/>", {"3 error: *it belongs in the root element"}},
+      {kStream + "<cpuSets>little</cpuSets>", {"3 error: cpuSets without value*", "3 error: text in <cpuSets>*"}},
+      {Style("value='monitor_node' intervall='5'"), {"3 error: *did you mean interval?"}},
+      {"<quilcatGroup interval='5'>" + kStream.substr(14), {"3 error: *it belongs to logStyle"}},
+      {kStream + "<cpuSets=little>\n<cpuSets=little>", {"4 warning: cpuSets again (first in line 3): the last one*"}},
+      // Numbers.
+      {kStream + "<logRotateSizeKBytes=1M>",
+       {"3 error: *takes it for 1; did you mean 1024?", "3 warning: logRotateSizeKBytes again*"}},
+      {kStream + "<syncSeconds=2 min>", {"3 error: *takes it for 2; did you mean 120?"}},
+      {kStream + "<syncSeconds=>", {"3 error: *is not a number: the daemon takes it for 0"}},
+      {kStream + "<syncSeconds=-1>", {"3 error: *is negative: the daemon passes over it"}},
+      {kStream + "<syncSeconds=4294967301>", {"3 error: *is more than 2147483647: the daemon takes it for 5"}},
+      {kStream + "<syncSeconds=2147483648>", {"3 error: *is more than 2147483647: the daemon passes over it"}},
+      {kStream + "<syncSeconds= +07 >", {}},
+      {Style("value='poll_node' interval='0.5'"),
+       {"3 error: *takes it for 0; there are no fractions", "3 warning: *polls without a pause"}},
+      {Style("value='poll_node'"), {"3 warning: *polls without a pause"}},
+      {kStream + "<maxCompressdFiles=0>", {"2 warning: *no log is kept*", "3 warning: *again*"}},
+      {kStream + "<logRotateSizeKBytes=0>", {"2 warning: *until the disk is full", "3 warning: *again*"}},
+      {kStream + "<maxCompressdFiles=1001>", {"2 warning: *takes 1000", "3 warning: *again*"}},
+      // Keywords.
+      {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
+      {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
+      {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
+      // Paths.
+      {Poll("<inputNodeSet><dataPath=datetime></inputNodeSet>"), {"4 error: *did you mean DateTime?"}},
+      {Poll("<inputNodeSet><alterdataPath=></inputNodeSet>"), {"4 error: *is empty*"}},
+      {Poll("<inputNodeSet><dataPath=/d/></inputNodeSet>"), {"4 error: *ends in*"}},
+      {Poll("<inputNodeSet><dataPath=/" + x256 + "></inputNodeSet>"), {"4 error: *is longer than 255 bytes*"}},
+      {Poll("<inputNodeSet><dataPath=/d><title=" + x256 + "></inputNodeSet>"), {"4 warning: *longer than 255 bytes*"}},
+      {Outputs({"log"}), {"3 error: *is not an absolute path*"}},
+      {Outputs({"/data/" + x256.substr(0, 232)}), {"3 error: *more than 231 bytes*"}},
+      {Outputs({"/log/x"}), {"3 warning: *outside /data*"}},
+      // Validity.
+      {"", {"2 error: service \"s\" has no quilcatGroup*idles"}},
+      {"<quilcatGroup><logStyle=monitor_node>" + kNode + "</quilcatGroup>", {"3 error: *without outputFilePath*idles"}},
+      {Style("value='poll-node'"),
+       {"3 error: logStyle*did you mean poll_node?", "3 error: *without a style*", "4 error: *before a style*"}},
+      {"<quilcatGroup>" + kNode + "\n<logStyle=monitor_node>" + kOut + "</quilcatGroup>",
+       {"3 error: *without an inputNodeSet*", "3 error: *comes before the logStyle*"}},
+      {Style("value='monitor_node'", kNode + "<inputCmdSet><command=c></inputCmdSet>"), {"4 error: *does not fit*"}},
+      {Poll("<inputNodeSet><title=T></inputNodeSet>"), {"4 error: *neither dataPath nor alterdataPath*"}},
+      {Style("value='monitor_dir'", "<inputDirSet/>"), {"3 warning: *", "4 error: *without an inputDirPath*"}},
+      {Style("value='poll_cmd'", "<inputCmdSet/>"), {"3 warning: *", "4 error: *whose first command has no text*"}},
+      // What collects nothing, or something else.
+      {Style("value='poll_cmd'", "<inputCmdSet><command=c></inputCmdSet>"),
+       {"2 error: *collects nothing*", "3 warning: *poll_cmd collects nothing*"}},
+      {Style("value='monitor_dir'", "<inputDirSet><inputDirPath=/d/></inputDirSet><inputDirSet/>"),
+       {"2 error: *collects nothing*", "3 warning: *", "4 error: *is the second*"}},
+      {Style("value='monitor_node'", "<inputNodeSet><alterdataPath=/d></inputNodeSet>"),
+       {"4 error: a stream reads dataPath only*"}},
+      {Style("value='monitor_node'", "<inputNodeSet><dataPath=DateTime></inputNodeSet>"), {"4 error: *is no path*"}},
+      {Style("value='monitor_node'", "<inputNodeSet><dataPath=/sys/x></inputNodeSet>"), {"4 warning: *poll_node?"}},
+      // What has no effect.
+      {Style("value='monitor_node' interval='5' failureRetry='3'"),
+       {"3 warning: logStyle interval has no effect*", "3 warning: logStyle failureRetry has no effect*"}},
+      {Style("value='poll_node' interval='5' onWriteFailure='retry'"), {"3 warning: logStyle onWriteFailure has no*"}},
+      {Style("value='monitor_node'", kNode + '\n' + kNode), {"5 warning: *first inputNodeSet only*"}},
+      {Style("value='monitor_node'", "<inputNodeSet><dataPath=/d><width=9></inputNodeSet>"), {"4 warning: width has*"}},
+      {Poll("<inputNodeSet><dataPath=/d><alterdataPath=/e><title=T><titlePath=/t></inputNodeSet>"),
+       {"4 warning: alterdataPath has no effect*", "4 warning: titlePath has no effect*"}},
+      // Columns.
+      {Poll("<inputNodeSet><dataPath=/d><width=8></inputNodeSet>"), {"4 warning: *too narrow for \"Read Fail\"*"}},
+      {Poll("<inputNodeSet><dataPath=DateTime><width=21></inputNodeSet>"), {"4 warning: *too narrow for the date*"}},
+      {Poll("<inputNodeSet><dataPath=/d><title=Temperature><width=10></inputNodeSet>"), {"4 warning: *for the title*"}},
+      {Poll(kNode + "\n<inputNodeSet><dataPath=/d><title=T></inputNodeSet>"), {"4 warning: *without a title before*"}},
+      {Poll("<inputNodeSet><dataPath=/d><title=T></inputNodeSet><inputNodeSet><dataPath=/d><title=U></inputNodeSet>"),
+       {"4 warning: *no width before*"}},
+      // Outputs.
+      {Outputs({"/data/a/log", "/data//a/./log"}), {"4 error: *is that of line 3*"}},
+      {Outputs({"/data/a/log", "/data/b/log", "/data/c/other"}), {}},
+      {Outputs({"/data/a/one", "/data/a/two"}), {}},
+      {Outputs({"/data/a/log", "/data/a/logcat"}),
+       {"3 error: *takes \"/data/a/logcat.I000.20260101-000000.gz\"*line 4*"}},
+      {Outputs({"/data/log/log", "/data/log/abc"}), {"3 error: *takes \"/data/log/abc.I000.20260101-000000.gz\"*"}},
+      {Outputs({"/data/a/x", "/data/a/x.1"}), {"3 error: *\"/data/a/x.1\"*", "4 error: *\"/data/a/x.1\"*"}},
+      {"<writeMode=factory>" + Outputs({"/data/a/x", "/data/a/x.5"}),
+       {"3 error: *takes \"/data/a/x.5\"*", "4 error: *takes \"/data/a/x.5\"*"}},
+      {"<writeMode=factory>" + Outputs({"/data/a/log", "/data/a/logcat"}), {}},
+      {Outputs({"/data/a/x", "/data/a/x/y/z"}), {"4 error: *needs a directory where line 3 has a log"}},
+  };
+  for (const auto& test : kCases) {
+    ExpectFindings(*CheckText(Service(test.children), "s"), test.expected, test.children);
+  }
+}
+
+TEST(Quilcheck, WholeFiles) {
+  const std::string open = "<quilcatConfigs>\n", close = "\n</quilcatConfigs>";
+  const struct {
+    std::string document, service;
+    std::vector<std::string> expected;
+  } kCases[] = {
+      {open + "<quilcat></a>", "", {"2 error: not well-formed: Opening and ending tag*", "2 error: *Premature end*"}},
+      {"", "", {"1 error: not well-formed: *"}},
+      {"<quilcat name='s'/>",
+       "s",
+       {"1 warning: the root element's*", "1 warning: the root*", "1 error: no service*around <quilcat>?"}},
+      {open + "<quilcat/>" + close, "s", {"1 error: no service in*", "2 error: quilcat without*"}},
+      {open + "<quilcat name='st'>" + Expand(kStream) + "</quilcat>" + close, "s", {"1 error: *did you mean st?"}},
+      {open + "&x;<?x?><!-- -->" + close, "", {"2 error: not well-formed: Entity 'x' not defined*"}},
+      {"<!DOCTYPE c [<!ENTITY x '<quilcat/>'>]>" + open + "&x;<quilcat name=''/>" + close,
+       "s",
+       {"1 error: no service*", "2 error: entity x*", "2 error: *is empty: nothing can be*"}},
+      {Service(kStream), "", {"1 warning: no service kmsglogcat*", "1 warning: no service chargelogcat*"}},
+  };
+  for (const auto& test : kCases) {
+    ExpectFindings(*CheckText(test.document, test.service), test.expected, test.document);
+  }
+  // The second service of a name is never read; one service's clean-up may take another's files.
+  const auto group = [](const char* name, const char* path) {
+    return Expand("<quilcat name='" + std::string(name) + "'><logRotateSizeKBytes=1><maxCompressdFiles=5>" +
+                  Outputs({path}) + "</quilcat>");
+  };
+  const std::string two = open + group("s", "/data/a/log") + group("t", "/data/a/log2") + "<quilcat name='s'/>" + close;
+  ExpectFindings(*CheckText(two, "t"), {"2 error: the clean-up*"}, two);
+  ExpectFindings(*CheckText(two, "s"), {"2 error: the clean-up*", "4 error: service \"s\" again*"}, two);
+  std::string late = open + std::string(70000, '\n') + "<quilcat name='s'>\n<oops/>\n</quilcat>" + close;
+  ExpectFindings(*CheckText(late, "s"), {"7000? warning: *", "7000? warning: *", "7000? error: *", "7000? error: *"},
+                 "");
+}
+
+/// A schema in this process.
+class Schema {
+ public:
+  Schema() : parser(xmlSchemaNewParserCtxt(Beside("quilcat_config.xsd").c_str())), schema(xmlSchemaParse(parser)) {}
+  ~Schema() {
+    xmlSchemaFree(schema);
+    xmlSchemaFreeParserCtxt(parser);
+  }
+  bool Accepts(xmlDoc* document) const {
+    xmlSchemaValidCtxt* context = xmlSchemaNewValidCtxt(schema);
+    xmlSchemaSetValidErrors(context, nullptr, nullptr, nullptr);
+    const int result = xmlSchemaValidateDoc(context, document);
+    xmlSchemaFreeValidCtxt(context);
+    return result == 0;
+  }
+
+ private:
+  xmlSchemaParserCtxt* const parser;
+  xmlSchema* const schema;
+};
+
+/// Makes documents; with `wrong` above 0 each choice goes wrong that often in a thousand.
+class Generator {
+ public:
+  Generator(unsigned seed, int perThousand) : random(seed), wrong(perThousand) {}
+
+  std::string Document() {
+    std::string text;
+    for (int i = Number(1, 2); i > 0; --i) text += Tag("quilcat", "name", i == 1 ? "s" : "t", Settings() + Groups());
+    return std::string(Wrong() ? "<quilcatConfigs a=''>" : "<quilcatConfigs>") + text + "</quilcatConfigs>";
+  }
+
+ private:
+  int Number(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }
+  bool Wrong() { return Number(0, 999) < wrong; }
+  template <typename Texts>
+  std::string Pick(const Texts& texts) {
+    return texts[static_cast<size_t>(Number(0, static_cast<int>(std::size(texts)) - 1))];
+  }
+
+  std::string Value(const std::string& right) {
+    static const std::vector<std::string> kValues = {"",
+                                                     "0",
+                                                     "5",
+                                                     "-5",
+                                                     "+7x",
+                                                     " 12 ",
+                                                     "0x10",
+                                                     "2147483648",
+                                                     "99999999999999999999",
+                                                     "/d/",
+                                                     "d",
+                                                     "/d&#10;e",
+                                                     "1M",
+                                                     "mmap",
+                                                     "poll_cmd",
+                                                     "monitor_node",
+                                                     std::string(256, '/'),
+                                                     "DateTime",
+                                                     "&lt;",
+                                                     "\xc3\xa4",
+                                                     "&#9;1",
+                                                     "little",
+                                                     "/data/log/o1/o",
+                                                     "retry",
+                                                     "s"};
+    return Wrong() ? Pick(kValues) : right;
+  }
+  std::string Tag(std::string name, const std::string& attribute, const std::string& value,
+                  const std::string& children = "") {
+    static constexpr const char* kNames[] = {"quilcat",      "quilcatGroup", "logStyle",      "outputFilePath",
+                                             "inputNodeSet", "dataPath",     "alterdataPath", "inputDirSet",
+                                             "inputDirPath", "inputCmdSet",  "command",       "width",
+                                             "title",        "writeMode",    "cpuSets",       "other"};
+    static constexpr const char* kBetween[] = {"text", "<!-- c -->", "<![CDATA[x]]>", "<?p?>", "<other/>"};
+    if (Wrong()) return "";
+    if (Wrong()) name = Pick(kNames);
+    std::string text = Wrong() ? Pick(kBetween) : "";
+    text += '<' + name;
+    if (!attribute.empty() && !Wrong()) text += ' ' + attribute + "='" + Value(value) + '\'';
+    if (Wrong()) text += " failureRetry='" + Value("3") + '\'';
+    if (Wrong()) text += " xmlns='urn:x'";
+    text += '>' + children + "</" + name + '>';
+    return Wrong() ? text + text : text;
+  }
+  std::string Settings() {
+    std::string text = Tag("logRotateSizeKBytes", "value", std::to_string(Number(1, 4096)));
+    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 1000)));
+    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little");
+    if (Number(0, 1) == 0) text += Tag("writeMode", "value", Number(0, 1) == 0 ? "mmap" : "factory");
+    return text;
+  }
+  std::string NodeSet(bool polls) {
+    std::string path = "/dev/n" + std::to_string(Number(0, 9));
+    if (polls && Number(0, 3) == 0) path = Number(0, 1) == 0 ? "DateTime" : "CurrentTime";
+    std::string text = Tag(polls && Number(0, 3) == 0 ? "alterdataPath" : "dataPath", "value",
+                           path[0] == '/' || !polls ? path : "/dev/m");
+    if (polls) text += Tag("title", "value", "T") + Tag("width", "value", std::to_string(Number(22, 40)));
+    return Tag("inputNodeSet", "", "", text);
+  }
+  std::string Group(bool collects) {
+    static constexpr const char* kStyles[] = {"monitor_node", "poll_node",   "monitor_node",
+                                              "poll_node",    "monitor_dir", "poll_cmd"};
+    const int number = Number(0, collects ? 3 : 5);
+    const bool polls = number % 2 == 1 && number < 4;
+    const std::string style = kStyles[number];
+    std::vector<std::string> parts = {
+        Tag("logStyle", polls ? "value='poll_node' interval" : "value", polls ? "5" : style)};
+    parts.push_back(Tag("outputFilePath", "value", "/data/log/o" + std::to_string(outputs++) + "/o"));
+    for (int i = polls ? Number(1, 3) : 1; i > 0; --i) {
+      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "", Tag("inputDirPath", "value", "/d"))
+                      : style == "poll_cmd"  ? Tag("inputCmdSet", "", "", Tag("command", "value", "c"))
+                                             : NodeSet(polls));
+    }
+    if (Wrong()) std::shuffle(parts.begin(), parts.end(), random);
+    std::string text;
+    for (const std::string& part : parts) text += part + '\n';
+    return Tag("quilcatGroup", "", "", text);
+  }
+  std::string Groups() {
+    std::string text;
+    const int count = Number(1, 3);
+    for (int i = 0; i < count; ++i) text += Group(i == 0);
+    return text;
+  }
+
+  std::mt19937 random;
+  const int wrong;
+  int outputs = 0;
+};
+
+TEST(Quilcheck, AgreesWithTheDaemonAndWithTheSchema) {
+  const Schema schema;
+  int invalid = 0, refused = 0;
+  const int documents = Device::Rounds(3000);
+  for (int seed = 0; seed < documents; ++seed) {
+    const int perThousand = seed % 3 * 10;
+    const std::string document = Generator(static_cast<unsigned>(seed), perThousand).Document();
+    const std::unique_ptr<Report> report = CheckText(document, "s");
+    QuilCommon::QuilcatInfo_t info{};
+    int result = -1;
+    Device::StandardErrorOf([&] { result = QuilConfig::parse_config_file("s", &info); });
+    QuilConfig::free_config_file(&info);
+
+    const std::vector<std::string> lines = Lines(*report);
+    const bool saysInvalid = std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.find("process") != std::string::npos && line.find("idles") != std::string::npos;
+    });
+    ASSERT_EQ(saysInvalid, result != 0) << document;
+    ASSERT_EQ(report->services.empty() || !report->services[0].valid, result != 0) << document;
+    const bool accepted = schema.Accepts(report->document.get());
+    ASSERT_TRUE(accepted || !CheckText(document, "")->findings.All().empty()) << document;
+    if (perThousand == 0) {
+      ASSERT_TRUE(accepted && report->findings.Count(Severity::Error) == 0) << document << '\n'
+                                                                            << testing::PrintToString(lines);
+    }
+    invalid += result != 0;
+    refused += !accepted;
+  }
+  EXPECT_GT(invalid, documents / 20);
+  EXPECT_GT(refused, documents / 5);
+}
+
+TEST(Quilcheck, ClashesAreThoseOfTheCleanUp) {
+  const std::string directory = "/data/log/";
+  const std::vector<std::string> bases = {"a",     "b",     "ab",    "log",  "cat",  "log2",
+                                          "log.1", "log.4", "log.5", "data", "a.gz", "xa.gz"};
+  int clashes = 0;
+  for (const std::string& base : bases) {
+    for (const std::string& other : bases) {
+      if (base == other) continue;
+      const std::string output = directory + base, victim = directory + other;
+      std::filesystem::remove_all(directory);
+      const std::string indexed = victim + ".I000.20260101-000000.gz";
+      WriteFile(indexed, "");
+      std::filesystem::create_symlink(indexed, victim);
+      std::filesystem::create_symlink(indexed, victim + ".1");
+      IndexedFiles files(output);
+      EXPECT_TRUE(files.formFileVectors());
+      std::vector<std::string> taken = {output, output + ".1"};  // the links
+      for (const auto& more : {files.paths(), files.otherCompressedFiles(), files.oldStyleNames()}) {
+        taken.insert(taken.end(), more.begin(), more.end());
+      }
+      const bool clash = std::any_of(taken.begin(), taken.end(), [](const std::string& path) {
+        return std::filesystem::is_symlink(path) || std::filesystem::exists(path);
+      });
+      const std::vector<std::string> lines = Lines(*CheckText(Service(Outputs({output, victim})), "s"));
+      EXPECT_EQ(!lines.empty() && lines[0].find("3 error: the clean-up") == 0, clash) << output << ' ' << victim;
+      clashes += clash;
+    }
+  }
+  EXPECT_GT(clashes, 20);
+}
+
+TEST(Quilcheck, SampleAndOutlineHaveNoError) {
+  const std::string outline = Expand(
+      "<quilcatConfigs><quilcat name='kmsglogcat'><logRotateSizeKBytes=4096><maxCompressdFiles=25><writeMode=mmap>"
+      "<quilcatGroup><logStyle=monitor_node><outputFilePath=/data/log/android_logs/kmsgcat-log><inputNodeSet>"
+      "<dataPath=/proc/kmsg></inputNodeSet></quilcatGroup></quilcat><quilcat name='chargelogcat'>"
+      "<logRotateSizeKBytes=4096><maxCompressdFiles=20><cpuSets=little><quilcatGroup>"
+      "<logStyle value='poll_node' interval='5' failureRetry='0'/><outputFilePath=/data/log/charge-log/charge-log>"
+      "<inputNodeSet><dataPath=DateTime><title=Time><width=23></inputNodeSet><inputNodeSet>"
+      "<dataPath=/sys/class/kq_power/coul/coul_data/gaugelog><titlePath=/sys/class/kq_power/coul/coul_data/"
+      "gaugelog_head>"
+      "</inputNodeSet><inputNodeSet><dataPath=/sys/class/kq_power/charger/charge_data/chargelog>"
+      "<titlePath=/sys/class/kq_power/charger/charge_data/chargelog_head></inputNodeSet></quilcatGroup></quilcat>"
+      "</quilcatConfigs>");
+  const std::unique_ptr<Report> report = CheckText(outline, "");
+  ExpectFindings(*report, {}, outline);
+  EXPECT_TRUE(Schema().Accepts(report->document.get()));
+  const std::unique_ptr<Report> sample = CheckText(Device::ReadFile(Beside("quilcat_config.xml")), "");
+  EXPECT_EQ(sample->findings.Count(Severity::Error), 0);
+  EXPECT_TRUE(Schema().Accepts(sample->document.get()));
+}
+
+TEST(Quilcheck, RootIsLookedUp) {
+  std::filesystem::create_directories("/data/root/data/log/s/s");
+  std::filesystem::create_directories("/data/root/dev");
+  WriteFile("/data/root/dev/n", "");
+  WriteFile("/data/root/data/file", "");
+  std::filesystem::create_symlink("/data", "/data/root/link");  // the image's own, not this machine's
+  ExpectFindings(*CheckText(Service(kStream), "s", "/data/root"),
+                 {"3 warning: *is a directory; did you mean a file in it?", "3 warning: *is a regular file: streamed*"},
+                 "");
+  ExpectFindings(*CheckText(Service(Outputs({"/data/file/a/b"})), "s", "/data/root"),
+                 {"3 warning: *\"/data/file\" is not a directory*", "3 warning: *regular file*"}, "");
+  ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/file></inputNodeSet>\n<inputNodeSet>"
+                                         "<alterdataPath=/link/log><alterdataPath=/none></inputNodeSet>")),
+                            "s", "/data/root"),
+                 {"3 warning: *is a directory; did*", "5 warning: *is a directory*", "5 warning: *does not exist*"},
+                 "");
+}
+
+/// What the checker prints in a shell, then its status.
+std::string Shell(const std::string& arguments, const std::string& before = "") {
+  FILE* pipe = popen((before + Beside("quilcheck") + ' ' + arguments + " 2>&1; echo status $?").c_str(), "r");
+  std::string text;
+  for (int letter; (letter = fgetc(pipe)) != EOF;) text += static_cast<char>(letter);
+  pclose(pipe);
+  return text;
+}
+
+TEST(Quilcheck, OptionsAndStatus) {
+  EXPECT_EQ(Shell(""), "quilcheck: there is no configuration file: the daemon has its built-in services\nstatus 2\n");
+  WriteFile(kConfig, Service("<writeMode=mmap>" + kStream));
+  const std::string usual = Shell("");
+  EXPECT_NE(usual.find("/quilcat_config.xml:1: warning: no service kmsglogcat in this file"), std::string::npos)
+      << usual;
+  EXPECT_NE(usual.find("write mode    mmap: as writeMode says\n"), std::string::npos) << usual;
+  EXPECT_NE(usual.find("most disk     5 KiB for each output: 5 x 1 KiB of text"), std::string::npos) << usual;
+  EXPECT_EQ(usual.substr(usual.size() - 9), "status 0\n");
+  EXPECT_EQ(Shell("-q -s s"), "status 0\n");
+  EXPECT_NE(Shell("-q -W").find("status 1"), std::string::npos);
+  EXPECT_NE(Shell("-s s -p ro.runmode=factory").find("factory: ro.runmode is factory"), std::string::npos);
+  Device::SetProperty("ro.build.type", "eng");
+  EXPECT_NE(Shell("-s s").find("factory: ro.build.type is eng"), std::string::npos);
+  EXPECT_NE(Shell("-s s -p ro.build.version.vexa=1").find("mmap: as writeMode says"), std::string::npos);
+  EXPECT_EQ(Shell("-q -s s -o json"),
+            "{\n\"file\": \"/system/etc/quilcat_config.xml\",\n\"errors\": 0,\n\"warnings\": 0,\n"
+            "\"findings\": []\n}\nstatus 0\n");
+  for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none"}) {
+    EXPECT_NE(Shell(wrong).find("status 2\n"), std::string::npos) << wrong;
+  }
+}
+
+TEST(Quilcheck, HostileFilesAreRefusedSoon) {
+  const auto repeat = [](int count, const std::string& text) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  std::string laughs = "<!DOCTYPE c [<!ENTITY e0 'ha'>";
+  for (int i = 1; i < 30; ++i) {
+    const std::string before = "&e" + std::to_string(i - 1) + ';';
+    laughs += "<!ENTITY e" + std::to_string(i) + " '" + before + before + "'>";
+  }
+  const std::string documents[] = {
+      laughs + "]><c><quilcat name='&e29;'/></c>",
+      "<!DOCTYPE c [<!ENTITY a '" + std::string(60000, 'x') + "'>]><c><quilcat name='" + repeat(20000, "&a;") +
+          "'/></c>",
+      repeat(100000, "<c>"),
+      repeat(20000, "<c>") + repeat(10000, "</c>"),
+      "<c>" + repeat(20000, "<a/>") + "</c>",
+      "<c>" + repeat(5, "<quilcat name='s'>" + repeat(600, "<quilcatGroup/>") + "</quilcat>") + "</c>",
+  };
+  const std::string limit = Device::Sanitized() ? "" : "ulimit -v 100000; ";
+  for (const std::string& document : documents) {
+    WriteFile(kConfig, document);
+    const auto start = std::chrono::steady_clock::now();
+    const std::string said = Shell("", limit);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(Device::Sanitized() ? 20 : 2));
+    EXPECT_TRUE(said.find("error:") != std::string::npos || said.find("quilcheck: ") != std::string::npos)
+        << document.substr(0, 100) << said.substr(0, 500);
+  }
+  std::filesystem::resize_file(kConfig, 100'000'000);
+  EXPECT_EQ(Shell(""), "quilcheck: " + std::string(kConfig) + ": larger than 128 KiB: not a configuration\nstatus 2\n");
+}
+
+}  // namespace

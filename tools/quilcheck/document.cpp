@@ -1,0 +1,182 @@
+#include "quilcheck/document.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <libxml/parser.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Quilcheck {
+
+namespace {
+
+// Some thirty times the sample. With it nothing takes long, not even what compares each with each.
+constexpr size_t kLargestFile = 128 * 1024;
+constexpr long kMostEntityText = 1024 * 1024;
+constexpr int kDeepestEntity = 64;
+
+const char* Plain(const xmlChar* text) {
+  return reinterpret_cast<const char*>(text);
+}
+
+/// Reads all of a regular file.
+bool ReadFile(int fd, std::string* text, std::string* reason) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) {
+    *reason = strerror(errno);
+    return false;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    *reason = "not a regular file";
+    return false;
+  }
+  text->resize(kLargestFile + 1);
+  size_t length = 0;
+  ssize_t count = 0;
+  while (length < text->size() && (count = read(fd, text->data() + length, text->size() - length)) > 0) {
+    length += static_cast<size_t>(count);
+  }
+  if (count < 0) {
+    *reason = strerror(errno);
+    return false;
+  }
+  text->resize(length);
+  if (length > kLargestFile) {
+    *reason = "larger than 128 KiB: not a configuration";
+    return false;
+  }
+  return true;
+}
+
+bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
+  // A fifo must not hold up the open.
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    *reason = strerror(errno);
+    return false;
+  }
+  const bool read = ReadFile(fd, text, reason);
+  close(fd);
+  return read;
+}
+
+#if LIBXML_VERSION >= 21200
+using ParserError = const xmlError;
+#else
+using ParserError = xmlError;
+#endif
+
+void TakeParserError(void* context, ParserError* error) {
+  std::string text = error->message != nullptr ? error->message : "not well-formed";
+  while (!text.empty() && text.back() == '\n') {
+    text.pop_back();
+  }
+  auto* findings = static_cast<Findings*>(context);
+  if (error->level == XML_ERR_FATAL) {
+    findings->Error(error->line, "not well-formed: " + text + ": a process that needs this file idles");
+  } else {
+    findings->Warning(error->line, text);
+  }
+}
+
+xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findings) {
+  xmlParserCtxt* context = xmlNewParserCtxt();
+  if (context == nullptr) {
+    return nullptr;
+  }
+  xmlSetStructuredErrorFunc(findings, TakeParserError);
+  xmlDoc* document = xmlCtxtReadMemory(context, text.data(), static_cast<int>(text.size()), path.c_str(), nullptr,
+                                       XML_PARSE_NONET | XML_PARSE_BIG_LINES);
+  xmlSetStructuredErrorFunc(nullptr, nullptr);
+  xmlFreeParserCtxt(context);
+  return document;
+}
+
+/// Takes what an attribute's text comes to, entities in full, off `*budget`. libxml2 bounds what entities come to
+/// inside each other, not what they come to one after another.
+void SpendText(xmlDoc* document, const xmlNode* node, int depth, long* budget) {
+  for (; node != nullptr && *budget > 0; node = node->next) {
+    if (node->type == XML_ENTITY_REF_NODE) {
+      const xmlEntity* entity = xmlGetDocEntity(document, node->name);
+      *budget -= depth < kDeepestEntity ? 1 : kMostEntityText;
+      SpendText(document, entity != nullptr ? entity->children : nullptr, depth + 1, budget);
+    } else if (node->content != nullptr) {
+      *budget -= static_cast<long>(strlen(Plain(node->content)));
+    }
+  }
+}
+
+/// The next node in document order, without recursion; entities are not entered.
+xmlNode* Next(xmlNode* node) {
+  if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+    return node->children;
+  }
+  while (node != nullptr && node->next == nullptr) {
+    node = node->parent;
+  }
+  return node != nullptr ? node->next : nullptr;
+}
+
+bool TextIsBounded(xmlDoc* document) {
+  long budget = kMostEntityText;
+  for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = Next(node)) {
+    if (node->type != XML_ELEMENT_NODE) {
+      continue;
+    }
+    for (const xmlAttr* attribute = node->properties; attribute != nullptr; attribute = attribute->next) {
+      SpendText(document, attribute->children, 0, &budget);
+    }
+  }
+  return budget > 0;
+}
+
+}  // namespace
+
+bool Document::Load(const std::string& path, Findings* findings, std::string* reason) {
+  std::string text;
+  if (!ReadPath(path, &text, reason)) {
+    return false;
+  }
+  document = Parse(text, path, findings);
+  if (document != nullptr && !TextIsBounded(document)) {
+    *reason = "its entities stand for more than 1 MiB of text";
+    return false;
+  }
+  if (document == nullptr && findings->All().empty()) {
+    findings->Error(1, "not well-formed: a process that needs this file idles");
+  }
+  return true;
+}
+
+int LineOf(const xmlNode* node) {
+  return static_cast<int>(xmlGetLineNo(node));
+}
+
+std::string NameOf(const xmlNode* node) {
+  return Plain(node->name);
+}
+
+bool IsElement(const xmlNode* node, const char* name) {
+  return node->type == XML_ELEMENT_NODE && strcmp(Plain(node->name), name) == 0;
+}
+
+std::optional<std::string> AttributeOf(const xmlNode* element, const char* name) {
+  xmlChar* text = xmlGetProp(element, reinterpret_cast<const xmlChar*>(name));
+  if (text == nullptr) {
+    return std::nullopt;
+  }
+  std::string copy = Plain(text);
+  xmlFree(text);
+  return copy;
+}
+
+xmlNode* ChildOf(const xmlNode* element, const char* name) {
+  xmlNode* child = element->children;
+  while (child != nullptr && !IsElement(child, name)) {
+    child = child->next;
+  }
+  return child;
+}
+
+}  // namespace Quilcheck

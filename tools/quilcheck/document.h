@@ -1,0 +1,45 @@
+#ifndef QUILCAT_TOOLS_QUILCHECK_DOCUMENT_H_
+#define QUILCAT_TOOLS_QUILCHECK_DOCUMENT_H_
+
+#include <libxml/tree.h>
+
+#include <optional>
+#include <string>
+
+#include "quilcheck/findings.h"
+
+namespace Quilcheck {
+
+/// A configuration file as libxml2 sees it: parsed with the options that xmlParseFile has, and nothing loaded beside
+/// it.
+class Document {
+ public:
+  /// Reads and parses `path`. A file that is not well-formed gives findings and no root. False, with `*reason`: the
+  /// file cannot be read, or it is nothing that anybody would give to the daemon (no regular file, above 128 KiB,
+  /// entities that stand for more than 1 MiB of text).
+  bool Load(const std::string& path, Findings* findings, std::string* reason);
+
+  Document() = default;
+  ~Document() { xmlFreeDoc(document); }
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+
+  xmlDoc* get() const { return document; }
+  /// The root element; null when there is no document.
+  xmlNode* Root() const { return document != nullptr ? xmlDocGetRootElement(document) : nullptr; }
+
+ private:
+  xmlDoc* document = nullptr;
+};
+
+int LineOf(const xmlNode* node);
+std::string NameOf(const xmlNode* node);
+bool IsElement(const xmlNode* node, const char* name);
+/// The text of an attribute as the daemon's reader gets it; nothing when the element does not have it.
+std::optional<std::string> AttributeOf(const xmlNode* element, const char* name);
+/// The first child element of that name; null when there is none.
+xmlNode* ChildOf(const xmlNode* element, const char* name);
+
+}  // namespace Quilcheck
+
+#endif  // QUILCAT_TOOLS_QUILCHECK_DOCUMENT_H_

@@ -1,0 +1,63 @@
+#ifndef QUILCAT_TOOLS_QUILCHECK_GRAMMAR_H_
+#define QUILCAT_TOOLS_QUILCHECK_GRAMMAR_H_
+
+#include <string>
+#include <vector>
+
+namespace Quilcheck {
+
+/// What an attribute's text stands for.
+enum class Kind {
+  Name,       ///< of a service
+  Number,     ///< whole, 0 to the largest int
+  Kilobytes,  ///< such a number of KiB
+  Seconds,    ///< such a number of seconds
+  Keyword,
+  Output,     ///< path of a log
+  Node,       ///< path of a node
+  Column,     ///< path of a node, or a word that stands for the time
+  Directory,  ///< path of a directory
+  Text,
+};
+
+/// Which of several elements of one name below one parent has an effect.
+enum class Repeat { All, First, Last };
+
+struct AttributeRule {
+  const char* name;  ///< null behind the last
+  Kind kind;
+  bool required;
+  const char* keywords;  ///< with blanks between them
+};
+
+struct ElementRule {
+  const char* parent;
+  const char* name;
+  Repeat repeat;
+  AttributeRule attributes[5];
+};
+
+/// The name that rules have for the root element, which may be called anything.
+constexpr char kRoot[] = "";
+/// What the root element is called in the sample and in the schema.
+constexpr char kUsualRoot[] = "quilcatConfigs";
+
+/// The rule of element `name` below `parent`; null when it does not belong there.
+const ElementRule* FindRule(const std::string& parent, const std::string& name);
+/// The rule of attribute `name`; null when the element has none.
+const AttributeRule* FindAttribute(const ElementRule& element, const std::string& name);
+
+/// Says where element `name`, which does not belong below `parent`, would belong, or what it was probably meant to be:
+/// "; it belongs in quilcatGroup", "; did you mean title?"; empty when nothing is close.
+std::string HintForElement(const std::string& parent, const std::string& name);
+/// The same for an attribute that `element` does not have.
+std::string HintForAttribute(const ElementRule& element, const std::string& name);
+/// "; did you mean NAME?" with the name of `names` that is closest to `text`; empty when none is close.
+std::string HintAmong(const std::vector<std::string>& names, const std::string& text);
+
+/// The words of a text with blanks between them.
+std::vector<std::string> Words(const char* text);
+
+}  // namespace Quilcheck
+
+#endif  // QUILCAT_TOOLS_QUILCHECK_GRAMMAR_H_

@@ -1,0 +1,292 @@
+// What the daemon makes of a service and its groups.
+
+#include "config/records.h"
+#include "quilcheck/document.h"
+#include "quilcheck/rules.h"
+
+using namespace QuilCommon;
+
+namespace Quilcheck {
+
+namespace {
+
+constexpr size_t kMostFiles = 1000;
+constexpr size_t kFailureText = sizeof "Read Fail" - 1;
+constexpr size_t kDateText = 22;
+constexpr char kCosts[] = ": the service is invalid and its process idles";
+
+std::string Text(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+bool HasAttribute(const xmlNode* element, const char* name) {
+  return element != nullptr && AttributeOf(element, name).has_value();
+}
+
+int LineOfChild(const xmlNode* element, const char* name) {
+  const xmlNode* child = ChildOf(element, name);
+  return LineOf(child != nullptr ? child : element);
+}
+
+/// What a group needs and does not have; null when nothing is missing.
+const char* MissingInput(const GroupReading& group) {
+  const bool isEmpty = group.record->input == nullptr;
+  switch (InputKindOf(group.record->style)) {
+    case INPUT_NONE:
+      return "a style (logStyle value)";
+    case INPUT_NODE_SETS:
+      return isEmpty ? "an inputNodeSet" : nullptr;
+    case INPUT_DIRECTORY:
+      return isEmpty ? "an inputDirSet" : nullptr;
+    case INPUT_COMMANDS:
+      return isEmpty ? "an inputCmdSet" : nullptr;
+  }
+  return nullptr;
+}
+
+/// Checks one service; its methods are the rules.
+class ServiceRules {
+ public:
+  ServiceRules(const ServiceReading& reading, Findings* list) : service(reading), findings(list) {}
+
+  void CheckSettings() const;
+  void CheckGroups() const;
+
+ private:
+  void CheckGroup(const GroupReading& group) const;
+  void CheckValidity(const GroupReading& group) const;
+  void CheckInputs(const GroupReading& group) const;
+  void CheckDropped(const GroupReading& group) const;
+  void CheckOutput(const GroupReading& group) const;
+  void CheckStyle(const GroupReading& group) const;
+  void CheckStream(const GroupReading& group) const;
+  void CheckPoll(const GroupReading& group) const;
+  void CheckWidth(const NodeSetReading& set) const;
+  void CheckHeadings(const GroupReading& group) const;
+  void WithoutEffect(const xmlNode* element, const char* name, const std::string& why) const;
+
+  const ServiceReading& service;
+  Findings* const findings;
+};
+
+void ServiceRules::CheckSettings() const {
+  const int line = LineOf(service.element);
+  if (service.record->rotate_size_kbytes == 0) {
+    findings->Warning(LineOfChild(service.element, "logRotateSizeKBytes"),
+                      "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
+  }
+  const size_t files = service.record->maxCompressdFiles;
+  if (files == 0) {
+    findings->Warning(LineOfChild(service.element, "maxCompressdFiles"),
+                      "maxCompressdFiles is 0 or missing: no log is kept at a rotation");
+  } else if (files > kMostFiles) {
+    findings->Warning(LineOfChild(service.element, "maxCompressdFiles"),
+                      "maxCompressdFiles is above 1000: the daemon takes 1000");
+  }
+  if (service.record->cpu_set == CPU_SET_BIG) {
+    findings->Warning(LineOfChild(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
+  }
+  if (service.groups.empty()) {
+    findings->Error(line, "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
+  }
+}
+
+void ServiceRules::CheckGroups() const {
+  bool collects = false;
+  for (const GroupReading& group : service.groups) {
+    CheckGroup(group);
+    collects = collects || group.Streams() || group.Polls();
+  }
+  if (service.valid && !collects) {
+    findings->Error(LineOf(service.element), "service " + Quoted(service.name) +
+                                                 " collects nothing: of its styles neither streams nor polls a node");
+  }
+}
+
+void ServiceRules::CheckGroup(const GroupReading& group) const {
+  CheckValidity(group);
+  CheckInputs(group);
+  CheckDropped(group);
+  CheckOutput(group);
+  CheckStyle(group);
+  if (group.Streams()) {
+    CheckStream(group);
+  } else if (group.Polls()) {
+    CheckPoll(group);
+  }
+}
+
+void ServiceRules::CheckValidity(const GroupReading& group) const {
+  const int line = LineOf(group.element);
+  if (group.record->output_file_path == nullptr) {
+    findings->Error(line, std::string("group without outputFilePath") + kCosts);
+  }
+  const char* missing = MissingInput(group);
+  if (missing != nullptr) {
+    findings->Error(line, std::string("group without ") + missing + kCosts);
+  }
+}
+
+void ServiceRules::CheckInputs(const GroupReading& group) const {
+  for (const NodeSetReading& set : group.nodeSets) {
+    if (set.record->data_path == nullptr && set.record->alter_data_path == nullptr) {
+      findings->Error(LineOf(set.element),
+                      std::string("inputNodeSet with neither dataPath nor alterdataPath") + kCosts);
+    }
+  }
+  for (const TextReading& text : group.texts) {
+    if (text.record->str == nullptr) {
+      const bool isDirectory = group.record->style == STYLE_MONITOR_DIR;
+      findings->Error(LineOf(text.element), std::string(isDirectory ? "inputDirSet without an inputDirPath"
+                                                                    : "inputCmdSet whose first command has no text") +
+                                                kCosts);
+    }
+  }
+}
+
+void ServiceRules::CheckDropped(const GroupReading& group) const {
+  for (const DroppedInput& input : group.dropped) {
+    const std::string name = NameOf(input.element);
+    std::string why = " does not fit the style of its group";
+    if (input.isEarly) {
+      why = " comes before the logStyle of its group";
+    } else if (input.style == STYLE_NONE) {
+      why = " comes before a style that the daemon knows";
+    } else if (input.style == STYLE_MONITOR_DIR && name == "inputDirSet") {
+      why = " is the second of its group";
+    }
+    findings->Error(LineOf(input.element), name + why + ": the daemon passes over it");
+  }
+}
+
+void ServiceRules::CheckOutput(const GroupReading& group) const {
+  const std::string output = group.Output();
+  if (!output.empty() && output.front() == '/' && output.rfind("/data/", 0) != 0) {
+    findings->Warning(LineOf(group.output), "outputFilePath " + Quoted(output) +
+                                                " is outside /data: other partitions are read-only or small");
+  }
+}
+
+void ServiceRules::CheckStyle(const GroupReading& group) const {
+  if (group.record->style == STYLE_MONITOR_DIR || group.record->style == STYLE_POLL_CMD) {
+    findings->Warning(LineOf(group.style), "a group of style " + AttributeOf(group.style, "value").value_or("?") +
+                                               " collects nothing: its log stays empty");
+  }
+  if (!group.Polls()) {
+    WithoutEffect(group.style, "interval", "only poll_node has one");
+  }
+  if (!group.Streams()) {
+    WithoutEffect(group.style, "onWriteFailure", "only monitor_node keeps what was refused");
+  }
+  const bool isShell =
+      group.Streams() && !group.nodeSets.empty() && Text(group.nodeSets.front().record->data_path) == "/dev/cshell_log";
+  if (!group.Polls() && !isShell) {
+    WithoutEffect(group.style, "failureRetry", "a stream ends at its first failed read");
+  }
+}
+
+void ServiceRules::WithoutEffect(const xmlNode* element, const char* name, const std::string& why) const {
+  if (HasAttribute(element, name)) {
+    findings->Warning(LineOf(element), NameOf(element) + ' ' + name + " has no effect: " + why);
+  }
+}
+
+void ServiceRules::CheckStream(const GroupReading& group) const {
+  if (group.nodeSets.empty()) {
+    return;
+  }
+  const NodeSetReading& first = group.nodeSets.front();
+  const std::string path = Text(first.record->data_path);
+  if (first.record->data_path == nullptr && first.record->alter_data_path != nullptr) {
+    findings->Error(LineOf(first.element),
+                    "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
+  }
+  if (IsTimeColumn(path)) {
+    findings->Error(LineOfChild(first.element, "dataPath"),
+                    "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
+  }
+  const bool isTrace = path.rfind("/sys/kernel/debug/", 0) == 0 || path.rfind("/sys/kernel/tracing/", 0) == 0;
+  if (path.rfind("/sys/", 0) == 0 && !isTrace) {
+    findings->Warning(LineOfChild(first.element, "dataPath"),
+                      "a value in /sys has an end: streamed, it is read again and again without a pause; did you mean "
+                      "poll_node?");
+  }
+  for (size_t i = 1; i < group.nodeSets.size(); ++i) {
+    findings->Warning(LineOf(group.nodeSets[i].element),
+                      "a stream reads its group's first inputNodeSet only: this one has no effect");
+  }
+  for (const char* name : {"titlePath", "title", "width", "alterdataPath"}) {
+    const xmlNode* child = ChildOf(first.element, name);
+    if (child != nullptr && first.record->data_path != nullptr) {
+      findings->Warning(LineOf(child), std::string(name) + " has no effect: a stream has no columns");
+    }
+  }
+}
+
+void ServiceRules::CheckPoll(const GroupReading& group) const {
+  if (group.record->polling_interval == 0) {
+    findings->Warning(LineOf(group.style), "logStyle interval is 0 or missing: the daemon polls without a pause");
+  }
+  for (const NodeSetReading& set : group.nodeSets) {
+    if (set.record->data_path != nullptr && set.record->alter_data_path != nullptr) {
+      findings->Warning(LineOfChild(set.element, "alterdataPath"), "alterdataPath has no effect beside a dataPath");
+    }
+    if (set.record->title != nullptr && set.record->title_path != nullptr) {
+      findings->Warning(LineOfChild(set.element, "titlePath"), "titlePath has no effect beside a title");
+    }
+    CheckWidth(set);
+  }
+  CheckHeadings(group);
+}
+
+void ServiceRules::CheckWidth(const NodeSetReading& set) const {
+  const size_t width = set.record->width;
+  if (width == 0) {
+    return;
+  }
+  const int line = LineOfChild(set.element, "width");
+  const std::string path = Text(set.record->data_path);
+  const bool isDate = path.rfind("DateTime", 0) == 0;
+  const size_t least = isDate ? kDateText : kFailureText;
+  if (width < least && (isDate || !IsTimeColumn(path))) {
+    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
+                                (isDate ? "the date, which has 22" : "\"Read Fail\", which has 9") +
+                                " characters: it moves the columns behind it");
+  }
+  const std::string title = Text(set.record->title);
+  if (width < title.size()) {
+    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for the title " + Quoted(title) +
+                                ": heading and columns do not line up");
+  }
+}
+
+void ServiceRules::CheckHeadings(const GroupReading& group) const {
+  // The heading row leaves out columns without a title, and each piece of it is as wide as itself without a width.
+  const auto hasHeading = [](const NodeSetReading& set) {
+    return set.record->title != nullptr || set.record->title_path != nullptr;
+  };
+  size_t headed = group.nodeSets.size();
+  while (headed > 0 && !hasHeading(group.nodeSets[headed - 1])) {
+    --headed;
+  }
+  for (size_t i = 0; i + 1 < headed; ++i) {
+    const NodeSetReading& set = group.nodeSets[i];
+    if (!hasHeading(set)) {
+      findings->Warning(LineOf(set.element),
+                        "a column without a title before one that has it: heading and columns do not line up");
+    } else if (set.record->title != nullptr && set.record->width == 0) {
+      findings->Warning(LineOf(set.element),
+                        "a column with a title and no width before another one: heading and columns do not line up");
+    }
+  }
+}
+
+}  // namespace
+
+void CheckService(const ServiceReading& service, Findings* findings) {
+  const ServiceRules rules(service, findings);
+  rules.CheckSettings();
+  rules.CheckGroups();
+}
+
+}  // namespace Quilcheck

@@ -1,0 +1,136 @@
+#include "quilcheck/report.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <set>
+
+#include "config/quil_config.h"
+#include "quilcheck/grammar.h"
+#include "quilcheck/root.h"
+#include "quilcheck/rules.h"
+
+namespace Quilcheck {
+
+namespace {
+
+constexpr const char* kBuiltIn[] = {"kmsglogcat", "chargelogcat"};
+
+/// Has every service read by the daemon's reader. Of several elements of one name it takes the first.
+void ReadServices(Report* report) {
+  std::set<std::string> names;
+  for (xmlNode* node = report->document.Root()->children; node != nullptr; node = node->next) {
+    if (!IsElement(node, "quilcat")) {
+      continue;
+    }
+    const std::string name = AttributeOf(node, "name").value_or("");
+    if (name.empty()) {
+      continue;
+    }
+    if (names.insert(name).second) {
+      report->services.push_back(ReadService(report->document.get(), node, name));
+      continue;
+    }
+    report->findings.SetService(name);
+    report->findings.Error(LineOf(node), "service " + Quoted(name) + " again: the daemon reads the first one only");
+    report->findings.SetService("");
+  }
+}
+
+void CheckRoot(Report* report) {
+  const xmlNode* root = report->document.Root();
+  if (!IsElement(root, kUsualRoot)) {
+    report->findings.Warning(LineOf(root), "the root element is called " + Quoted(NameOf(root)) +
+                                               ": the daemon takes any name, the schema knows quilcatConfigs only");
+  }
+  if (report->services.empty()) {
+    const bool isService = IsElement(root, "quilcat");
+    report->findings.Error(LineOf(root), std::string("no service in this file: every process that needs it idles") +
+                                             (isService ? "; did you mean <quilcatConfigs> around <quilcat>?" : ""));
+  }
+}
+
+void CheckBuiltIn(Report* report) {
+  for (const char* name : kBuiltIn) {
+    const bool found = std::any_of(report->services.begin(), report->services.end(),
+                                   [name](const ServiceReading& service) { return service.name == name; });
+    if (!found) {
+      report->findings.Warning(
+          LineOf(report->document.Root()),
+          std::string("no service ") + name + " in this file: with a file the built-in one is gone, its process idles");
+    }
+  }
+}
+
+/// Narrows the report to one service, which has to be there.
+void KeepService(const std::string& name, Report* report) {
+  std::vector<std::string> names;
+  std::vector<ServiceReading> kept;
+  for (ServiceReading& service : report->services) {
+    names.push_back(service.name);
+    if (service.name == name) {
+      kept.push_back(std::move(service));
+    }
+  }
+  report->services = std::move(kept);
+  report->findings.KeepService(name);
+  if (report->services.empty() && !names.empty()) {
+    report->findings.Error(LineOf(report->document.Root()),
+                           "no service " + Quoted(name) + " in this file: its process idles" + HintAmong(names, name));
+  }
+}
+
+void CheckAll(const Root* root, bool allServices, Report* report) {
+  CheckStructure(report->document.Root(), kRoot, &report->findings);
+  ReadServices(report);
+  CheckRoot(report);
+  if (allServices) {
+    CheckBuiltIn(report);
+  }
+  for (const ServiceReading& service : report->services) {
+    report->findings.SetService(service.name);
+    CheckService(service, &report->findings);
+    if (root != nullptr) {
+      CheckPaths(service, *root, &report->findings);
+    }
+    report->findings.SetService("");
+  }
+  CheckOutputs(report->services, &report->findings);
+}
+
+}  // namespace
+
+bool Check(const Request& request, Report* report, std::string* reason) {
+  const Root root(request.root);
+  if (!request.root.empty() && !root.IsOpen()) {
+    *reason = request.root + ": " + strerror(errno);
+    return false;
+  }
+  AssumeProperties(request.properties);
+  report->file = request.file;
+  if (!report->document.Load(request.file, &report->findings, reason)) {
+    *reason = request.file + ": " + *reason;
+    return false;
+  }
+  if (report->document.Root() != nullptr) {
+    CheckAll(request.root.empty() ? nullptr : &root, request.service.empty(), report);
+    if (!request.service.empty()) {
+      KeepService(request.service, report);
+    }
+  }
+  report->findings.Sort();
+  return true;
+}
+
+std::string FindFile(const std::string& root) {
+  const Root directory(root.empty() ? "/" : root);
+  for (const char* path : QuilConfig::kCandidates) {
+    if (directory.Look(path).has_value()) {
+      return root + path;
+    }
+  }
+  return "";
+}
+
+}  // namespace Quilcheck

@@ -1,0 +1,62 @@
+#ifndef QUILCAT_TOOLS_QUILCHECK_REPORT_H_
+#define QUILCAT_TOOLS_QUILCHECK_REPORT_H_
+
+#include <string>
+#include <vector>
+
+#include "quilcheck/document.h"
+#include "quilcheck/findings.h"
+#include "quilcheck/properties.h"
+#include "quilcheck/service_reader.h"
+
+namespace Quilcheck {
+
+/// What to check.
+struct Request {
+  std::string file;
+  std::string service;    ///< empty: all of them
+  Properties properties;  ///< to assume
+  std::string root;       ///< directory to look up nodes and outputs in; empty: they are not looked up
+};
+
+/// What was found in one file: the findings in order of line, and the services as the daemon would read them, in order
+/// of their lines.
+struct Report {
+  std::string file;
+  Document document;
+  Findings findings;
+  std::vector<ServiceReading> services;
+};
+
+/// Fills `report`. False, with `*reason`: the file or the root directory cannot be read.
+bool Check(const Request& request, Report* report, std::string* reason);
+
+/// The configuration file that a device with this root directory takes; empty when it has none.
+std::string FindFile(const std::string& root);
+
+/// A table of how the service runs, a part a group.
+std::string Summary(const ServiceReading& service);
+
+/// The whole report as one JSON document. Without `withServices` it has findings only.
+std::string Json(const Report& report, bool withServices);
+
+/// The keyword of a group's style; "none" for a group without.
+std::string StyleName(const GroupReading& group);
+/// The keyword of the service's write mode.
+std::string WriteModeName(const ServiceReading& service);
+/// KiB of text that one output of the service keeps at most, before compression; 0: no bound, or nothing.
+unsigned long long MostKilobytes(const ServiceReading& service);
+/// Log files kept of each output in mapped mode, archives of five files in factory mode.
+size_t FilesKept(const ServiceReading& service);
+/// The row that each file of a polled group begins with; empty when it has none. A title that a node gives shows as the
+/// node's name in angle brackets.
+std::string HeadingRow(const GroupReading& group);
+/// A row as a cycle of a polled group writes it, with the name of each node in angle brackets for its value.
+std::string SampleRow(const GroupReading& group);
+
+/// The text with control characters as \xNN: what stands in a file must not reach a terminal as a command.
+std::string Printable(const std::string& text);
+
+}  // namespace Quilcheck
+
+#endif  // QUILCAT_TOOLS_QUILCHECK_REPORT_H_

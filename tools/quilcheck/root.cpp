@@ -1,0 +1,56 @@
+#include "quilcheck/root.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#if __has_include(<linux/openat2.h>)
+#include <linux/openat2.h>
+#endif
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Quilcheck {
+
+namespace {
+
+/// Opens what stands at a path in a directory that is taken for the root; -1 when there is nothing.
+int OpenInRoot(int directory, const std::string& path) {
+#ifdef RESOLVE_IN_ROOT
+  open_how how = {};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT;
+  return static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how));
+#else
+  static_cast<void>(directory);
+  static_cast<void>(path);
+  errno = ENOSYS;
+  return -1;
+#endif
+}
+
+}  // namespace
+
+Root::Root(const std::string& directory)
+    : prefix(directory), fd(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+
+Root::~Root() {
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
+std::optional<struct stat> Root::Look(const std::string& path) const {
+  struct stat status;
+  const int found = OpenInRoot(fd, path);
+  if (found >= 0) {
+    const bool known = fstat(found, &status) == 0;
+    close(found);
+    return known ? std::optional(status) : std::nullopt;
+  }
+  // A kernel before 5.6, or a sandbox that knows no better.
+  if ((errno == ENOSYS || errno == EPERM) && stat((prefix + '/' + path).c_str(), &status) == 0) {
+    return status;
+  }
+  return std::nullopt;
+}
+
+}  // namespace Quilcheck

@@ -1,0 +1,36 @@
+#ifndef QUILCAT_TOOLS_QUILCHECK_RULES_H_
+#define QUILCAT_TOOLS_QUILCHECK_RULES_H_
+
+#include <string>
+#include <vector>
+
+#include "quilcheck/findings.h"
+#include "quilcheck/grammar.h"
+#include "quilcheck/root.h"
+#include "quilcheck/service_reader.h"
+
+namespace Quilcheck {
+
+/// Checks elements, attributes and values below `parent`, whose rules are those of `parentName`, each by the grammar
+/// alone.
+void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings);
+
+/// Checks the text of one attribute.
+void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
+                Findings* findings);
+
+/// True for a text that stands for the time in a polled column.
+bool IsTimeColumn(const std::string& path);
+
+/// Checks what the daemon makes of a service: whether it is valid, what has no effect, what it costs, what is lost.
+void CheckService(const ServiceReading& service, Findings* findings);
+
+/// Checks the outputs of all services against each other: which share a file, which delete each other's.
+void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings);
+
+/// Looks up a service's nodes and directories below `root`.
+void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings);
+
+}  // namespace Quilcheck
+
+#endif  // QUILCAT_TOOLS_QUILCHECK_RULES_H_

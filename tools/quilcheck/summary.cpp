@@ -1,0 +1,240 @@
+// How a service runs, for a person to read.
+
+#include <stdarg.h>
+#include <stdio.h>
+
+#include <algorithm>
+
+#include "config/records.h"
+#include "quilcheck/report.h"
+#include "quilcheck/rules.h"
+
+using namespace QuilCommon;
+
+namespace Quilcheck {
+
+namespace {
+
+constexpr size_t kMostFiles = 1000;
+constexpr size_t kFilesPerArchive = 5;
+
+__attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...) {
+  char text[512];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+std::string Row(const char* name, const std::string& text) {
+  return Formatted("  %-14s", name) + Printable(text) + '\n';
+}
+
+std::string BaseName(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+/// What a node set reads: its path, or its alternatives.
+std::string NodeText(const QuilcatInputNodeSet_t& set) {
+  if (set.data_path != nullptr) {
+    return set.data_path;
+  }
+  std::string text;
+  for (const QuilcatStrList_t* path = set.alter_data_path; path != nullptr && path->str != nullptr; path = path->next) {
+    text += (text.empty() ? "" : " or ") + std::string(path->str);
+  }
+  return text.empty() ? "(nothing)" : text;
+}
+
+std::string Heading(const QuilcatInputNodeSet_t& set) {
+  if (set.title != nullptr) {
+    return set.title;
+  }
+  return set.title_path != nullptr ? '<' + BaseName(set.title_path) + '>' : "";
+}
+
+std::string Value(const QuilcatInputNodeSet_t& set) {
+  const std::string path = set.data_path != nullptr ? set.data_path : "";
+  if (path.rfind("DateTime", 0) == 0) {
+    return "2026-01-31 23:59:59 > ";
+  }
+  if (path.rfind("CurrentTime", 0) == 0) {
+    return "\ncurrent time: 2026-1-31 23:59:59\r\n";
+  }
+  return '<' + BaseName(NodeText(set)) + '>';
+}
+
+/// The text as a column: filled with blanks to the width.
+std::string Column(std::string text, size_t width) {
+  constexpr size_t kWidest = 8191;
+  text.resize(std::max(text.size(), std::min(width, kWidest)), ' ');
+  return text;
+}
+
+std::string Size(unsigned long long kilobytes) {
+  if (kilobytes >= 1024 && kilobytes % 1024 == 0) {
+    return std::to_string(kilobytes / 1024) + " MiB";
+  }
+  return std::to_string(kilobytes) + " KiB";
+}
+
+std::string Rotation(const ServiceReading& service) {
+  const size_t size = service.record->rotate_size_kbytes;
+  return size == 0 ? "never" : "a new file after " + Size(size) + " of text";
+}
+
+std::string Kept(const ServiceReading& service) {
+  const size_t files = FilesKept(service);
+  if (service.record->writeMode == WRITE_MMAP) {
+    return files == 0 ? "none: each file goes when the next begins" : std::to_string(files) + " files of each output";
+  }
+  return "the live file, 5 rotated ones, " + std::to_string(files) + " archives of 5 files";
+}
+
+std::string MostDisk(const ServiceReading& service) {
+  if (service.record->rotate_size_kbytes == 0) {
+    return "without bound";
+  }
+  if (MostKilobytes(service) == 0) {
+    return "nothing is kept";
+  }
+  const bool mapped = service.record->writeMode == WRITE_MMAP;
+  const size_t files = FilesKept(service);
+  const std::string count = mapped       ? std::to_string(files)
+                            : files == 0 ? "6"
+                                         : "5 x (1 + " + std::to_string(files) + ')';
+  return Size(MostKilobytes(service)) + " for each output: " + count + " x " +
+         Size(service.record->rotate_size_kbytes) +
+         (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
+}
+
+std::string GroupTable(const GroupReading& group) {
+  if (group.Streams()) {
+    return group.nodeSets.empty() ? "" : Row("node", NodeText(*group.nodeSets.front().record));
+  }
+  if (!group.Polls()) {
+    return Row("", "collects nothing");
+  }
+  std::string table = Formatted("  %6s %6s %6s  %s\n", "column", "begins", "width", "node, heading");
+  size_t begin = 0;
+  bool isKnown = true;
+  size_t number = 0;
+  for (const NodeSetReading& set : group.nodeSets) {
+    const size_t width = set.record->width;
+    const std::string heading = Heading(*set.record);
+    table += Formatted("  %6zu %6s %6s  ", ++number, isKnown ? std::to_string(begin).c_str() : "-",
+                       width != 0 ? std::to_string(width).c_str() : "-");
+    table += Printable(NodeText(*set.record) + (heading.empty() ? "" : ", " + Quoted(heading))) + '\n';
+    begin += width;
+    isKnown = isKnown && width != 0;
+  }
+  return table + Row("heading row", HeadingRow(group)) + Row("row", SampleRow(group));
+}
+
+std::string GroupSummary(size_t number, const GroupReading& group) {
+  std::string text = Formatted("  group %zu, %s", number, StyleName(group).c_str());
+  if (group.Polls()) {
+    const size_t interval = group.record->polling_interval;
+    text += interval != 0 ? ", every " + std::to_string(interval) + " s" : ", without a pause";
+  }
+  if (group.record->failureRetry != 0) {
+    text += ", " + std::to_string(group.record->failureRetry) + " failed reads";
+  }
+  if (group.Streams() && group.record->on_write_failure == WRITE_FAILURE_RETRY) {
+    text += ", keeps what the disk refuses";
+  }
+  return text + '\n' + Row("output", group.Output()) + GroupTable(group);
+}
+
+}  // namespace
+
+std::string StyleName(const GroupReading& group) {
+  switch (group.record->style) {
+    case STYLE_MONITOR_NODE:
+      return "monitor_node";
+    case STYLE_MONITOR_DIR:
+      return "monitor_dir";
+    case STYLE_POLL_NODE:
+      return "poll_node";
+    case STYLE_POLL_CMD:
+      return "poll_cmd";
+    case STYLE_NONE:
+      break;
+  }
+  return "none";
+}
+
+std::string WriteModeName(const ServiceReading& service) {
+  return service.record->writeMode == WRITE_MMAP ? "mmap" : "factory";
+}
+
+size_t FilesKept(const ServiceReading& service) {
+  const size_t files = std::min(service.record->maxCompressdFiles, kMostFiles);
+  return service.record->writeMode == WRITE_MMAP ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
+}
+
+unsigned long long MostKilobytes(const ServiceReading& service) {
+  const unsigned long long size = service.record->rotate_size_kbytes;
+  const size_t files = FilesKept(service);
+  if (service.record->writeMode == WRITE_MMAP) {
+    return files * size;
+  }
+  // Without archives the live file and five rotated ones; else five rotated ones that are being packed.
+  return (files == 0 ? kFilesPerArchive + 1 : kFilesPerArchive * (files + 1)) * size;
+}
+
+std::string HeadingRow(const GroupReading& group) {
+  std::string row;
+  bool begun = false;
+  for (const NodeSetReading& set : group.nodeSets) {
+    begun = begun || set.record->title != nullptr || set.record->title_path != nullptr;
+    const std::string heading = Heading(*set.record);
+    if (begun && (set.record->title != nullptr || set.record->title_path != nullptr)) {
+      row += Column(heading, set.record->width);
+    }
+  }
+  return row;
+}
+
+std::string SampleRow(const GroupReading& group) {
+  std::string row;
+  for (const NodeSetReading& set : group.nodeSets) {
+    row += Column(Value(*set.record), set.record->width);
+  }
+  return row;
+}
+
+std::string Summary(const ServiceReading& service) {
+  std::string text = "\nservice " + Printable(service.name) + ", line " + std::to_string(LineOf(service.element)) +
+                     (service.valid ? "" : ": INVALID, its process idles") + '\n';
+  text += Row("write mode", WriteModeName(service) + ": " + service.whyWriteMode);
+  text += Row("rotation", Rotation(service)) + Row("kept", Kept(service)) + Row("most disk", MostDisk(service));
+  const size_t seconds = service.record->sync_seconds;
+  text += Row("synced", seconds == 0 ? "when the kernel does" : "within " + std::to_string(seconds) + " s");
+  text += Row("CPUs", service.record->cpu_set == CPU_SET_LITTLE ? "0 to 3" : "all");
+  size_t number = 0;
+  for (const GroupReading& group : service.groups) {
+    text += GroupSummary(++number, group);
+  }
+  return text;
+}
+
+std::string Printable(const std::string& text) {
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto letter = static_cast<unsigned char>(text[i]);
+    // U+0080 to U+009F, two bytes in UTF-8, are control characters too.
+    const bool isSecond = i > 0 && text[i - 1] == '\xc2' && letter < 0xa0;
+    if (letter < ' ' || letter == 0x7f || isSecond) {
+      char code[8];
+      snprintf(code, sizeof code, "\\x%02x", letter);
+      result += code;
+    } else {
+      result += text[i];
+    }
+  }
+  return result;
+}
+
+}  // namespace Quilcheck

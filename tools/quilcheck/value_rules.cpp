@@ -1,0 +1,164 @@
+// What can be said of an attribute's text.
+
+#include <ctype.h>
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "config/records.h"
+#include "quilcheck/rules.h"
+
+namespace Quilcheck {
+
+namespace {
+
+constexpr size_t kLongestText = 255;
+// Behind the last "/" of an output come 24 letters of index and time; a file name has at most 255.
+constexpr size_t kLongestBase = 255 - 24;
+
+struct Unit {
+  Kind kind;
+  const char* name;
+  long factor;
+};
+
+constexpr Unit kUnits[] = {
+    {Kind::Kilobytes, "k", 1},       {Kind::Kilobytes, "kb", 1},       {Kind::Kilobytes, "kib", 1},
+    {Kind::Kilobytes, "m", 1024},    {Kind::Kilobytes, "mb", 1024},    {Kind::Kilobytes, "mib", 1024},
+    {Kind::Kilobytes, "g", 1 << 20}, {Kind::Kilobytes, "gb", 1 << 20}, {Kind::Kilobytes, "gib", 1 << 20},
+    {Kind::Seconds, "s", 1},         {Kind::Seconds, "sec", 1},        {Kind::Seconds, "m", 60},
+    {Kind::Seconds, "min", 60},      {Kind::Seconds, "h", 3600},
+};
+
+const char* AfterBlanks(const char* text) {
+  return text + strspn(text, " \t\n\v\f\r");
+}
+
+/// The number that was probably meant by `number` and a unit behind it.
+std::string HintForUnit(Kind kind, long number, const char* unit) {
+  for (const Unit& known : kUnits) {
+    if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
+      return "; did you mean " + std::to_string(number * known.factor) + '?';
+    }
+  }
+  if (*unit == '.' || *unit == ',') {
+    return "; there are no fractions";
+  }
+  return "; there are no units";
+}
+
+/// Says what the daemon makes of a text that is not the number it should be.
+std::string Reading(const std::string& text) {
+  constexpr size_t kUntouched = SIZE_MAX;
+  size_t number = kUntouched;
+  QuilCommon::ReadNumber(text.c_str(), &number);
+  return number == kUntouched ? "the daemon passes over it" : "the daemon takes it for " + std::to_string(number);
+}
+
+/// What is wrong with the text of a number, with a hint; empty when nothing is.
+std::string NumberProblem(Kind kind, const std::string& text) {
+  const char* start = AfterBlanks(text.c_str());
+  char* end = nullptr;
+  errno = 0;
+  const long number = strtol(start, &end, 10);
+  const char* rest = AfterBlanks(end);
+  if (end == start) {
+    return " is not a number: " + Reading(text);
+  }
+  if (number < 0) {
+    return " is negative: " + Reading(text);
+  }
+  if (number > INT_MAX || errno == ERANGE) {
+    return " is more than " + std::to_string(INT_MAX) + ": " + Reading(text);
+  }
+  if (*rest != '\0') {
+    return " is not a whole number: " + Reading(text) + HintForUnit(kind, number, rest);
+  }
+  return "";
+}
+
+/// What is wrong with a path, with what follows from it; empty when nothing is.
+std::string PathProblem(Kind kind, const std::string& path) {
+  const bool isOutput = kind == Kind::Output;
+  const std::string consequence = isOutput ? ": nothing is logged" : ": it cannot be read";
+  if (path.empty()) {
+    return " is empty" + consequence;
+  }
+  if (path.size() > kLongestText) {
+    return " is longer than 255 bytes: the daemon stores an empty text";
+  }
+  if (path.front() != '/') {
+    const std::vector<std::string> times = {"DateTime", "CurrentTime"};
+    return " is not an absolute path: it depends on where the daemon was started" +
+           (kind == Kind::Column ? HintAmong(times, path) : "");
+  }
+  if (path.back() == '/' && kind != Kind::Directory) {
+    return " ends in \"/\"" + consequence;
+  }
+  if (isOutput && path.size() - path.rfind('/') - 1 > kLongestBase) {
+    return " has a file name of more than 231 bytes, too long with an index behind it: nothing is logged";
+  }
+  return "";
+}
+
+std::string KeywordProblem(const AttributeRule& attribute, const std::string& text) {
+  const std::vector<std::string> words = Words(attribute.keywords);
+  if (std::find(words.begin(), words.end(), text) != words.end()) {
+    return "";
+  }
+  const std::string hint = HintAmong(words, text);
+  std::string all;
+  for (const std::string& word : words) {
+    all += (all.empty() ? "" : ", ") + word;
+  }
+  return " is no keyword: " +
+         std::string(attribute.keywords == std::string("mmap factory") ? "the daemon takes factory"
+                                                                       : "the daemon passes over it") +
+         (hint.empty() ? "; there are " + all : hint);
+}
+
+}  // namespace
+
+bool IsTimeColumn(const std::string& path) {
+  return path.rfind("DateTime", 0) == 0 || path.rfind("CurrentTime", 0) == 0;
+}
+
+void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
+                Findings* findings) {
+  const std::string what = std::string(element.name) + ' ' + attribute.name + '=' + Quoted(text);
+  std::string problem;
+  switch (attribute.kind) {
+    case Kind::Number:
+    case Kind::Kilobytes:
+    case Kind::Seconds:
+      problem = NumberProblem(attribute.kind, text);
+      break;
+    case Kind::Keyword:
+      problem = KeywordProblem(attribute, text);
+      break;
+    case Kind::Output:
+    case Kind::Node:
+    case Kind::Column:
+    case Kind::Directory:
+      problem = attribute.kind == Kind::Column && IsTimeColumn(text) ? "" : PathProblem(attribute.kind, text);
+      break;
+    case Kind::Name:
+      if (text.empty() || text.size() > kLongestText) {
+        problem = text.empty() ? " is empty: nothing can be started by it"
+                               : " is longer than 255 bytes: nothing can be started by it";
+      }
+      break;
+    case Kind::Text:
+      break;
+  }
+  if (!problem.empty()) {
+    findings->Error(line, what + problem);
+  } else if (text.size() > kLongestText) {
+    findings->Warning(line, what + " is longer than 255 bytes: the daemon stores an empty text");
+  }
+}
+
+}  // namespace Quilcheck
