@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr size_t kMostText = 200000;
+constexpr size_t kMostText = 40000;
 constexpr size_t kHole = 16;  // fewer zeros may be a member's own
 
 std::string Member(const std::string& text) {
@@ -47,7 +47,7 @@ struct Case {
   explicit Case(FuzzedDataProvider& choose) {
     std::string text;
     const bool timed = choose.ConsumeBool();
-    for (int count = choose.ConsumeIntegralInRange(0, 3000); count > 0 && text.size() < kMostText; --count) {
+    for (int count = choose.ConsumeIntegralInRange(0, 600); count > 0 && text.size() < kMostText; --count) {
       char head[64];
       snprintf(head, sizeof head, "11-22 20:17:%02d.%03d <6>[%zu] ", count % 60, count % 1000, lines.size());
       std::string line = (timed ? head : std::to_string(lines.size())) + choose.ConsumeRandomLengthString(20);
@@ -58,7 +58,7 @@ struct Case {
       text += line + '\n';
     }
     for (size_t at = 0; at < text.size();) {
-      const size_t size = choose.ConsumeIntegralInRange<size_t>(1, 65536);
+      const size_t size = kMostText / 2 - choose.ConsumeIntegralInRange<size_t>(0, kMostText / 2 - 1);
       bytes += Member(text.substr(at, size));
       at += size;
       if (choose.ConsumeIntegral<uint8_t>() < 8) {
