@@ -337,6 +337,41 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   EXPECT_NE(damaged.text.find("a1\n"), std::string::npos);
 }
 
+// Which of a wrong member's bytes are wrong is not to be known: none of its lines is shown.
+TEST(Damage, NothingIsShownOfAMemberThatContradictsItself) {
+  Clock clock;
+  clock.Set(2026, 11, 22);
+  const std::string blocks[] = {clock.Lines(200), clock.Lines(200), clock.Lines(200)};
+  const std::string member = Member(blocks[1]);
+  for (size_t at = 10; at < member.size(); at += member.size() / 25) {
+    std::string wrong = member;
+    wrong[at] = static_cast<char>(wrong[at] ^ 4);
+    WriteFile(IndexedPath(0, 0), Member(blocks[0]) + wrong + Member(blocks[2]));
+    const Result result = Quillog(kOutput);
+    EXPECT_TRUE(result.text == blocks[0] + blocks[2]) << at << result.errors;
+    EXPECT_EQ(result.status, 1);
+  }
+}
+
+TEST(Lnav, KnowsBothKindsOfLines) {
+  if (system("command -v lnav > /dev/null") != 0) {
+    GTEST_SKIP() << "lnav is not installed";
+  }
+  WriteFile("/tmp/formats/quilcat/quilcat.json", ReadFile(QUILCAT_LNAV_FORMAT));
+  WriteFile("/tmp/kernel", "11-22 20:17:29.042 <6>[  101.000421] usb 1-1: new\n11-22 20:17:29.043 <12>[  102.5] hot\n");
+  WriteFile("/tmp/rows", "2026-11-22 21:04:05 >  62   4000\n2026-11-22 21:04:10 >  63   4001\n");
+  const auto query = [](const std::string& columns, const std::string& table, const std::string& file) {
+    const std::string command = "HOME=/tmp lnav -n -I /tmp -c ';select " + columns + " from " + table +
+                                "' -c ':write-csv-to /tmp/answer' " + file + " > /dev/null";
+    EXPECT_EQ(system(command.c_str()), 0);
+    return ReadFile("/tmp/answer");
+  };
+  EXPECT_EQ(query("log_level,uptime,log_body", "quilcat_kernel", "/tmp/kernel"),
+            "log_level,uptime,log_body\ninfo,101.000421,usb 1-1: new\nwarning,102.5,hot\n");
+  EXPECT_EQ(query("log_time,log_body", "quilcat_poll", "/tmp/rows"),
+            "log_time,log_body\n2026-11-22 21:04:05.000,62   4000\n2026-11-22 21:04:10.000,63   4001\n");
+}
+
 // Whatever is named gets an answer, soon.
 TEST(OddInput, IsAnswered) {
   std::filesystem::create_directories("/data/log/t");

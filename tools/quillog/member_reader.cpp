@@ -141,7 +141,12 @@ void MemberReader::Salvage(uint64_t next) {
   const uint64_t real = EndOfRealBytes(next);
   size_t available = 0;
   const uint8_t* bytes = window.At(position, static_cast<size_t>(real - position), &available);
-  const Outcome outcome = Decode(bytes, std::min(available, static_cast<size_t>(real - position)));
+  Outcome outcome = Decode(bytes, std::min(available, static_cast<size_t>(real - position)));
+  if (outcome == Outcome::kCutShort && real == next && !window.IsEnd(next)) {
+    // Whatever breaks a member off leaves zeros or the end of the file, so these bytes are not the writer's.
+    fault = "no end";
+    outcome = Outcome::kContradiction;
+  }
   ReportBroken(outcome, real, next);
   // Up to the last complete line: the piece behind it is dropped at the gap.
   if (outcome == Outcome::kCutShort) {

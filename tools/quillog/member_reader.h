@@ -11,9 +11,9 @@
 /// Reads a compressed mapped log file: gzip members (RFC 1952), zeros behind them while the file is open.
 ///
 /// A member's text is handed on as a whole, once its checksum and length are right. Behind anything else reading goes
-/// on at the next header. Of a member that was broken off its bytes are decoded up to where they end: at the end of the
-/// file, at zeros, or at the next header. A member that contradicts itself gives nothing: where its bytes stopped being
-/// the writer's is not to be known, so no line of it can be told from one that never was.
+/// on at the next header. Of a member that was broken off its bytes are decoded up to where they end: at zeros or at
+/// the end of the file. A member that contradicts itself gives nothing: where its bytes stopped being the writer's is
+/// not to be known, so no line of it can be told from one that never was.
 ///
 /// A header is ten bytes with seven of a fixed value and zeros, which text never holds: neither text nor a stored block
 /// of it is taken for one.

@@ -124,7 +124,8 @@ void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& repo
       text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
     }
     const size_t damages = report.damages() - before;
-    text.Write(output.path + ": " + std::to_string(output.files.size()) + " files, " + std::to_string(bytes) +
-               " bytes of text, " + (damages == 0 ? "no damage" : std::to_string(damages) + " damaged") + "\n");
+    text.Write(output.path + ": " + std::to_string(output.files.size()) +
+               (output.files.size() == 1 ? " file, " : " files, ") + std::to_string(bytes) + " bytes of text, " +
+               (damages == 0 ? "no damage" : std::to_string(damages) + " damaged") + "\n");
   }
 }
