@@ -15,7 +15,7 @@
 /// the end of the file. A member that contradicts itself gives nothing: where its bytes stopped being the writer's is
 /// not to be known, so no line of it can be told from one that never was.
 ///
-/// A header is ten bytes with seven of a fixed value and zeros, which text never holds: neither text nor a stored block
+/// A header is ten bytes, five of them zeros, which text never holds: neither text nor a stored block
 /// of it is taken for one.
 class MemberReader : public FileReader {
  public:
