@@ -42,7 +42,15 @@ class CollectTest : public testing::Test {
     return text;
   }
 
+  /// Makes it a group that streams the node at `path`.
+  void Stream(const char* path) {
+    node.data_path = Text(path);
+    group.style = STYLE_MONITOR_NODE;
+    group.input = &node;
+  }
+
   QuilcatGroup_t group = {};
+  QuilcatInputNodeSet_t node = {};
   std::unique_ptr<Quilcat> collector;
 };
 
@@ -107,9 +115,7 @@ TEST_F(CollectTest, GivesAFailureColumnForWhatCannotBeRead) {
 
 TEST_F(CollectTest, StreamsWithoutALocalTime) {
   ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
-  QuilcatInputNodeSet_t node = {0, Text("/tmp/fifo"), nullptr, nullptr, nullptr, nullptr};
-  group.style = STYLE_MONITOR_NODE;
-  group.input = &node;
+  Stream("/tmp/fifo");
   const FailNthCall fault(FaultyCall::kLocalTime, 1);
   Make().start();
   WriteFile("/tmp/fifo", "bare\n");
@@ -141,6 +147,81 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
   EXPECT_EQ(StandardErrorOf([&] { EXPECT_EQ(collector->node_cat_stream(shellLog), 1); }),
             "read failure!reserved_buf_size = 8191\n");
   EXPECT_EQ(ReadFile(stop), "kmsgcat_cp");
+
+  // A request to stop is no failed read and no used-up budget.
+  SetProperty("ctl.stop", "");
+  Stream(shellLog);
+  for (const bool opens : {true, false}) {
+    if (!opens) {
+      std::filesystem::remove(shellLog);
+      ASSERT_EQ(mkfifo(shellLog, 0600), 0);  // its opening waits for a writer
+    }
+    Make().start();
+    usleep(50000);
+    EXPECT_TRUE(Stop());
+    EXPECT_EQ(ReadFile(stop), "");
+  }
+}
+
+TEST_F(CollectTest, AStopBreaksARowOffInsteadOfFillingIt) {
+  ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+  for (const char* second : {"/tmp/fifo", "/dev/zero"}) {
+    QuilcatInputNodeSet_t third = {10, Text("/tmp/missing"), nullptr, nullptr, nullptr, nullptr};
+    QuilcatInputNodeSet_t columns[] = {
+        {10, Text("/tmp/missing"), nullptr, nullptr, nullptr, &columns[1]},
+        {10, Text(second), nullptr, nullptr, nullptr, &third},
+    };
+    group.style = STYLE_POLL_NODE;
+    group.input = columns;
+    Make();
+    const std::string errors = StandardErrorOf([&] {
+      collector->start();
+      usleep(50000);
+      EXPECT_TRUE(Stop());
+    });
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(Lines(ReadFile(kOutput)).size(), 1u);
+    EXPECT_EQ(ReadFile(kOutput).substr(0, 10), "Read Fail ");
+    EXPECT_EQ(ReadFile(kOutput).find("Read Fail", 10), std::string::npos);
+  }
+}
+
+TEST_F(CollectTest, AStreamThatRetriesOutlivesAFullDisk) {
+  const KernelLog kernel;
+  Stream("/proc/kmsg");
+  group.on_write_failure = WRITE_FAILURE_RETRY;
+  const auto feed = [&kernel](int first, int count) {  // noise does not shrink
+    for (int i = first; i < first + count; ++i) {
+      std::string line = "<6>[" + std::to_string(i) + "] ";
+      std::generate_n(std::back_inserter(line), 3000, [] { return static_cast<char>(33 + rand() % 90); });
+      kernel.Write(line + "\n");
+      usleep(2000);
+    }
+  };
+  for (const type_write mode : {WRITE_MMAP, WRITE_FACTORY}) {
+    collector.reset();
+    MountSmallDisk("/data/log", 300);
+    StandardErrorOf([&] {
+      collector = std::make_unique<Quilcat>(&group, mode);
+      collector->start();
+      WriteFile("/data/log/ballast", std::string(160 << 10, 'x'));
+      feed(0, 100);  // text for the disk, for all buffers and for the node
+      std::filesystem::remove("/data/log/ballast");
+      WaitFor([&] { return kernel.IsDrained(); });
+      feed(100, 1);
+      WaitFor([&] { return kernel.IsDrained(); });
+      EXPECT_TRUE(Stop());
+      collector.reset();
+    });
+    const std::string text = mode == WRITE_MMAP ? DecodeAll(Device::IndexedFiles("/data/log")) : ReadFile(kOutput);
+    int next = 0;
+    for (const std::string& line : Lines(text)) {
+      const size_t at = line.find("<6>[");
+      next += at != std::string::npos && std::stoi(line.substr(at + 4)) == next ? 1 : 0;
+    }
+    EXPECT_GT(next, 60);  // without a gap, as far as the fifo kept the backlog
+    EXPECT_NE(text.find("quilcat: nothing could be written for "), std::string::npos);
+  }
 }
 
 TEST_F(CollectTest, PollsRowsUnderATitle) {
@@ -195,8 +276,8 @@ TEST_F(CollectTest, StopsAWorkerWhereverItWaits) {
   group.polling_interval = 100;
   group.failureRetry = 100;
   for (const char* path : {"/tmp/fifo", "/tmp/empty"}) {
-    QuilcatInputNodeSet_t node = {4, Text(path), nullptr, nullptr, nullptr, nullptr};
-    group.input = &node;
+    Stream(path);
+    node.width = 4;
     for (int i = 0; i < 40; ++i) {
       group.style = i < 20 ? STYLE_MONITOR_NODE : STYLE_POLL_NODE;
       Make(i % 2 == 0 ? WRITE_FACTORY : WRITE_MMAP).start();
@@ -235,6 +316,14 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
     expected += line;
     EXPECT_TRUE(WaitFor([&] { return decoded() == expected; }, 2)) << directory;
   }
+  // A burst of openings has few flushes.
+  for (int i = 0; i < 100; ++i) {
+    log.logcatWrite("burst\n", 6, true);
+    List("/data/log");
+    usleep(1000);
+  }
+  EXPECT_TRUE(WaitFor([&] { return decoded().size() == expected.size() + 600; }, 2));
+  EXPECT_LT(Decode(std::filesystem::read_symlink(kOutput)).members, 20);
   // The directory is made anew: the watch follows.
   std::filesystem::remove_all("/data/log");
   StandardErrorOf([&] { log.logcatWrite("new\n", 4, true); });

@@ -126,15 +126,22 @@ bool StopThreads(Step* step) {
   return true;
 }
 
-/// Destroys the workers. One that did not end is left alone, since its thread still uses it, but what it holds is
-/// brought to its file. False: there was such a one.
+/// Brings the text of all to their files, before the first one waits for the disk.
+void FlushWorkers() {
+  MutexLock held(listLock);
+  for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
+    node->worker->flushUnlessBusy();
+  }
+}
+
+/// Destroys the workers. One that did not end is left alone, since its thread still uses it. False: there was such a one.
 bool DestroyWorkers() {
+  FlushWorkers();
   bool allEnded = true;
   while (Quilcat* worker = TakeWorker()) {
     if (worker->hasEnded()) {
       delete worker;
     } else {
-      worker->flushUnlessBusy();
       allEnded = false;
     }
   }

@@ -77,7 +77,7 @@ class Quil {
   LogMmap* file GUARDED_BY(writerLock) = nullptr;
   bool flushSet GUARDED_BY(writerLock) = false;  ///< the timer goes off in time for what is pending
   bool unsynced GUARDED_BY(writerLock) = false;  ///< text came since the current file was last brought to disk
-  time_t lastSync GUARDED_BY(writerLock) = 0;    ///< seconds of the monotonic clock
+  time_t lastSync GUARDED_BY(writerLock) = 0;    ///< seconds of the monotonic clock, 0: never
   std::atomic<bool> lost{false};
   Mutex writerLock;
   SyncQueue finishedFiles;
