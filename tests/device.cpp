@@ -68,6 +68,9 @@ std::string OwnerAndMode(const std::string& path) {
 }
 
 int Rounds(int usual) {
+#ifdef QUILCAT_EMULATED
+  usual = (usual + 9) / 10;
+#endif
   const char* factor = getenv("QUILCAT_SOAK");
   return factor != nullptr ? usual * std::max(1, atoi(factor)) : usual;
 }
@@ -177,14 +180,27 @@ int Daemon::Wait(double seconds) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-bool Daemon::IsClosable() const {
-  // SIGUSR2, bit 11 of the mask of caught signals.
+std::string Daemon::Title() const {
   const std::string folder = "/proc/" + std::to_string(process);
 #ifdef QUILCAT_EMULATED
-  // An emulator catches every signal from the start; the service's name stands just before the daemon's own handler.
-  usleep(100000);
-  return ReadFile(folder + "/comm").compare(0, 7, "quilcat") != 0;
+  // An emulator keeps the title to itself; the name of the thread is the same.
+  const std::string name = ReadFile(folder + "/comm");
+  return name.substr(0, name.find('\n'));
+#else
+  return ReadFile(folder + "/cmdline").c_str();
 #endif
+}
+
+bool Daemon::IsClosable() const {
+  const std::string folder = "/proc/" + std::to_string(process);
+#ifdef QUILCAT_EMULATED
+  // An emulator catches every signal from the start. The service's name comes when SIGUSR2 waits for the handler.
+  const std::string named = "\n" + Title() + "\n";
+  std::string arguments = ReadFile(folder + "/cmdline");
+  std::replace(arguments.begin(), arguments.end(), '\0', '\n');
+  return arguments.size() > named.size() && arguments.find(named, arguments.size() - named.size()) != std::string::npos;
+#endif
+  // SIGUSR2, bit 11 of the mask of caught signals.
   const std::string status = ReadFile(folder + "/status");
   const size_t at = status.find("SigCgt:");
   return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;

@@ -66,7 +66,7 @@ class Daemon {
   bool IsClosable() const;  ///< has its handler of SIGUSR2
   bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
   int Close();              ///< sends SIGUSR2 then, and waits
-  std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
+  std::string Title() const;
   std::string Errors() const { return ReadFile(errorFile); }
   bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
 

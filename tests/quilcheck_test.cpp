@@ -3,7 +3,7 @@
 #include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <libxml/xmlschemas.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -450,6 +450,9 @@ TEST(Quilcheck, RootIsLookedUp) {
                  "");
   ExpectFindings(*CheckText(Service(Outputs({"/data/file/a/b"})), "s", "/data/root"),
                  {"3 warning: *\"/data/file\" is not a directory*", "3 warning: *regular file*"}, "");
+  std::filesystem::remove("/data/root/dev/n");
+  EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
+  ExpectFindings(*CheckText(Service(Outputs({"/data/new/log"})), "s", "/data/root"), {}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/file></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/link/log><alterdataPath=/none></inputNodeSet>")),
                             "s", "/data/root"),
