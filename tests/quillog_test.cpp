@@ -185,7 +185,7 @@ std::string LastLines(const std::string& text, size_t count) {
 
 TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
   const Wreck wreck;
-  for (const std::string path : {"/data/log/t", kOutput, "", "/data/log/t/cat.I*"}) {
+  for (const std::string path : {"/data/log/t", kOutput, "", "/data/log", "/data/log/t/cat.I*"}) {
     const Result all = Quillog(path);
     EXPECT_TRUE(all.text == wreck.text) << path << "\n" << all.errors;
     EXPECT_EQ(all.status, 1) << path;
@@ -384,7 +384,7 @@ TEST(OddInput, IsAnswered) {
       "cd /data/log/bomb && mv cat* s && head -c 400000000 /dev/zero | tr '\\0' a | gzip -9n > b && "
       "{ cat s; head -c 10 s; tail -c +11 b; cat s; } > cat.I000.20261122-210405.gz && rm b s";
   ASSERT_EQ(system(compress.c_str()), 0);
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < (Sanitized() ? 10000 : 100000); ++i) {
     char name[64];
     snprintf(name, sizeof name, "/data/log/many/cat.I%03d.2026%04d-000000.gz", i % 1000, i / 1000);
     if (i == 0) {

@@ -27,7 +27,7 @@ bool Missing(const std::string& path, const char* why) {
 
 bool Selection::Add(const std::vector<std::string>& paths) {
   if (paths.empty()) {
-    return AddDefault();
+    return AddSubdirectories(kDefault);
   }
   for (const std::string& path : paths) {
     if (!AddPath(path)) {
@@ -46,7 +46,7 @@ bool Selection::AddPath(const std::string& path) {
     return Missing("\"\"", "no path");
   }
   if (IsDirectory(path)) {
-    return AddDirectory(path, true);
+    return AddDirectory(path);
   }
   // The names of an output's files are made of its directory and its name.
   Output output{path.find('/') == std::string::npos ? "./" + path : path, {}, false};
@@ -72,34 +72,35 @@ bool Selection::AddPath(const std::string& path) {
   return true;
 }
 
-bool Selection::AddDirectory(const std::string& path, bool mustHave) {
+bool Selection::AddDirectory(const std::string& path) {
   const size_t before = found.size();
   if (!OutputFiles::Find(path, &found)) {
-    return !mustHave || Missing(path, strerror(errno));
+    return Missing(path, strerror(errno));
   }
   ambiguous |= found.size() - before > 1;
-  return found.size() > before || !mustHave || Missing(path, "no log there");
+  return found.size() > before || AddSubdirectories(path);
 }
 
-bool Selection::AddDefault() {
-  DIR* stream = opendir(kDefault);
+bool Selection::AddSubdirectories(const std::string& path) {
+  DIR* stream = opendir(path.c_str());
   if (stream == nullptr) {
-    return Missing(kDefault, strerror(errno));
+    return Missing(path, strerror(errno));
   }
   std::vector<std::string> directories;
   while (const dirent* entry = readdir(stream)) {
-    const std::string path = std::string(kDefault) + "/" + entry->d_name;
-    if (entry->d_name[0] != '.' && IsDirectory(path)) {
-      directories.push_back(path);
+    const std::string name = entry->d_name;
+    if (name[0] != '.' && IsDirectory(path + "/" + name)) {
+      directories.push_back(path + (path.back() == '/' ? "" : "/") + name);
     }
   }
   closedir(stream);
   std::sort(directories.begin(), directories.end());
-  for (const std::string& path : directories) {
-    AddDirectory(path, false);
+  const size_t before = found.size();
+  for (const std::string& directory : directories) {
+    OutputFiles::Find(directory, &found);
   }
-  ambiguous = found.size() > 1;
-  return !found.empty() || Missing(kDefault, "no log there");
+  ambiguous |= found.size() - before > 1;
+  return found.size() > before || Missing(path, "no log there");
 }
 
 /// Puts indexed files of one output into its order, whatever the shell made of it; others stay where they are named.
