@@ -213,7 +213,7 @@ TEST_F(CollectTest, AStreamThatRetriesOutlivesAFullDisk) {
       EXPECT_TRUE(Stop());
       collector.reset();
     });
-    const std::string text = mode == WRITE_MMAP ? DecodeAll(Device::IndexedFiles("/data/log")) : ReadFile(kOutput);
+    const std::string text = mode == WRITE_MMAP ? DecodeAll(IndexedPaths("/data/log")) : ReadFile(kOutput);
     int next = 0;
     for (const std::string& line : Lines(text)) {
       const size_t at = line.find("<6>[");

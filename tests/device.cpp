@@ -36,24 +36,20 @@ std::vector<std::string> List(const std::string& directory, const std::string& p
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
     const std::string name = entry.path().filename();
-    if (name.find(part) != std::string::npos) {
-      names.push_back(prefix + name);
-    }
+    if (name.find(part) != std::string::npos) names.push_back(prefix + name);
   }
   std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<std::string> IndexedFiles(const std::string& directory) {
+std::vector<std::string> IndexedPaths(const std::string& directory) {
   return List(directory, ".I", directory + "/");
 }
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
 
@@ -83,9 +79,7 @@ bool Sanitized() {
 bool WaitFor(const std::function<bool()>& condition, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
+    if (std::chrono::steady_clock::now() > end) return false;
     usleep(3000);
   }
   return true;
@@ -149,9 +143,7 @@ Daemon::Daemon(const std::vector<std::string>& arguments, const std::vector<std:
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
   std::string command = "exec 2> " + errorFile + " env";
   for (const auto& words : {environment, {program}, arguments}) {
-    for (const std::string& word : words) {
-      command += " '" + word + "'";
-    }
+    for (const std::string& word : words) command += " '" + word + "'";
   }
   process = fork();
   if (process == 0) {
@@ -170,9 +162,7 @@ Daemon::~Daemon() {
 
 int Daemon::Wait(double seconds) {
   int status = 0;
-  if (!WaitFor([&] { return waitpid(process, &status, WNOHANG) == process; }, seconds)) {
-    return -1;
-  }
+  if (!WaitFor([&] { return waitpid(process, &status, WNOHANG) == process; }, seconds)) return -1;
   process = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
@@ -238,9 +228,7 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
 
 void KernelLoad::Feed() const {
   for (int i = 0; !done;) {
-    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) {
-      List("/data/log/t");
-    }
+    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) List("/data/log/t");
   }
 }
 

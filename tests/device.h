@@ -21,7 +21,7 @@ void SetProperty(const std::string& name, const std::string& value);
 std::vector<std::string> List(const std::string& directory, const std::string& part = "",
                               const std::string& prefix = "");
 /// Full paths in `directory` whose name holds ".I", oldest first as long as indexes do not wrap.
-std::vector<std::string> IndexedFiles(const std::string& directory);
+std::vector<std::string> IndexedPaths(const std::string& directory);
 std::vector<std::string> Lines(const std::string& text);
 /// What a shell command, which has to succeed, writes to standard output.
 std::string Shell(const std::string& command);

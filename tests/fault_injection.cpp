@@ -32,12 +32,8 @@ void Inject(FaultyCall call, int n) {
 }
 
 bool Fails(FaultyCall call, int error) {
-  if (failing != call || ++calls != failingCall) {
-    return false;
-  }
-  if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) {
-    return false;
-  }
+  if (failing != call || ++calls != failingCall) return false;
+  if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) return false;
   errno = error;
   return true;
 }
@@ -112,9 +108,7 @@ ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off_t offset) {
 }
 /// As the C++ library does: a first try that fails calls the handler, which waits for memory, and then tries again.
 void* __wrap__Znwm(size_t size) {
-  if (Fails(FaultyCall::kNew, ENOMEM) && std::get_new_handler() != nullptr) {
-    std::get_new_handler()();
-  }
+  if (Fails(FaultyCall::kNew, ENOMEM) && std::get_new_handler() != nullptr) std::get_new_handler()();
   return __real__Znwm(size);
 }
 }

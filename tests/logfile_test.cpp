@@ -43,7 +43,7 @@ class LogFileTest : public testing::Test, public LogOutput::Owner {
   }
   /// What the files of a mode hold, oldest first.
   static std::string KeptText(Mode mode) {
-    return mode == kMapped ? DecodeAll(Device::IndexedFiles(kDirectory)) : FactoryText(kOut);
+    return mode == kMapped ? DecodeAll(IndexedPaths(kDirectory)) : FactoryText(kOut);
   }
 
   LogOutput::Settings settings;
@@ -59,7 +59,7 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
     SetUpOutput(kMapped);
   }
   const std::string first = kOut + ".I000.19000100-000000.gz";
-  EXPECT_EQ(Device::IndexedFiles(kDirectory), std::vector<std::string>{first});
+  EXPECT_EQ(IndexedPaths(kDirectory), std::vector<std::string>{first});
   EXPECT_EQ(OwnerAndMode("/data/log"), "root:root 775");
   EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");
   EXPECT_EQ(OwnerAndMode(first), "root:system 664");
@@ -70,7 +70,7 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
   WriteFile(kOut, "a plain file in the link's place");
   Write(std::string(600, 'a'));
   Write(std::string(600, 'b'));
-  const std::vector<std::string> files = Device::IndexedFiles(kDirectory);
+  const std::vector<std::string> files = IndexedPaths(kDirectory);
   ASSERT_EQ(files.size(), 2u);
   EXPECT_EQ(files[1].substr(0, kOut.size() + 8), kOut + ".I001.20");
   EXPECT_EQ(std::filesystem::read_symlink(kOut), files[1]);
@@ -103,7 +103,7 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
     WriteFile(kOut + ".I" + index + ".20240131-235959.gz", "");
   }
   SetUpOutput(kMapped);
-  const std::vector<std::string> files = Device::IndexedFiles(kDirectory);
+  const std::vector<std::string> files = IndexedPaths(kDirectory);
   ASSERT_EQ(files.size(), 4u);  // three, and the one just opened
   EXPECT_EQ(files[2].substr(0, kOut.size() + 6), kOut + ".I002.");
   EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
@@ -111,9 +111,7 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
 
 TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
   const std::string a(1000, 'a'), b(1000, 'b');
-  for (const char* name : {".2", "-3.tar.gz", "-7.tar.gz", ".gz", "-old.txt.gz"}) {
-    WriteFile(kOut + name, "");
-  }
+  for (const char* name : {".2", "-3.tar.gz", "-7.tar.gz", ".gz", "-old.txt.gz"}) WriteFile(kOut + name, "");
   WriteFile("/data/log/out/foreign.gz.txt", "");
   std::filesystem::create_directory(kOut + ".dir.gz");
   SetUpOutput(kMapped);
@@ -133,7 +131,7 @@ TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
   EXPECT_EQ(KeptText(kMapped), a + b + a);
   Write(b);
   EXPECT_EQ(Write(a), "");
-  EXPECT_TRUE(Device::IndexedFiles(kDirectory).empty());
+  EXPECT_TRUE(IndexedPaths(kDirectory).empty());
   EXPECT_EQ(KeptText(kFactory), b + a);
 }
 
@@ -159,9 +157,7 @@ TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
     settings.outputFilePath = path.c_str();
     EXPECT_EQ(SetUpOutput(mode, result), errors);
     std::string later;
-    for (int i = 0; i < 100; ++i) {
-      later += Write("text\n");
-    }
+    for (int i = 0; i < 100; ++i) later += Write("text\n");
     EXPECT_EQ(later, result == 0 ? "" : errors);  // a second set-up, and the third not before a second is over
   }
   setenv("PATH", "/nowhere", 1);  // no chown command
@@ -217,9 +213,7 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
                      .c_str()),
           0);
       SetUpOutput(mode);
-      for (int i = 0; i < 14; ++i) {
-        Write(std::string(999, 'a' + static_cast<char>(i)) + "\n");
-      }
+      for (int i = 0; i < 14; ++i) Write(std::string(999, 'a' + static_cast<char>(i)) + "\n");
       output.reset();
       EXPECT_EQ(ReadFile(secret), "secret") << trap;
       EXPECT_EQ(OwnerAndMode(secret), asIs) << trap;
@@ -285,9 +279,7 @@ TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
     }
     EXPECT_EQ(KeptText(kFactory), kept);
     std::vector<std::string> names;
-    for (const std::string& suffix : suffixes) {
-      names.push_back("cat-log" + suffix);
-    }
+    for (const std::string& suffix : suffixes) names.push_back("cat-log" + suffix);
     EXPECT_EQ(List(kDirectory), names);
     EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), names[1] == "cat-log-0.tar.gz" ? "system:system 644" : "missing");
   }

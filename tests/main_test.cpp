@@ -25,9 +25,7 @@ constexpr char kUsage[] =
 void ExpectNumbers(const std::string& text, int count) {
   const std::vector<int> numbers = KernelLog::Numbers(text);
   EXPECT_EQ(static_cast<int>(numbers.size()), count);
-  for (size_t i = 0; i < numbers.size(); ++i) {
-    ASSERT_EQ(numbers[i], static_cast<int>(i)) << Lines(text)[i];
-  }
+  for (size_t i = 0; i < numbers.size(); ++i) ASSERT_EQ(numbers[i], static_cast<int>(i)) << Lines(text)[i];
 }
 
 /// Writes `count` numbered lines in chunks, and waits until the daemon has read them.
@@ -98,9 +96,7 @@ TEST(ProcessTitle, CoversTheStringsThatFollowOneAnother) {
   EXPECT_STREQ(area, "a name of 20 letters");
   EXPECT_EQ(std::string(getenv("A")) + getenv("B") + getenv("C"), "123");
   environ = outer;
-  for (char* copy : variables) {
-    free(copy);
-  }
+  for (char* copy : variables) free(copy);
 }
 
 /// However it was started, and wherever a start hangs, it closes soon, and keeps what it has read.
@@ -145,7 +141,7 @@ TEST(Service, ClosesAfterAnyStart) {
     daemon.Signal(start.signal);
     EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
     EXPECT_EQ(daemon.Errors().find("debug closelogcat by signal\n") != std::string::npos, start.reports);
-    ExpectNumbers(start.keeps ? DecodeAll(IndexedFiles("/data/log/t")) : "", start.keeps);
+    ExpectNumbers(start.keeps ? DecodeAll(IndexedPaths("/data/log/t")) : "", start.keeps);
   }
 }
 
@@ -162,7 +158,7 @@ TEST(Service, KeepsTheKernelLogAndClosesOnSigusr2) {
   EXPECT_TRUE(Sanitized() || std::stoi(status.substr(status.find("VmHWM:") + 6)) < 5000);
   EXPECT_EQ(daemon.Close(), 12);
   EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
-  const std::vector<std::string> files = IndexedFiles(kKernelDirectory);
+  const std::vector<std::string> files = IndexedPaths(kKernelDirectory);
   ASSERT_EQ(files.size(), 1u);
   EXPECT_EQ(Decode(files[0]).zeroTail, 0u);
   ExpectNumbers(DecodeAll(files), 20000);
@@ -170,7 +166,7 @@ TEST(Service, KeepsTheKernelLogAndClosesOnSigusr2) {
   // The next start goes on with the next index.
   Daemon next({"-b", "kmsglogcat"});
   EXPECT_EQ(next.Close(), 12);
-  EXPECT_EQ(IndexedFiles(kKernelDirectory).size(), 2u);
+  EXPECT_EQ(IndexedPaths(kKernelDirectory).size(), 2u);
 }
 
 TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
@@ -180,7 +176,7 @@ TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
   WriteFile(nodes + "charger/charge_data/chargelog_head", "ibus\n");
   Daemon daemon({"-b", "chargelogcat"});
   ASSERT_TRUE(daemon.WaitUntilRunning());
-  const auto text = [] { return DecodeAll(IndexedFiles(kChargeDirectory)); };
+  const auto text = [] { return DecodeAll(IndexedPaths(kChargeDirectory)); };
   EXPECT_TRUE(WaitFor([&] {
     List(kChargeDirectory);
     return text().find("4012 \n") != std::string::npos;
@@ -202,16 +198,14 @@ TEST(Service, AWorkerThatEndsLeavesTheServiceIdleUntilItIsClosed) {
   Daemon daemon({"-b", "test"});
   // Its collectors are gone: the file is cut.
   EXPECT_TRUE(WaitFor([] {
-    const auto files = IndexedFiles("/data/log/t");
+    const auto files = IndexedPaths("/data/log/t");
     return !files.empty() && std::filesystem::file_size(files[0]) == 0;
   }));
   EXPECT_EQ(daemon.Close(), 12);
 }
 
 TEST(Service, RegistersWithTheRebootWatchdog) {
-  if (Sanitized()) {
-    GTEST_SKIP() << "sanitizers need a real /proc";
-  }
+  if (Sanitized()) GTEST_SKIP() << "sanitizers need a real /proc";
   ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
   WriteFile("/proc/reboot_watchdog", "");
   WriteFile("/proc/kmsg", "line\n");
@@ -233,7 +227,7 @@ TEST(Service, ClosesUnderLoadAtAnyMomentWithoutLosingALine) {
       EXPECT_EQ(daemon.Wait(), 12);
       EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
       EXPECT_EQ(daemon.Errors().find("write fail"), std::string::npos);
-      const auto files = IndexedFiles("/data/log/t");
+      const auto files = IndexedPaths("/data/log/t");
       const std::string text = files.empty() ? ReadFile("/data/log/t/cat") : DecodeAll(files);
       EXPECT_TRUE(files.empty() || Decode(files.back()).zeroTail == 0);
       ExpectNumbers(text, static_cast<int>(Lines(text).size()));
@@ -266,7 +260,7 @@ TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
     EXPECT_EQ(next.Close(), 12);
     const std::string output = "/data/log/t/cat";
     std::string text = mapped ? "" : FactoryText(output);
-    const std::vector<std::string> files = IndexedFiles("/data/log/t");
+    const std::vector<std::string> files = IndexedPaths("/data/log/t");
     for (size_t i = 0; i < files.size(); ++i) {
       const Decoded decoded = Decode(files[i]);
       // The kill may have come while a member was copied into the last file of the first daemon.
@@ -275,9 +269,7 @@ TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
     }
     const std::vector<int> numbers = KernelLog::Numbers(text);
     // No gap, no repetition; a plain file may end in the line that the kill broke off.
-    for (size_t i = 1; i + (mapped ? 0 : 1) < numbers.size(); ++i) {
-      ASSERT_EQ(numbers[i], numbers[i - 1] + 1) << round;
-    }
+    for (size_t i = 1; i + (mapped ? 0 : 1) < numbers.size(); ++i) ASSERT_EQ(numbers[i], numbers[i - 1] + 1) << round;
     EXPECT_FALSE(std::filesystem::exists(output + ".5"));
     EXPECT_TRUE(List(output + "_tmp").empty());
   }
@@ -292,14 +284,12 @@ TEST(Service, AFullDiskLeavesWhatWasKeptReadable) {
   std::mt19937 random(3);
   for (int i = 0; i < 400; ++i) {
     std::string noise(2000, ' ');
-    for (char& c : noise) {
-      c = static_cast<char>(33 + random() % 90);
-    }
+    for (char& c : noise) c = static_cast<char>(33 + random() % 90);
     kernel.Write(noise + "\n");
     usleep(1000);
   }
   EXPECT_EQ(daemon.Close(), 12);
-  const Decoded decoded = Decode(IndexedFiles("/data/log/t").back());
+  const Decoded decoded = Decode(IndexedPaths("/data/log/t").back());
   EXPECT_TRUE(decoded.sound);
   EXPECT_GT(decoded.members, 2);
 }

@@ -11,8 +11,6 @@
 
 #include "fault_injection.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);  // of fuzz_format
-
 namespace {
 
 constexpr size_t kMax = safestr::kMaxSize;
@@ -135,15 +133,6 @@ TEST(BoundedPrint, LeavesOutWhatFindsNoMemory) {
     const FailNthAllocation fault(nth);
     EXPECT_EQ(Print(99, "a%000000000000000.600fb%d", 0.5, 7), "ab7");
     EXPECT_TRUE(fault.happened());
-  }
-}
-
-TEST(BoundedPrint, PrintsAsThePlatformDoes) {
-  std::mt19937 random(20241122);
-  for (int i = 0; i < 15000; ++i) {
-    uint8_t bytes[40];
-    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-    LLVMFuzzerTestOneInput(bytes, sizeof bytes);
   }
 }
 
