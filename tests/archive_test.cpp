@@ -89,7 +89,7 @@ TEST(Archive, IsWholeAndOnDiskOrGone) {
   WriteFile("/tmp/disk/archive", std::string(64 * 1024, 'b'));
   expect("/tmp/in/small", true, "the old archive makes room");
   {
-    const FailNthCall fault(FaultyCall::kSync, 1);
+    const FailNthCall fault("sync", 1);
     expect("/tmp/in/small", false, "not on disk");
     EXPECT_TRUE(fault.happened());
   }

@@ -116,14 +116,14 @@ TEST_F(CollectTest, GivesAFailureColumnForWhatCannotBeRead) {
 TEST_F(CollectTest, StreamsWithoutALocalTime) {
   ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
   Stream("/tmp/fifo");
-  const FailNthCall fault(FaultyCall::kLocalTime, 1);
+  const FailNthCall fault("localtime", 1);
   Make().start();
   WriteFile("/tmp/fifo", "bare\n");
   EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput) == "bare\n"; }));
 }
 
 TEST_F(CollectTest, StampsAFailedClockAsTheStartOf1900) {
-  const FailNthCall fault(FaultyCall::kLocalTime, 1);
+  const FailNthCall fault("localtime", 1);
   const std::unique_ptr<char, decltype(&free)> stamp(Quilcat::nodePollingDateTime(), &free);
   EXPECT_STREQ(stamp.get(), "1900-01-00 00:00:00 > ");
 }
@@ -263,7 +263,7 @@ TEST_F(CollectTest, APollCycleAllocatesItsDateTextsOnly) {
   group.style = STYLE_POLL_NODE;
   group.input = &date;
   Make();
-  const FailNthAllocation counter(1'000'000'000);
+  const FailNthCall counter("allocation", 1'000'000'000);
   collector->start();
   EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput).size() > 10000; }));
   EXPECT_TRUE(Stop());

@@ -115,7 +115,7 @@ TEST(Config, WithoutMemory) {
     const std::string complete = ConfigCase::Fill(test.fill, test.name, true), none = BuiltIn("");
     for (int n = 1; n <= test.allocations + 1; ++n) {
       const auto fill = [&](const char* name, QuilCommon::QuilcatInfo_t* info) {
-        const FailNthAllocation fault(n);
+        const FailNthCall fault("allocation", n);
         return test.fill(name, info);
       };
       const std::string text = ConfigCase::Fill(fill, test.name, true);

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace Device {
@@ -87,6 +88,15 @@ bool WaitFor(const std::function<bool()>& condition, double seconds) {
 
 void MountSmallDisk(const std::string& directory, int kilobytes) {
   Shell("mkdir -p " + directory + " && mount -t tmpfs -o size=" + std::to_string(kilobytes) + "k none " + directory);
+}
+
+std::string Noise(size_t size, size_t seed) {
+  std::mt19937 random(static_cast<unsigned>(seed));
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) {
+    while (byte == '\0' || byte == '\n') byte = static_cast<char>(random());
+  }
+  return bytes;
 }
 
 std::string StandardErrorOf(const std::function<void()>& call) {
@@ -169,7 +179,7 @@ int Daemon::Wait(double seconds) {
 
 bool Daemon::IsClosable() const {
   // SIGUSR2, bit 11 of the mask of caught signals.
-  const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
+  const std::string status = Proc("status");
   const size_t at = status.find("SigCgt:");
   return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;
 }

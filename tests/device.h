@@ -20,7 +20,7 @@ void SetProperty(const std::string& name, const std::string& value);
 /// What stands in `directory`, sorted: the names that hold `part`, behind `prefix`.
 std::vector<std::string> List(const std::string& directory, const std::string& part = "",
                               const std::string& prefix = "");
-/// Full paths in `directory` whose name holds ".I", oldest first as long as indexes do not wrap.
+/// The indexed files in `directory`: full paths, oldest first as long as indexes do not wrap.
 std::vector<std::string> IndexedPaths(const std::string& directory);
 std::vector<std::string> Lines(const std::string& text);
 /// What a shell command, which has to succeed, writes to standard output.
@@ -34,11 +34,12 @@ bool Sanitized();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
 void MountSmallDisk(const std::string& directory, int kilobytes);
+/// Bytes that do not compress, without line feeds and zeros.
+std::string Noise(size_t size, size_t seed);
 /// What a call writes to standard error.
 std::string StandardErrorOf(const std::function<void()>& call);
 
-/// The text of a mapped log file: its complete gzip members, up to the zero bytes that an open file ends in, or up to a
-/// member that a kill broke off.
+/// The text of a mapped log file: its complete gzip members, up to what is none.
 struct Decoded {
   std::string text;
   int members = 0;
@@ -66,7 +67,8 @@ class Daemon {
   bool IsClosable() const;  ///< has its handler of SIGUSR2
   bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
   int Close();              ///< sends SIGUSR2 then, and waits
-  std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
+  std::string Proc(const std::string& file) const { return ReadFile("/proc/" + std::to_string(process) + '/' + file); }
+  std::string Title() const { return Proc("cmdline").c_str(); }
   std::string Errors() const { return ReadFile(errorFile); }
   bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
 
