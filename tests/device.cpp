@@ -147,14 +147,10 @@ std::string FactoryText(const std::string& output) {
                "  done; cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; true");
 }
 
-Daemon::Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-               const char* program) {
+Daemon::Daemon(const std::string& arguments, const std::string& before, const char* program) {
   static int count = 0;
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
-  std::string command = "exec 2> " + errorFile + " env";
-  for (const auto& words : {environment, {program}, arguments}) {
-    for (const std::string& word : words) command += " '" + word + "'";
-  }
+  const std::string command = "exec 2> " + errorFile + "\n" + before + "\nexec " + program + ' ' + arguments;
   process = fork();
   if (process == 0) {
     close_range(STDERR_FILENO + 1, ~0u, 0);  // what the test itself was given

@@ -55,8 +55,8 @@ std::string FactoryText(const std::string& output);
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:
-  explicit Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
-                  const char* program = QUILCAT_DAEMON);
+  /// `before` are commands of a shell that then becomes the daemon.
+  explicit Daemon(const std::string& arguments, const std::string& before = "", const char* program = QUILCAT_DAEMON);
   ~Daemon();
   Daemon(const Daemon&) = delete;
 

@@ -38,7 +38,7 @@ TEST_P(FaultTest, OneFailingCallNeverEndsTheDaemon) {
   for (int n = 1; struck && n <= 60; ++n) {
     std::filesystem::remove_all("/data/log");
     const KernelLog kernel;
-    Daemon daemon({"-b", "test"}, {"QUILCAT_FAULT=" + call + ":" + std::to_string(n)}, QUILCAT_FAULTY_DAEMON);
+    Daemon daemon("-b test", "export QUILCAT_FAULT=" + call + ":" + std::to_string(n), QUILCAT_FAULTY_DAEMON);
     const auto idles = [&] { return daemon.HasReported("parse_config_file failed"); };
     ASSERT_TRUE(WaitFor([&] { return idles() || daemon.IsClosable(); })) << n << daemon.Errors();
     if (!idles()) {
@@ -78,7 +78,7 @@ TEST(Faults, GroupsUnderStressClose) {
     const bool mapped = round % 2 == 0;
     ConfigureStream(mapped ? "mmap" : "factory", 4, 10, groups);
     KernelLoad load;
-    Daemon daemon({"-b", "test"});
+    Daemon daemon("-b test");
     ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Wait(0);
     for (int i = static_cast<int>(random() % 300); i > 0; --i) {
       List(directory(i));
