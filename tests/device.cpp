@@ -65,6 +65,9 @@ std::string OwnerAndMode(const std::string& path) {
 }
 
 int Rounds(int usual) {
+#ifdef QUILCAT_EMULATED
+  usual = (usual + 9) / 10;
+#endif
   const char* factor = getenv("QUILCAT_SOAK");
   return factor != nullptr ? usual * std::max(1, atoi(factor)) : usual;
 }
@@ -173,7 +176,23 @@ int Daemon::Wait(double seconds) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
+std::string Daemon::Title() const {
+#ifdef QUILCAT_EMULATED
+  // An emulator keeps the title to itself; the name of the thread is the same.
+  return Lines(Proc("comm") + "\n")[0];
+#else
+  return Proc("cmdline").c_str();
+#endif
+}
+
 bool Daemon::IsClosable() const {
+#ifdef QUILCAT_EMULATED
+  // An emulator catches every signal from the start. The service's name comes when SIGUSR2 waits for the handler.
+  const std::string named = "\n" + Title() + "\n";
+  std::string arguments = Proc("cmdline");
+  std::replace(arguments.begin(), arguments.end(), '\0', '\n');
+  return arguments.size() > named.size() && arguments.find(named, arguments.size() - named.size()) != std::string::npos;
+#endif
   // SIGUSR2, bit 11 of the mask of caught signals.
   const std::string status = Proc("status");
   const size_t at = status.find("SigCgt:");

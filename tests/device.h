@@ -68,7 +68,7 @@ class Daemon {
   bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
   int Close();              ///< sends SIGUSR2 then, and waits
   std::string Proc(const std::string& file) const { return ReadFile("/proc/" + std::to_string(process) + '/' + file); }
-  std::string Title() const { return Proc("cmdline").c_str(); }
+  std::string Title() const;
   std::string Errors() const { return ReadFile(errorFile); }
   bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
 
