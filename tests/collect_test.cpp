@@ -80,9 +80,6 @@ TEST_F(CollectTest, PadsAndCutsColumns) {
     EXPECT_EQ(readers.node_cat_alter_once(&first, width, true), 0);
     EXPECT_EQ(Written(), text.size() > 8191 ? column.substr(0, 8190) : column);  // one read only
   }
-  EXPECT_EQ(readers.logcatWriteFixLenBuffer(Text("text"), 6, false), 0);
-  EXPECT_EQ(readers.logcatWriteFixLenBuffer(Text("text"), 0, true), 0);
-  EXPECT_EQ(Written(), "text  text");
 }
 
 TEST_F(CollectTest, GivesAFailureColumnForWhatCannotBeRead) {

@@ -28,10 +28,6 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-void SetProperty(const std::string& name, const std::string& value) {
-  WriteFile("/dev/__properties__/" + name, value);
-}
-
 std::vector<std::string> List(const std::string& directory, const std::string& part, const std::string& prefix) {
   std::vector<std::string> names;
   std::error_code error;
@@ -41,10 +37,6 @@ std::vector<std::string> List(const std::string& directory, const std::string& p
   }
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::vector<std::string> IndexedPaths(const std::string& directory) {
-  return List(directory, ".I", directory + "/");
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -60,8 +52,7 @@ std::string Shell(const std::string& command) {
 }
 
 std::string OwnerAndMode(const std::string& path) {
-  const std::string text = Shell("stat -c '%U:%G %a' '" + path + "' 2> /dev/null || echo missing");
-  return text.substr(0, text.find('\n'));
+  return Lines(Shell("stat -c '%U:%G %a' '" + path + "' 2> /dev/null || echo missing"))[0];
 }
 
 int Rounds(int usual) {
@@ -219,10 +210,6 @@ int Daemon::Close() {
 KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
   // A child of a daemon that has just ended may have kept the fifo, and with it old lines.
   ReadAll();
-}
-
-bool KernelLog::Write(const std::string& text) const {
-  return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 std::string KernelLog::ReadAll() const {

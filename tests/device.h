@@ -16,12 +16,16 @@ namespace Device {
 
 void WriteFile(const std::string& path, const std::string& text);  ///< makes its directory too
 std::string ReadFile(const std::string& path);
-void SetProperty(const std::string& name, const std::string& value);
 /// What stands in `directory`, sorted: the names that hold `part`, behind `prefix`.
 std::vector<std::string> List(const std::string& directory, const std::string& part = "",
                               const std::string& prefix = "");
+inline void SetProperty(const std::string& name, const std::string& value) {
+  WriteFile("/dev/__properties__/" + name, value);
+}
 /// The indexed files in `directory`: full paths, oldest first as long as indexes do not wrap.
-std::vector<std::string> IndexedPaths(const std::string& directory);
+inline std::vector<std::string> IndexedPaths(const std::string& directory) {
+  return List(directory, ".I", directory + "/");
+}
 std::vector<std::string> Lines(const std::string& text);
 /// What a shell command, which has to succeed, writes to standard output.
 std::string Shell(const std::string& command);
@@ -83,7 +87,9 @@ class KernelLog {
   KernelLog();
   ~KernelLog() { close(fd); }
   /// False when the node's reader is slow and `text` did not fit any more.
-  bool Write(const std::string& text) const;
+  bool Write(const std::string& text) const {
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  }
   std::string ReadAll() const;  ///< takes what nobody has read
   bool IsDrained() const;       ///< the node's reader has taken everything
   /// Line i of the test's numbered kernel log, with a line feed.

@@ -6,8 +6,6 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <random>
-
 #include "device.h"
 #include "fault_injection.h"
 #include "mmaplog/log_buffer.h"
@@ -20,14 +18,6 @@ namespace {
 
 constexpr char kPath[] = "/data/log";
 constexpr size_t kSegment = 65536;
-
-/// Bytes that do not compress.
-std::string Noise(size_t size, size_t seed) {
-  std::mt19937 random(static_cast<unsigned>(seed));
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
 
 template <typename Writer>
 bool Write(Writer& writer, const std::string& bytes) {

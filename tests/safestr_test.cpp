@@ -106,8 +106,7 @@ TEST(BoundedPrint, WhereItIsNotThePlatforms) {
   for (const auto& c : cases) EXPECT_EQ(c.actual, c.expected);
   std::istringstream wrong(
       "%n %a %A %5% %-% %l% %5k % %5 text%- %. %.5 %l %1$d %'d %.-5d %..5d %.5.d %* %.* %5*d %l5d %h.5d %\x80 "
-      "%214748370d "
-      "%.214748370d %*0d");
+      "%214748370d %.214748370d %*0d");
   for (std::string format; wrong >> format;) EXPECT_EQ(Print(99, format.c_str(), INT_MAX), "-1 ") << format;
 }
 
