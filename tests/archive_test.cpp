@@ -103,7 +103,8 @@ TEST(Archive, IsWholeAndOnDiskOrGone) {
 TEST(Archive, DirectoryGivesTheFilesBelowIt) {
   const std::string deep(120, 'd'), name(121, 'n');
   const std::string longest = "/tmp/in/logs/" + deep + "/" + name;  // 255 bytes
-  for (const size_t size : {0, 1, 512, 513, 100003}) WriteFile("/tmp/in/logs/" + std::to_string(size), Text(size));
+  for (const int size : {0, 1, 512, 513, 100003})
+    WriteFile("/tmp/in/logs/" + std::to_string(size), Text(static_cast<size_t>(size)));
   WriteFile("/tmp/in/logs/sub/" + std::string(90, 'n'), Text(1000));  // 99 bytes with its directories
   Pack({"/tmp/in/logs"}, 1);
   for (const std::string extract : {"tar xzpf", "bsdtar xzpf", "python3 -m tarfile -e"}) {

@@ -56,10 +56,10 @@ int FailNthCall::count() const {
 }
 
 /// Defines __wrap_<name>, which gives `failure` when the fault strikes and otherwise what the call itself gives.
-#define WRAP(type, name, parameters, arguments, kind, error, failure)            \
-  extern "C" type __real_##name parameters;                                      \
-  extern "C" type __wrap_##name parameters {                                     \
-    return Fails(kind, error) ? (failure) : __real_##name arguments; \
+#define WRAP(type, name, parameters, arguments, kind, error, failure) \
+  extern "C" type __real_##name parameters;                           \
+  extern "C" type __wrap_##name parameters {                          \
+    return Fails(kind, error) ? (failure) : __real_##name arguments;  \
   }
 
 WRAP(void*, malloc, (size_t size), (size), "allocation", ENOMEM, nullptr)

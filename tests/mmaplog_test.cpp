@@ -63,7 +63,7 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
       EXPECT_FALSE(Write(file, bytes));
       ExpectOpenFile(all);
     };
-    for (const size_t size : {65000, 536, 7, 65528, 1000}) {
+    for (const size_t size : std::initializer_list<size_t>{65000, 536, 7, 65528, 1000}) {
       const std::string bytes = Noise(size, all.size());
       for (const char* call : {"mmap", "ftruncate", "pwrite"}) {
         if (all.size() % kSegment + size < kSegment) continue;  // needs no other segment
@@ -75,7 +75,8 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
       all += bytes;
       ExpectOpenFile(all);
     }
-    for (const size_t size : {0, 65536, 65537}) refuses(Noise(size, 1));  // the disk is full
+    for (const size_t size : std::initializer_list<size_t>{0, 65536, 65537})
+      refuses(Noise(size, 1));  // the disk is full
     EXPECT_FALSE(file.Write(nullptr, 1) || file.isLost());
   });
   EXPECT_EQ(errors, "failed mapping data\nfailed setting file size\nfailed mapping data\nfailed setting file size\n");
