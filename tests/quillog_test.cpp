@@ -433,12 +433,11 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
     std::filesystem::remove_all("/data/log/t");
     ConfigureStream(mode, 64, 500);
     WriteFile(std::string(kOutput) + (mode[0] == 'm' ? ".I000.20260101-000000.gz" : ".1"), "");
-    Daemon follower({"-c", std::string("exec ") + QUILCAT_QUILLOG + " -f " + kOutput + " > /tmp/followed"}, {},
-                    "/bin/sh");
+    Daemon follower("-f " + std::string(kOutput) + " > /tmp/followed", "", QUILCAT_QUILLOG);
     int line = 0;
     int last = 0;
     for (int round = 0; round < Rounds(3); ++round) {
-      Daemon daemon({"-b", "test"});
+      Daemon daemon("-b test");
       ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Errors();
       KernelLog kernel;
       for (const int end = line + 6000; line < end;) {
@@ -467,7 +466,7 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
     EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end()), numbers.end());
     std::string decoded;
-    for (const std::string& path : IndexedFiles("/data/log/t")) {
+    for (const std::string& path : IndexedPaths("/data/log/t")) {
       decoded += Decode(path).text;
     }
     EXPECT_TRUE(all.text == (mode[0] == 'm' ? decoded : FactoryText(kOutput)));
@@ -478,19 +477,19 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
 
 TEST(Follow, GoesOnBehindADeletedFile) {
   ConfigureStream("mmap", 4096, 5);
-  Daemon daemon({"-b", "test"});
+  Daemon daemon("-b test");
   ASSERT_TRUE(daemon.WaitUntilRunning());
   KernelLog kernel;
-  Daemon follower({"-c", std::string("exec ") + QUILCAT_QUILLOG + " -n 0 -f > /tmp/followed"}, {}, "/bin/sh");
+  Daemon follower("-n 0 -f > /tmp/followed", "", QUILCAT_QUILLOG);
   const auto comes = [&](int line) {
     kernel.Write(KernelLog::Line(line));
     return WaitFor(
         [&] { return ReadFile("/tmp/followed").find("<6>[" + std::to_string(line) + "]") != std::string::npos; }, 3);
   };
-  ASSERT_TRUE(WaitFor([] { return !IndexedFiles("/data/log/t").empty(); }));
+  ASSERT_TRUE(WaitFor([] { return !IndexedPaths("/data/log/t").empty(); }));
   sleep(1);
   EXPECT_TRUE(comes(1));
-  for (const std::string& path : IndexedFiles("/data/log/t")) {
+  for (const std::string& path : IndexedPaths("/data/log/t")) {
     unlink(path.c_str());
   }
   EXPECT_TRUE(comes(2));
