@@ -191,9 +191,12 @@ void StartCollectors() {
   }
 }
 
+/// A close that came meanwhile may be destroying other workers, which use the record.
 void Release() {
   DestroyWorkers();
-  QuilConfig::free_config_file(serviceInfo);
+  if (!ThreadBase::currentStopRequested()) {
+    QuilConfig::free_config_file(serviceInfo);
+  }
 }
 
 }  // namespace
