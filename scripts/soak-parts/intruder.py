@@ -60,7 +60,7 @@ class Intruder:
 
     def __init__(self, mode, output, seed):
         self.mode, self.output, self.directory = mode, output, os.path.dirname(output)
-        self.random = random.Random(seed)
+        self.seed, self.random = seed, random.Random(seed)
         self.done = 0
 
     def run(self, seconds):
@@ -105,9 +105,14 @@ class Intruder:
             self.random.choice([self.link] * 3 + [self.hard_link, self.own_file, os.mkfifo, self.lay_trap])(path)
 
     def move_away(self, path):
-        target = f'{self.directory}/away{self.random.randrange(50)}'
-        shutil.rmtree(target, ignore_errors=True)  # a directory that is not empty takes no other
+        target = f'{self.directory}/away-{self.seed}-{self.random.randrange(20)}'
+        self.attempt(self.clear, target)  # a directory that is not empty takes no other
         os.rename(path, target)
+
+    def clear(self, directory):
+        """Not by shutil.rmtree, which waits at a fifo that came in the directory's place."""
+        for name in os.listdir(directory):
+            os.unlink(f'{directory}/{name}')
 
     def target(self):
         return self.random.choice(list(FILES) + [f'{TREASURE}/new', f'{TREASURE}/closed/new', TREASURE, '/etc/passwd',
@@ -117,7 +122,7 @@ class Intruder:
         os.symlink(self.target(), path)
 
     def hard_link(self, path):
-        os.link(self.random.choice([f'{TREASURE}/public', f'{self.directory}/away0']), path)
+        os.link(self.random.choice([f'{TREASURE}/public', f'{self.directory}/away-0-0']), path)
 
     def own_file(self, path):
         with open(path, 'x') as file:

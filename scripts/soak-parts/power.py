@@ -114,18 +114,32 @@ class Cuts:
         return pending
 
     def add(self, moment, disk):
-        image, mounted = f'{self.case.path}/{self.kind}.image', f'{self.case.path}/{self.kind}'
+        name = f'{self.kind}-{len(self.seconds)}'
+        image, mounted = f'{self.case.path}/{name}.image', f'{self.case.path}/{name}'
         with open(image, 'wb') as file:
             file.write(disk)
-        os.makedirs(mounted, exist_ok=True)
+        os.mkdir(mounted)
         run('mount', '-o', 'loop', image, mounted)
         try:
-            self.examine(moment, mounted)
+            good = self.examine(moment, mounted)
         finally:
             run('umount', mounted)
-        self.damaged += subprocess.run(['e2fsck', '-fn', image], capture_output=True).returncode != 0
+        while run('losetup', '-j', image):  # the test device that had it goes by and by
+            time.sleep(0.01)
+        damaged = subprocess.run(['e2fsck', '-fn', image], capture_output=True).returncode != 0
+        self.damaged += damaged
+        if damaged or not good:
+            self.keep(disk, name)
+        os.unlink(image)
+
+    def keep(self, disk, name):
+        """The disk as the cut left it."""
+        os.makedirs(f'{self.root}/build/soak', exist_ok=True)
+        with open(f'{self.root}/build/soak/{self.case.mode}-{self.case.sync}-{name}.image', 'wb') as file:
+            file.write(disk)
 
     def examine(self, moment, mounted):
+        """False: the daemon could not go on here, or text that was there is gone."""
         output = mounted + '/log/power/cat'
         log = kept.read(self.case.mode, output)
         self.seconds.append(moment - (log.times[-1] if log.times else self.case.begin))
@@ -134,8 +148,11 @@ class Cuts:
         self.repeated += log.repeated()
         resumed = device(self.root, mounted, 'resume', self.program, self.case.mode, str(self.case.sync)).wait() == 0
         after = kept.read(self.case.mode, output)
-        self.not_resumed += not (resumed and set(log.numbers) <= set(after.numbers) and
-                                 after.numbers[-10:] == list(range(10**6, 10**6 + 10)))
+        # The first new line may stand right behind a broken one.
+        good = (resumed and set(log.numbers) <= set(after.numbers) and
+                after.numbers[-9:] == list(range(10**6 + 1, 10**6 + 10)))
+        self.not_resumed += not good
+        return good
 
     def row(self):
         return [self.case.mode, self.case.sync or '', self.kind, len(self.seconds), kept.median(self.seconds),
