@@ -77,15 +77,15 @@ class Intruder:
             if select.select([watch], [], [], TRIES_WITHOUT_EVENT)[0]:
                 names = [name for name in event_names(os.read(watch, 4096)) if name]
             for path in [f'{self.directory}/{name}' for name in names[-2:]] + [self.usual_place()]:
-                self.attempt(self.take_place, path)
+                self.done += self.attempt(self.take_place, path)
         return self.done
 
     def attempt(self, action, *arguments):
         try:
             action(*arguments)
-            self.done += 1
+            return True
         except OSError:
-            pass
+            return False
 
     def usual_place(self):
         o = self.output
