@@ -320,6 +320,9 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   }
   WriteFile(output + "_tmp/unfinished.tar.gz", "half");
   EXPECT_EQ(text("moved in part"), archived + "r5\nr4\nr3\nr2\nr1\nlive\n");
+  WriteFile(output + ".4", "newer\n");
+  EXPECT_EQ(text("not to be packed"), archived + "r5\nr4\nr3\nnewer\nr2\nr1\nlive\n");
+  std::filesystem::remove(output + ".4");
   pack(output + "_tmp/packed.tar.gz", "p");
   for (int number = 1; number <= 2; ++number) {
     std::filesystem::remove(output + "." + std::to_string(number));

@@ -52,27 +52,24 @@ void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile
   }
 }
 
+/// Appends B.5 to B.1, the files "<prefix>5" to "<prefix>1".
+void AddRotated(const std::string& prefix, std::vector<LogFile>& files) {
+  for (int number = kRotatedFiles; number > 0; --number) {
+    AddIfThere(prefix + std::to_string(number), LogFile::Kind::kPlain, files);
+  }
+}
+
 /// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
 /// that the files do, and an archive that is perhaps not whole only where they are gone.
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   const std::string directory = output + "_tmp/";
-  const std::string base = output.substr(output.rfind('/') + 1);
   const size_t before = files.size();
   AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
-  const bool isPacked = files.size() > before;
-  for (int number = kRotatedFiles; number > 0; --number) {
-    if (!isPacked) {
-      AddIfThere(directory + base + "." + std::to_string(number), LogFile::Kind::kPlain, files);
-    }
-    AddIfThere(output + "." + std::to_string(number), LogFile::Kind::kPlain, files);
+  if (files.size() == before) {
+    AddRotated(directory + output.substr(output.rfind('/') + 1) + ".", files);
   }
-  const bool hasFiles =
-      std::any_of(files.begin() + static_cast<std::ptrdiff_t>(before), files.end(),
-                  [&](const LogFile& file) { return file.path.compare(0, directory.size(), directory) == 0; });
-  if (!hasFiles) {
-    std::vector<LogFile> unfinished;
-    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, unfinished);
-    files.insert(files.begin() + static_cast<std::ptrdiff_t>(before), unfinished.begin(), unfinished.end());
+  if (files.size() == before) {
+    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, files);
   }
 }
 
@@ -81,7 +78,9 @@ std::vector<LogFile> FactoryFiles(const std::string& output) {
   for (int number = kMostArchives - 1; number >= 0; --number) {
     AddIfThere(output + "-" + std::to_string(number) + kArchiveSuffix, LogFile::Kind::kArchive, files);
   }
+  // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
   AddPacking(output, files);
+  AddRotated(output + ".", files);
   AddIfThere(output, LogFile::Kind::kPlain, files);
   return files;
 }
