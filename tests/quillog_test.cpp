@@ -413,6 +413,7 @@ TEST(OddInput, IsAnswered) {
       {"-g '(' /data/log/bomb", 2, "("},
       {"-n x", 2, "no number"},
       {"-i /data/log/bomb", 2, "belong to"},
+      {"-l -n 3 /data/log/bomb", 2, "whole files"},
       {"--color=red", 2, "auto, always"},
       {"", 2, "several outputs"},
   };
