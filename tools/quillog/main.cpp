@@ -108,10 +108,10 @@ int main(int argc, char** argv) {
     return kNothing;
   }
   if (options.action == Options::Action::kHelp) {
-    return fputs(kUsage, stdout) < 0 ? kNothing : kAllRead;
+    return fputs(kUsage, stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   if (options.action == Options::Action::kVersion) {
-    return puts("quillog " QUILLOG_VERSION) < 0 ? kNothing : kAllRead;
+    return puts("quillog " QUILLOG_VERSION) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   return Run(options);
 }
