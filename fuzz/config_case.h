@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "choices.h"
 #include "config/quil_config.h"
 
 /// A configuration file formed from arbitrary bytes, and beside it what has to come out of its first service "s" on a
@@ -20,9 +22,9 @@ class ConfigCase {
   using QuilcatInfo_t = QuilCommon::QuilcatInfo_t;
   static constexpr char kPath[] = "/system/etc/quilcat_config.xml";
 
-  ConfigCase(const uint8_t* data, size_t size) : next(data), end(data + size) {
+  ConfigCase(const uint8_t* data, size_t size) : choices(data, size) {
     for (int i = 0; i < 3; ++i) {
-      const std::string name = Pick({"s", "s", "S", "ss", ""});
+      const std::string name = Pick("s|s|S|ss|");
       xml += "<quilcat/><other><quilcat name='s'/></other><quilcat name='" + name + "'>";
       const std::string outcome = Service();
       if (name == "s" && expected == "1\n") expected = outcome;
@@ -37,7 +39,6 @@ class ConfigCase {
     const std::string actual = Fill(QuilConfig::parse_config_file, "s");
     return actual == expected ? "" : xml + "\ngives\n" + actual + "\nand not\n" + expected;
   }
-  bool IsValid() const { return expected[0] == '0'; }
 
   /// What `fill` returns, and what it and, if asked for, the dump of its record print.
   static std::string Fill(const std::function<int(const char*, QuilcatInfo_t*)>& fill, const char* name,
@@ -59,40 +60,24 @@ class ConfigCase {
  private:
   using Text = std::optional<std::string>;
 
-  size_t Below(size_t count) { return next != end ? *next++ % count : 0; }
-  std::string Pick(const std::vector<std::string>& texts) { return texts[Below(texts.size())]; }
+  size_t Below(size_t count) { return choices.Below(count); }
+  /// One of the texts between the bars.
+  std::string Pick(const std::string& texts) {
+    size_t at = 0;
+    for (auto n = Below(1 + static_cast<size_t>(std::count(texts.begin(), texts.end(), '|'))); n > 0; --n) {
+      at = texts.find('|', at) + 1;
+    }
+    return texts.substr(at, texts.find('|', at) - at);
+  }
 
   // Parts of the file. Each adds itself to it and returns what the reader makes of it.
 
   Text Attribute(const char* name) {
     if (Below(5) == 0) return {};
-    static const std::vector<std::string> kValues = {"monitor_node",
-                                                     "monitor_dir",
-                                                     "poll_node",
-                                                     "poll_cmd",
-                                                     "mmap",
-                                                     "factory",
-                                                     "little",
-                                                     "big",
-                                                     "LITTLE",
-                                                     "retry",
-                                                     "/d",
-                                                     "",
-                                                     "0",
-                                                     "5",
-                                                     "7",
-                                                     "-5",
-                                                     "+7x",
-                                                     " 12 ",
-                                                     "\t1",
-                                                     "0x10",
-                                                     "2147483648",
-                                                     "4294967301",
-                                                     "99999999999999999999",
-                                                     "-99999999999999999999",
-                                                     "<&",
-                                                     "\xc3\xa4",
-                                                     "%s%n"};
+    static constexpr char kValues[] =
+        "monitor_node|monitor_dir|poll_node|poll_cmd|mmap|factory|little|big|LITTLE|retry|/d||0|5|7|-5|+7x| 12 "
+        "|\t1|0x10|"
+        "2147483648|4294967301|99999999999999999999|-99999999999999999999|<&|\xc3\xa4|%s%n";
     const size_t length = 255 + Below(32);
     const std::string value = length < 257 ? std::string(length, 'x') : Pick(kValues);
     xml += std::string(" ") + name + "='";
@@ -106,8 +91,7 @@ class ConfigCase {
     if (number >= 0) *field = number;
   }
   Text Element(const std::string& name) {
-    xml +=
-        Pick({"", "", "text", "<!-- <width value='9'/> -->", "<![CDATA[<quilcat>]]>", "<?instruction?>"}) + '<' + name;
+    xml += Pick("||text|<!-- <width value='9'/> -->|<![CDATA[<quilcat>]]>|<?instruction?>") + '<' + name;
     const Text value = Attribute("value");
     xml += "/>";
     return value;
@@ -232,7 +216,6 @@ class ConfigCase {
   }
 
   static inline QuilcatInfo_t record;  ///< one for all: the dump tells its address
-  const uint8_t* next;
-  const uint8_t* end;
+  Choices choices;
   std::string xml, expected = "1\n";
 };

@@ -1,13 +1,7 @@
-// The stream reader writes the lines of what a node delivers, however reads split it.
+// The stream reader writes the lines of what a node delivers, however reads split it; one that retries loses no line
+// and repeats none, whatever reads and writes fail, and notes what may have cost text.
 //
-// The executable is linked with --wrap for the system calls below: a read gives the next piece of the input, a write is
-// compared at once with a model of the reader, and the clock moves between reads only.
-//
-// Input bytes stand for themselves, but "%" with the next byte stands for
-//   %|   the end of a read's data          %i   the read is interrupted once before it gives its data
-//   %rN  the last byte, N times more       %w   the first write after the read fails
-//   %RN  the same 8160 + N % 64 times      %tN  the clock moves on by N steps before the read
-// and for that byte otherwise.
+// The executable is linked with --wrap for the system calls below: they do what the bytes of the input choose.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -18,154 +12,178 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <deque>
+#include <set>
 #include <string>
 #include <utility>
 
+#include "choices.h"
 #include "collect/quilbase.h"
 
 using namespace QuilCommon;
 
 namespace {
 
-constexpr size_t kMostText = 8191;    // of a line, read or written
-constexpr size_t kMostInput = 32768;  // keeps a run short
-constexpr suseconds_t kClockStep = 43217;
-
-FILE* sink;  // takes the daemon's complaints
+constexpr size_t kMostText = 8191;  // of a line, read or written
+constexpr size_t kStampSize = 19;   // "11-22 20:17:29.042 "
+constexpr int kMostEvents = 100;    // keeps a run short
+constexpr int kReadErrors[] = {EPIPE, EAGAIN, EIO};
 
 void Check(bool holds, const char* what) {
-  if (!holds) {
-    dprintf(STDERR_FILENO, "%s\n", what);
-    abort();
-  }
+  if (holds) return;
+  dprintf(STDERR_FILENO, "%s\n", what);
+  abort();
 }
 
-struct Piece {
-  std::string data;
-  suseconds_t delay = 0;
-  bool interrupted = false;
-  bool breaksOutput = false;
-};
-
-/// Applies "%" and `code`. Tells whether `argument` belongs to it.
-bool Escape(std::deque<Piece>& pieces, uint8_t code, uint8_t argument) {
-  Piece& piece = pieces.back();
-  if (code == 'r' || code == 'R') {
-    piece.data.append(code == 'r' ? argument : 8160 + argument % 64u, piece.data.empty() ? '.' : piece.data.back());
-  } else if (code == 't') {
-    piece.delay = argument * kClockStep;
-  } else if (code == 'i') {
-    piece.interrupted = true;
-  } else if (code == 'w') {
-    piece.breaksOutput = true;
-  } else if (code == '|') {
-    pieces.emplace_back();
-  } else {
-    piece.data += static_cast<char>(code);
-  }
-  return code == 'r' || code == 'R' || code == 't';
-}
-
-std::deque<Piece> Pieces(const uint8_t* data, size_t size) {
-  std::deque<Piece> pieces(1);
-  size_t total = 0;
-  for (size_t i = 0; i < size && total < kMostInput; ++i) {
-    const size_t before = pieces.back().data.size();
-    if (data[i] != '%' || i + 1 == size) {
-      pieces.back().data += static_cast<char>(data[i]);
-    } else {
-      i += Escape(pieces, data[i + 1], i + 2 < size ? data[i + 2] : uint8_t{0}) ? 2 : 1;
-    }
-    total += std::max(pieces.back().data.size(), before) - before;
-  }
-  return pieces;
-}
-
-/// The lines of the bytes taken so far, without clocks and cuts.
-class Model {
- public:
-  size_t room() const { return kMostText - kept_.size(); }
-  void Take(const std::string& data) {
-    kept_ += data.substr(0, data.find('\0'));
-    size_t start = 0;
-    for (size_t feed; (feed = kept_.find('\n', start)) != std::string::npos; start = feed + 1) {
-      if (feed > start) {
-        lines.push_back(kept_.substr(start, feed - start));
-      }
-    }
-    kept_.erase(0, start);
-    if (kept_.size() == kMostText) {
-      lines.push_back(std::exchange(kept_, ""));
-    }
-  }
-
-  std::deque<std::string> lines;  // not yet written
-
- private:
-  std::string kept_;
-};
-
-/// The system calls as the reader sees them.
+/// The system calls as the reader sees them, and what it is to write.
 class Machine {
  public:
-  explicit Machine(std::deque<Piece> pieces) : pieces_(std::move(pieces)) {}
+  explicit Machine(Choices choices) : choices_(choices), retries(choices_.Below(2) == 1) {}
 
   ssize_t Read(int fd, char* buffer, size_t size) {
     node_ = fd;
-    Check(!ended_, "a read after a failure");
-    Check(model_.lines.empty(), "a line was not written before the next read");
-    Check(size == model_.room(), "the read does not ask for what has room");
-    if (pieces_.empty()) {
-      return Fail(EIO);
-    }
-    Piece& piece = pieces_.front();
-    if (std::exchange(piece.interrupted, false)) {
-      errno = EINTR;
-      return -1;
-    }
-    now.tv_usec += std::exchange(piece.delay, 0);
-    now.tv_sec += now.tv_usec / 1000000;
-    now.tv_usec %= 1000000;
-    breaksOutput_ |= piece.breaksOutput;
-    const std::string data = piece.data.substr(0, size);
+    CheckRun();
+    Check(size == kMostText - kept_.size(), "the read does not ask for what has room");
+    if (const int error = NextEvents(); error != 0) return FailRead(error);
+    failuresInARow_ = 0;
+    const std::string data = piece_.substr(0, size);
+    piece_.erase(0, data.size());
     memcpy(buffer, data.data(), data.size());
-    model_.Take(data);
-    piece.data.erase(0, data.size());
-    if (piece.data.empty()) {
-      pieces_.pop_front();
-    }
+    Take(data);
+    stamps_ = {Stamp()};
+    due_ = waited_;
     return static_cast<ssize_t>(data.size());
   }
 
   ssize_t Write(const char* data, size_t size) {
-    Check(!ended_, "a write after a failure");
-    Check(!model_.lines.empty(), "a line too many");
-    char clock[32];
-    const size_t length = strftime(clock, sizeof clock, "%m-%d %H:%M:%S", localtime(&now.tv_sec));
-    snprintf(clock + length, sizeof clock - length, ".%03d ", static_cast<int>(now.tv_usec / 1000));
-    Check(std::string(data, size) == (clock + model_.lines.front() + '\n').substr(0, kMostText), "another line");
-    model_.lines.pop_front();
-    return breaksOutput_ ? Fail(ENOSPC) : static_cast<ssize_t>(size);
+    Check(!ended_, "a write after the end");
+    if (failingWrites_ > 0) {
+      --failingWrites_;
+      ended_ = !retries;
+      pause_ = &waited_;
+      errno = ENOSPC;
+      return -1;
+    }
+    const bool isShort = choices_.Below(4) == 1;
+    const size_t taken = isShort ? 1 + choices_.Below(size) : size;
+    failingWrites_ = isShort ? choices_.Below(3) : 0;
+    written_.append(data, taken);
+    return static_cast<ssize_t>(taken);
+  }
+
+  void Sleep(time_t seconds) {
+    Check(retries && pause_ != nullptr, "a pause without a failure");
+    ++*std::exchange(pause_, nullptr);
+    now.tv_sec += seconds;
+    stamps_.insert(Stamp());
   }
 
   void CheckEnd() const { Check(ended_ && fcntl(node_, F_GETFD) < 0, "the reader ended early or left its node open"); }
 
-  timeval now = {1709251198, 1999};  // just before a month ends
-
  private:
-  ssize_t Fail(int error) {
-    ended_ = true;
+  /// What happens before a read. An errno, or 0.
+  int NextEvents() {
+    do {
+      if (choices_.AtEnd() || ++events_ > kMostEvents) return EIO;
+      const size_t kind = choices_.Below(16);
+      if (kind == 0) return EINTR;
+      if (kind == 1) return kReadErrors[choices_.Below(3)];
+      if (kind == 2) failingWrites_ = 1 + choices_.Below(3);
+      if (kind == 3) now.tv_usec += static_cast<suseconds_t>(43217 * choices_.Below(256));
+      if (kind == 4) piece_.append(8100 + choices_.Below(128), 'x');
+      if (kind == 5) {
+        for (size_t lines = 16 * choices_.Below(256); lines > 0; --lines) piece_ += "a\n";
+      }
+      for (size_t length = kind > 5 ? choices_.Below(32) : 0; length > 0; --length) {
+        const size_t byte = choices_.Below(512);
+        piece_ += byte == 'q' ? 'Q' : byte > 256 ? '\n' : static_cast<char>(byte);  // a "q" begins notes only
+      }
+    } while (choices_.Below(2) == 0);
+    now.tv_sec += now.tv_usec / 1000000;
+    now.tv_usec %= 1000000;
+    return 0;
+  }
+
+  ssize_t FailRead(int error) {
     errno = error;
+    if (error == EINTR) return -1;
+    ++failedReads_;
+    readError_ = error;
+    // The message node says by EPIPE that text was overwritten, by EAGAIN that there is none; anything else may pass
+    // once.
+    ended_ = !retries || (++failuresInARow_ > 1 && error == EIO);
+    pause_ = &readPauses_;
     return -1;
   }
 
-  std::deque<Piece> pieces_;
-  Model model_;
-  int node_ = -1;
-  bool breaksOutput_ = false;
+  /// Adds the lines that `data` completes.
+  void Take(const std::string& data) {
+    kept_ += data.substr(0, data.find('\0'));
+    size_t start = 0;
+    for (size_t feed; (feed = kept_.find('\n', start)) != std::string::npos; start = feed + 1) {
+      if (feed > start) lines_.push_back(kept_.substr(start, feed - start));
+    }
+    kept_.erase(0, start);
+    if (kept_.size() == kMostText) lines_.push_back(std::exchange(kept_, ""));
+  }
+
+  /// Checks what was written since the last read.
+  void CheckRun() {
+    Check(!ended_, "a read after the end");
+    for (size_t at = 0; at < written_.size();) {
+      Check(stamps_.count(written_.substr(at, kStampSize)) == 1, "the time is none since the read");
+      at += kStampSize;
+      const std::string text = NextText(written_.c_str() + at);
+      Check(written_.compare(at, text.size(), text) == 0, "another line");
+      at += text.size();
+    }
+    Check(lines_.empty(), "a line was not written before the next read");
+    written_.clear();
+  }
+
+  /// What is to stand where `actual` does.
+  std::string NextText(const char* actual) {
+    if (const int failed = std::exchange(failedReads_, 0); failed != 0) {
+      return "quilcat: " + std::to_string(failed) + " reads failed (" + strerror(readError_) +
+             "), text may be missing here\n";
+    }
+    unsigned seconds = 0;
+    if (sscanf(actual, "quilcat: nothing could be written for %u s", &seconds) == 1) {
+      told_ += seconds;
+      Check(seconds > 0 && told_ <= waited_, "it did not wait that long");
+      return "quilcat: nothing could be written for " + std::to_string(seconds) + " s, text may be missing here\n";
+    }
+    Check(told_ >= due_, "a wait before the read is not noted");
+    Check(!lines_.empty(), "a line too many");
+    const std::string line = (lines_.front() + '\n').substr(0, kMostText - kStampSize);
+    lines_.pop_front();
+    return line;
+  }
+
+  std::string Stamp() const {
+    char text[32];
+    const size_t length = strftime(text, sizeof text, "%m-%d %H:%M:%S", localtime(&now.tv_sec));
+    snprintf(text + length, sizeof text - length, ".%03d ", static_cast<int>(now.tv_usec / 1000));
+    return text;
+  }
+
+  Choices choices_;
+  int node_ = -1, events_ = 0, failedReads_ = 0, failuresInARow_ = 0, readError_ = 0;
+  size_t failingWrites_ = 0;
   bool ended_ = false;
+  std::string piece_;              // the node has it for the next read
+  std::string kept_;               // the reader has it, a line that is not complete
+  std::deque<std::string> lines_;  // to be written before the next read
+  std::string written_;            // since the last read
+  std::set<std::string> stamps_;   // of the times since then
+  unsigned waited_ = 0;            // seconds for writes
+  unsigned due_ = 0, told_ = 0;    // of them: before the last read, noted
+  unsigned readPauses_ = 0;        // seconds for reads, which are not noted
+  unsigned* pause_ = nullptr;      // what the next pause counts for
+
+ public:
+  const bool retries;
+  timeval now = {1709251198, 1999};  // just before a month ends
 };
 
 Machine* machine;  // while the reader runs
@@ -184,38 +202,37 @@ extern "C" {
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_gettimeofday(timeval* now, void* zone);
+int __real_nanosleep(const timespec* time, timespec* left);
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
   return machine != nullptr ? machine->Read(fd, static_cast<char*>(buffer), size) : __real_read(fd, buffer, size);
 }
-
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
   return machine != nullptr ? machine->Write(static_cast<const char*>(data), size) : __real_write(fd, data, size);
 }
-
 int __wrap_gettimeofday(timeval* now, void* zone) {
-  if (machine == nullptr) {
-    return __real_gettimeofday(now, zone);
-  }
-  *now = machine->now;
-  return 0;
+  return machine != nullptr ? (*now = machine->now, 0) : __real_gettimeofday(now, zone);
 }
-
-int LLVMFuzzerInitialize(int*, char***) {
-  sink = fopen("/dev/null", "w");
-  return 0;
+int __wrap_nanosleep(const timespec* time, timespec* left) {
+  return machine != nullptr ? (machine->Sleep(time->tv_sec), 0) : __real_nanosleep(time, left);
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Machine fed(Pieces(data, size));
+  static FILE* const sink = fopen("/dev/null", "w");     // takes the daemon's complaints
+  static const int standardOutput = dup(STDOUT_FILENO);  // a failed write closes it
+  Machine fed(Choices(data, size));
   QuilcatGroup_t group{};
-  Collector collector(&group);
-  FILE* standardError = std::exchange(stderr, sink);
-  machine = &fed;
-  const int result = collector.node_cat_stream("/dev/null");
-  machine = nullptr;
-  stderr = standardError;
-  Check(result == 1, "the reader succeeded");
+  group.style = STYLE_MONITOR_NODE;
+  group.on_write_failure = fed.retries ? WRITE_FAILURE_RETRY : WRITE_FAILURE_END;
+  {
+    Collector collector(&group);
+    FILE* standardError = std::exchange(stderr, sink);
+    machine = &fed;
+    Check(collector.node_cat_stream("/dev/null") == 1, "the reader succeeded");
+    machine = nullptr;
+    stderr = standardError;
+  }
+  dup2(standardOutput, STDOUT_FILENO);
   fed.CheckEnd();
   return 0;
 }

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <random>
 
 #include "../fuzz/config_case.h"
 #include "device.h"
@@ -34,21 +33,6 @@ std::string BuiltIn(const char* name) {
 }
 
 }  // namespace
-
-TEST(Config, ReadsAnyFileAsTheModelDoes) {
-  void* parser = dlopen(kLibrary, RTLD_LAZY);  // not loaded anew for every file
-  std::mt19937 random(1);
-  int valid = 0;
-  for (int i = 0; i < Device::Rounds(4000); ++i) {
-    std::vector<uint8_t> bytes(300);
-    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-    const ConfigCase example(bytes.data(), bytes.size());
-    ASSERT_EQ(example.Compare(), "");
-    valid += example.IsValid();
-  }
-  EXPECT_GT(valid, 100);
-  dlclose(parser);
-}
 
 TEST(Config, SampleGivesTheBuiltInServicesWhateverTheProperties) {
   // CMake puts the sample beside this program.
@@ -131,7 +115,7 @@ TEST(Config, WithoutMemory) {
     const std::string complete = ConfigCase::Fill(test.fill, test.name, true), none = BuiltIn("");
     for (int n = 1; n <= test.allocations + 1; ++n) {
       const auto fill = [&](const char* name, QuilCommon::QuilcatInfo_t* info) {
-        const FailNthAllocation fault(n);
+        const FailNthCall fault("allocation", n);
         return test.fill(name, info);
       };
       const std::string text = ConfigCase::Fill(fill, test.name, true);

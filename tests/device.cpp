@@ -12,6 +12,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace Device {
@@ -27,33 +28,21 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-void SetProperty(const std::string& name, const std::string& value) {
-  WriteFile("/dev/__properties__/" + name, value);
-}
-
 std::vector<std::string> List(const std::string& directory, const std::string& part, const std::string& prefix) {
   std::vector<std::string> names;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
     const std::string name = entry.path().filename();
-    if (name.find(part) != std::string::npos) {
-      names.push_back(prefix + name);
-    }
+    if (name.find(part) != std::string::npos) names.push_back(prefix + name);
   }
   std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<std::string> IndexedFiles(const std::string& directory) {
-  return List(directory, ".I", directory + "/");
-}
-
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
 
@@ -63,11 +52,13 @@ std::string Shell(const std::string& command) {
 }
 
 std::string OwnerAndMode(const std::string& path) {
-  const std::string text = Shell("stat -c '%U:%G %a' '" + path + "' 2> /dev/null || echo missing");
-  return text.substr(0, text.find('\n'));
+  return Lines(Shell("stat -c '%U:%G %a' '" + path + "' 2> /dev/null || echo missing"))[0];
 }
 
 int Rounds(int usual) {
+#ifdef QUILCAT_EMULATED
+  usual = (usual + 9) / 10;
+#endif
   const char* factor = getenv("QUILCAT_SOAK");
   return factor != nullptr ? usual * std::max(1, atoi(factor)) : usual;
 }
@@ -83,9 +74,7 @@ bool Sanitized() {
 bool WaitFor(const std::function<bool()>& condition, double seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
+    if (std::chrono::steady_clock::now() > end) return false;
     usleep(3000);
   }
   return true;
@@ -93,6 +82,15 @@ bool WaitFor(const std::function<bool()>& condition, double seconds) {
 
 void MountSmallDisk(const std::string& directory, int kilobytes) {
   Shell("mkdir -p " + directory + " && mount -t tmpfs -o size=" + std::to_string(kilobytes) + "k none " + directory);
+}
+
+std::string Noise(size_t size, size_t seed) {
+  std::mt19937 random(static_cast<unsigned>(seed));
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) {
+    while (byte == '\0' || byte == '\n') byte = static_cast<char>(random());
+  }
+  return bytes;
 }
 
 std::string StandardErrorOf(const std::function<void()>& call) {
@@ -143,16 +141,10 @@ std::string FactoryText(const std::string& output) {
                "  done; cat $o.5 $o.4 $o.3 $o.2 $o.1 $o; true");
 }
 
-Daemon::Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
-               const char* program) {
+Daemon::Daemon(const std::string& arguments, const std::string& before, const char* program) {
   static int count = 0;
   errorFile = "/tmp/daemon-errors-" + std::to_string(count++);
-  std::string command = "exec 2> " + errorFile + " env";
-  for (const auto& words : {environment, {program}, arguments}) {
-    for (const std::string& word : words) {
-      command += " '" + word + "'";
-    }
-  }
+  const std::string command = "exec 2> " + errorFile + "\n" + before + "\nexec " + program + ' ' + arguments;
   process = fork();
   if (process == 0) {
     close_range(STDERR_FILENO + 1, ~0u, 0);  // what the test itself was given
@@ -170,16 +162,30 @@ Daemon::~Daemon() {
 
 int Daemon::Wait(double seconds) {
   int status = 0;
-  if (!WaitFor([&] { return waitpid(process, &status, WNOHANG) == process; }, seconds)) {
-    return -1;
-  }
+  if (!WaitFor([&] { return waitpid(process, &status, WNOHANG) == process; }, seconds)) return -1;
   process = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
+std::string Daemon::Title() const {
+#ifdef QUILCAT_EMULATED
+  // An emulator keeps the title to itself; the name of the thread is the same.
+  return Lines(Proc("comm") + "\n")[0];
+#else
+  return Proc("cmdline").c_str();
+#endif
+}
+
 bool Daemon::IsClosable() const {
+#ifdef QUILCAT_EMULATED
+  // An emulator catches every signal from the start. The service's name comes when SIGUSR2 waits for the handler.
+  const std::string named = "\n" + Title() + "\n";
+  std::string arguments = Proc("cmdline");
+  std::replace(arguments.begin(), arguments.end(), '\0', '\n');
+  return arguments.size() > named.size() && arguments.find(named, arguments.size() - named.size()) != std::string::npos;
+#endif
   // SIGUSR2, bit 11 of the mask of caught signals.
-  const std::string status = ReadFile("/proc/" + std::to_string(process) + "/status");
+  const std::string status = Proc("status");
   const size_t at = status.find("SigCgt:");
   return at != std::string::npos && (std::stoull(status.substr(at + 7), nullptr, 16) >> 11 & 1) != 0;
 }
@@ -204,10 +210,6 @@ int Daemon::Close() {
 KernelLog::KernelLog() : fd(open("/proc/kmsg", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
   // A child of a daemon that has just ended may have kept the fifo, and with it old lines.
   ReadAll();
-}
-
-bool KernelLog::Write(const std::string& text) const {
-  return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 std::string KernelLog::ReadAll() const {
@@ -238,9 +240,7 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
 
 void KernelLoad::Feed() const {
   for (int i = 0; !done;) {
-    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) {
-      List("/data/log/t");
-    }
+    if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) List("/data/log/t");
   }
 }
 

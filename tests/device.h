@@ -16,12 +16,16 @@ namespace Device {
 
 void WriteFile(const std::string& path, const std::string& text);  ///< makes its directory too
 std::string ReadFile(const std::string& path);
-void SetProperty(const std::string& name, const std::string& value);
 /// What stands in `directory`, sorted: the names that hold `part`, behind `prefix`.
 std::vector<std::string> List(const std::string& directory, const std::string& part = "",
                               const std::string& prefix = "");
-/// Full paths in `directory` whose name holds ".I", oldest first as long as indexes do not wrap.
-std::vector<std::string> IndexedFiles(const std::string& directory);
+inline void SetProperty(const std::string& name, const std::string& value) {
+  WriteFile("/dev/__properties__/" + name, value);
+}
+/// The indexed files in `directory`: full paths, oldest first as long as indexes do not wrap.
+inline std::vector<std::string> IndexedPaths(const std::string& directory) {
+  return List(directory, ".I", directory + "/");
+}
 std::vector<std::string> Lines(const std::string& text);
 /// What a shell command, which has to succeed, writes to standard output.
 std::string Shell(const std::string& command);
@@ -34,11 +38,12 @@ bool Sanitized();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
 void MountSmallDisk(const std::string& directory, int kilobytes);
+/// Bytes that do not compress, without line feeds and zeros.
+std::string Noise(size_t size, size_t seed);
 /// What a call writes to standard error.
 std::string StandardErrorOf(const std::function<void()>& call);
 
-/// The text of a mapped log file: its complete gzip members, up to the zero bytes that an open file ends in, or up to a
-/// member that a kill broke off.
+/// The text of a mapped log file: its complete gzip members, up to what is none.
 struct Decoded {
   std::string text;
   int members = 0;
@@ -54,8 +59,8 @@ std::string FactoryText(const std::string& output);
 /// The daemon as a process; killed at the end of the scope.
 class Daemon {
  public:
-  explicit Daemon(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
-                  const char* program = QUILCAT_DAEMON);
+  /// `before` are commands of a shell that then becomes the daemon.
+  explicit Daemon(const std::string& arguments, const std::string& before = "", const char* program = QUILCAT_DAEMON);
   ~Daemon();
   Daemon(const Daemon&) = delete;
 
@@ -66,7 +71,8 @@ class Daemon {
   bool IsClosable() const;  ///< has its handler of SIGUSR2
   bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
   int Close();              ///< sends SIGUSR2 then, and waits
-  std::string Title() const { return ReadFile("/proc/" + std::to_string(process) + "/cmdline").c_str(); }
+  std::string Proc(const std::string& file) const { return ReadFile("/proc/" + std::to_string(process) + '/' + file); }
+  std::string Title() const;
   std::string Errors() const { return ReadFile(errorFile); }
   bool HasReported(const std::string& message) const { return Errors().find(message) != std::string::npos; }
 
@@ -81,7 +87,9 @@ class KernelLog {
   KernelLog();
   ~KernelLog() { close(fd); }
   /// False when the node's reader is slow and `text` did not fit any more.
-  bool Write(const std::string& text) const;
+  bool Write(const std::string& text) const {
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  }
   std::string ReadAll() const;  ///< takes what nobody has read
   bool IsDrained() const;       ///< the node's reader has taken everything
   /// Line i of the test's numbered kernel log, with a line feed.

@@ -3,7 +3,9 @@
 #include <dirent.h>
 #include <errno.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -11,94 +13,83 @@
 #include <zlib.h>
 
 #include <atomic>
-#include <iterator>
 #include <new>
 
 namespace {
 
-// In the order of FaultyCall.
-constexpr const char* kNames[] = {"allocation", "new",         "descriptor", "mmap",   "ftruncate", "pwrite",
-                                  "sync",       "deflateInit", "localtime",  "thread", "fork"};
-
-std::atomic<FaultyCall> failing{FaultyCall::kCount};
+std::atomic<const char*> failing{""};
 std::atomic<int> calls{0};
 std::atomic<int> failingCall{0};
 bool reports = false;
 
-void Inject(FaultyCall call, int n) {
+void Inject(const char* kind, int n) {
   calls = 0;
   failingCall = n;
-  failing = call;
+  failing = kind;
 }
 
-bool Fails(FaultyCall call, int error) {
-  if (failing != call || ++calls != failingCall) {
-    return false;
-  }
-  if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) {
-    return false;
-  }
+bool Fails(const char* kind, int error) {
+  if (strcmp(failing, kind) != 0 || ++calls != failingCall) return false;
+  if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) return false;
   errno = error;
   return true;
 }
 
 [[gnu::constructor]] void InjectFromEnvironment() {
+  static char kind[32];
+  int n = 0;
   const char* fault = getenv("QUILCAT_FAULT");
-  for (size_t i = 0; fault != nullptr && i < std::size(kNames); ++i) {
-    const size_t length = strlen(kNames[i]);
-    if (strncmp(fault, kNames[i], length) == 0 && fault[length] == ':') {
-      reports = true;
-      Inject(static_cast<FaultyCall>(i), atoi(fault + length + 1));
-    }
-  }
+  reports = fault != nullptr && sscanf(fault, "%31[a-zA-Z]:%d", kind, &n) == 2;
+  if (reports) Inject(kind, n);
 }
 
 }  // namespace
 
-FailNthCall::FailNthCall(FaultyCall call, int n) : n_(n) {
-  Inject(call, n);
+FailNthCall::FailNthCall(const char* kind, int n) : n_(n) {
+  Inject(kind, n);
 }
 FailNthCall::~FailNthCall() {
-  failing = FaultyCall::kCount;
+  failing = "";
 }
 int FailNthCall::count() const {
   return calls;
 }
 
 /// Defines __wrap_<name>, which gives `failure` when the fault strikes and otherwise what the call itself gives.
-#define WRAP(type, name, parameters, arguments, kind, error, failure)            \
-  extern "C" type __real_##name parameters;                                      \
-  extern "C" type __wrap_##name parameters {                                     \
-    return Fails(FaultyCall::kind, error) ? (failure) : __real_##name arguments; \
+#define WRAP(type, name, parameters, arguments, kind, error, failure) \
+  extern "C" type __real_##name parameters;                           \
+  extern "C" type __wrap_##name parameters {                          \
+    return Fails(kind, error) ? (failure) : __real_##name arguments;  \
   }
 
-WRAP(void*, malloc, (size_t size), (size), kAllocation, ENOMEM, nullptr)
-WRAP(void*, calloc, (size_t count, size_t size), (count, size), kAllocation, ENOMEM, nullptr)
-WRAP(char*, strdup, (const char* text), (text), kAllocation, ENOMEM, nullptr)
+WRAP(void*, malloc, (size_t size), (size), "allocation", ENOMEM, nullptr)
+WRAP(void*, calloc, (size_t count, size_t size), (count, size), "allocation", ENOMEM, nullptr)
+WRAP(char*, strdup, (const char* text), (text), "allocation", ENOMEM, nullptr)
 // glibc leaves the pointer undefined on failure: so does this.
-WRAP(int, vasprintf, (char** text, const char* format, va_list arguments), (text, format, arguments), kAllocation,
+WRAP(int, vasprintf, (char** text, const char* format, va_list arguments), (text, format, arguments), "allocation",
      ENOMEM, (*text = reinterpret_cast<char*>(1), -1))
 // The mode of a call without one is whatever stands in its register, here as there.
-WRAP(int, open64, (const char* path, int flags, mode_t mode), (path, flags, mode), kDescriptor, EMFILE, -1)
-WRAP(DIR*, opendir, (const char* path), (path), kDescriptor, EMFILE, nullptr)
-WRAP(int, inotify_init1, (int flags), (flags), kDescriptor, EMFILE, -1)
+WRAP(int, open64, (const char* path, int flags, mode_t mode), (path, flags, mode), "descriptor", EMFILE, -1)
+WRAP(DIR*, opendir, (const char* path), (path), "descriptor", EMFILE, nullptr)
+WRAP(int, inotify_init1, (int flags), (flags), "descriptor", EMFILE, -1)
 WRAP(void*, mmap64, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
-     (address, length, protection, flags, fd, offset), kMmap, ENOMEM, MAP_FAILED)
-WRAP(int, ftruncate64, (int fd, off_t length), (fd, length), kFtruncate, EIO, -1)
-WRAP(int, fsync, (int fd), (fd), kSync, EIO, -1)
-WRAP(int, fdatasync, (int fd), (fd), kSync, EIO, -1)
+     (address, length, protection, flags, fd, offset), "mmap", ENOMEM, MAP_FAILED)
+WRAP(int, ftruncate64, (int fd, off_t length), (fd, length), "ftruncate", EIO, -1)
+WRAP(int, fsync, (int fd), (fd), "sync", EIO, -1)
+WRAP(int, fdatasync, (int fd), (fd), "sync", EIO, -1)
 WRAP(int, deflateInit2_,
      (z_streamp stream, int level, int method, int bits, int memory, int strategy, const char* version, int size),
-     (stream, level, method, bits, memory, strategy, version, size), kDeflateInit, ENOMEM, Z_MEM_ERROR)
-WRAP(tm*, localtime_r, (const time_t* time, tm* result), (time, result), kLocalTime, EOVERFLOW, nullptr)
+     (stream, level, method, bits, memory, strategy, version, size), "deflateInit", ENOMEM, Z_MEM_ERROR)
+WRAP(tm*, localtime_r, (const time_t* time, tm* result), (time, result), "localtime", EOVERFLOW, nullptr)
 WRAP(int, pthread_create, (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
-     (thread, attributes, run, argument), kThread, EAGAIN, EAGAIN)
-WRAP(pid_t, fork, (), (), kFork, EAGAIN, -1)
+     (thread, attributes, run, argument), "thread", EAGAIN, EAGAIN)
+WRAP(pid_t, fork, (), (), "fork", EAGAIN, -1)
 
 extern "C" {
 
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
 void* __real__Znwm(size_t size);
+ssize_t __real_read(int fd, void* buffer, size_t size);
 
 int __wrap_asprintf(char** text, const char* format, ...) {
   va_list arguments;
@@ -108,13 +99,20 @@ int __wrap_asprintf(char** text, const char* format, ...) {
   return length;
 }
 ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off_t offset) {
-  return __real_pwrite64(fd, data, Fails(FaultyCall::kPwrite, ENOSPC) ? size / 2 : size, offset);
+  return __real_pwrite64(fd, data, Fails("pwrite", ENOSPC) ? size / 2 : size, offset);
+}
+ssize_t __wrap_read(int fd, void* buffer, size_t size) {
+  if (size >= 4096 && Fails("read", 0)) {  // smaller ones are of timers and watches
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    while (true) pause();
+  }
+  return __real_read(fd, buffer, size);
 }
 /// As the C++ library does: a first try that fails calls the handler, which waits for memory, and then tries again.
 void* __wrap__Znwm(size_t size) {
-  if (Fails(FaultyCall::kNew, ENOMEM) && std::get_new_handler() != nullptr) {
-    std::get_new_handler()();
-  }
+  if (Fails("new", ENOMEM) && std::get_new_handler() != nullptr) std::get_new_handler()();
   return __real__Znwm(size);
 }
 }

@@ -38,16 +38,14 @@ TEST_P(FaultTest, OneFailingCallNeverEndsTheDaemon) {
   for (int n = 1; struck && n <= 60; ++n) {
     std::filesystem::remove_all("/data/log");
     const KernelLog kernel;
-    Daemon daemon({"-b", "test"}, {"QUILCAT_FAULT=" + call + ":" + std::to_string(n)}, QUILCAT_FAULTY_DAEMON);
+    Daemon daemon("-b test", "export QUILCAT_FAULT=" + call + ":" + std::to_string(n), QUILCAT_FAULTY_DAEMON);
     const auto idles = [&] { return daemon.HasReported("parse_config_file failed"); };
     ASSERT_TRUE(WaitFor([&] { return idles() || daemon.IsClosable(); })) << n << daemon.Errors();
     if (!idles()) {
-      for (int i = 0; i < 1500; ++i) {
-        kernel.Write(KernelLog::Line(i));
-      }
+      for (int i = 0; i < 1500; ++i) kernel.Write(KernelLog::Line(i));
       WaitFor([&] { return kernel.IsDrained(); }, 0.3);
       EXPECT_EQ(daemon.Close(), 12) << n << daemon.Errors();
-      const std::string text = mode == "mmap" ? DecodeAll(IndexedFiles(kDirectory)) : ReadFile(kDirectory + "/cat");
+      const std::string text = mode == "mmap" ? DecodeAll(IndexedPaths(kDirectory)) : ReadFile(kDirectory + "/cat");
       ExpectOrdered(text);
       lived += text.empty() ? 0 : 1;
     }
@@ -80,14 +78,12 @@ TEST(Faults, GroupsUnderStressClose) {
     const bool mapped = round % 2 == 0;
     ConfigureStream(mapped ? "mmap" : "factory", 4, 10, groups);
     KernelLoad load;
-    Daemon daemon({"-b", "test"});
+    Daemon daemon("-b test");
     ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Wait(0);
     for (int i = static_cast<int>(random() % 300); i > 0; --i) {
       List(directory(i));
       std::error_code error;  // the daemon may make it anew meanwhile
-      if (i % 20 == 0) {
-        std::filesystem::remove_all(i % 100 == 0 ? "/data/log" : directory(i / 20), error);
-      }
+      if (i % 20 == 0) std::filesystem::remove_all(i % 100 == 0 ? "/data/log" : directory(i / 20), error);
       usleep(500);
     }
     for (int i = 0; i < 4; ++i) {
@@ -96,8 +92,6 @@ TEST(Faults, GroupsUnderStressClose) {
     }
     daemon.Signal(SIGUSR2);
     EXPECT_EQ(daemon.Wait(), 12) << daemon.Errors().substr(0, 2000);
-    for (int i = 0; i < 4 && mapped; ++i) {
-      EXPECT_FALSE(DecodeAll(IndexedFiles(directory(i))).empty());
-    }
+    for (int i = 0; i < 4 && mapped; ++i) EXPECT_FALSE(DecodeAll(IndexedPaths(directory(i))).empty());
   }
 }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 
@@ -31,11 +30,8 @@ class LogFileTest : public testing::Test, public LogOutput::Owner {
 
   std::string SetUpOutput(Mode mode, int result = 0) {
     output.reset();
-    if (mode == kMapped) {
-      output = std::make_unique<MappedOutput>(settings, *this);
-    } else {
-      output = std::make_unique<FactoryOutput>(settings, *this);
-    }
+    if (mode == kMapped) output = std::make_unique<MappedOutput>(settings, *this);
+    if (mode == kFactory) output = std::make_unique<FactoryOutput>(settings, *this);
     return StandardErrorOf([&] { EXPECT_EQ(output->setupOutput(), result) << settings.outputFilePath; });
   }
   std::string Write(const std::string& text, bool lineDone = true, int result = 0) {
@@ -43,7 +39,7 @@ class LogFileTest : public testing::Test, public LogOutput::Owner {
   }
   /// What the files of a mode hold, oldest first.
   static std::string KeptText(Mode mode) {
-    return mode == kMapped ? DecodeAll(Device::IndexedFiles(kDirectory)) : FactoryText(kOut);
+    return mode == kMapped ? DecodeAll(IndexedPaths(kDirectory)) : FactoryText(kOut);
   }
 
   LogOutput::Settings settings;
@@ -54,14 +50,14 @@ class LogFileTest : public testing::Test, public LogOutput::Owner {
 }  // namespace
 
 TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
-  {
-    const FailNthCall noLocalTime(FaultyCall::kLocalTime, 1);
-    SetUpOutput(kMapped);
-  }
   const std::string first = kOut + ".I000.19000100-000000.gz";
-  EXPECT_EQ(Device::IndexedFiles(kDirectory), std::vector<std::string>{first});
-  EXPECT_EQ(OwnerAndMode("/data/log"), "root:root 775");
-  EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");
+  const auto setUpWithoutLocalTime = [&] {
+    const FailNthCall fault("localtime", 1);
+    return SetUpOutput(kMapped);
+  };
+  setUpWithoutLocalTime();
+  EXPECT_EQ(IndexedPaths(kDirectory), std::vector<std::string>{first});
+  EXPECT_EQ(OwnerAndMode("/data/log") + ' ' + OwnerAndMode(kDirectory), "root:root 775 root:system 775");
   EXPECT_EQ(OwnerAndMode(first), "root:system 664");
   EXPECT_EQ(std::filesystem::read_symlink(kOut), first);
   EXPECT_FALSE(std::filesystem::is_symlink(kOut + ".1"));
@@ -70,11 +66,19 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
   WriteFile(kOut, "a plain file in the link's place");
   Write(std::string(600, 'a'));
   Write(std::string(600, 'b'));
-  const std::vector<std::string> files = Device::IndexedFiles(kDirectory);
+  const std::vector<std::string> files = IndexedPaths(kDirectory);
   ASSERT_EQ(files.size(), 2u);
   EXPECT_EQ(files[1].substr(0, kOut.size() + 8), kOut + ".I001.20");
   EXPECT_EQ(std::filesystem::read_symlink(kOut), files[1]);
   EXPECT_EQ(std::filesystem::read_symlink(kOut + ".1"), first);
+
+  // A name is taken by what the list of files lacks.
+  output.reset();
+  WriteFile("/data/other", "other");
+  Shell("rm -r /data/log/*; mkdir /data/log/out; ln -s /data/other " + first);
+  EXPECT_EQ(setUpWithoutLocalTime().find("error"), std::string::npos);
+  EXPECT_EQ(List(kDirectory).size(), 3u);
+  EXPECT_EQ(ReadFile("/data/other"), "other");
 }
 
 TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFileUpAgain) {
@@ -103,7 +107,7 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
     WriteFile(kOut + ".I" + index + ".20240131-235959.gz", "");
   }
   SetUpOutput(kMapped);
-  const std::vector<std::string> files = Device::IndexedFiles(kDirectory);
+  const std::vector<std::string> files = IndexedPaths(kDirectory);
   ASSERT_EQ(files.size(), 4u);  // three, and the one just opened
   EXPECT_EQ(files[2].substr(0, kOut.size() + 6), kOut + ".I002.");
   EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
@@ -111,57 +115,44 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
 
 TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
   const std::string a(1000, 'a'), b(1000, 'b');
-  for (const char* name : {".2", "-3.tar.gz", "-7.tar.gz", ".gz", "-old.txt.gz"}) {
-    WriteFile(kOut + name, "");
-  }
   WriteFile("/data/log/out/foreign.gz.txt", "");
-  std::filesystem::create_directory(kOut + ".dir.gz");
+  Shell("cd /data/log/out; mkdir cat-log.dir.gz; touch cat-log.2 cat-log-3.tar.gz cat-log-7.tar.gz cat-log-old.txt.gz");
   SetUpOutput(kMapped);
-  EXPECT_EQ(List(kDirectory).size(), 9u);
+  EXPECT_EQ(List(kDirectory).size(), 8u);
   Write(a);
   const std::string errors = Write(b);
   EXPECT_EQ(Lines(errors).size(), 9u) << errors;  // eight old names and one link are missing
   EXPECT_NE(errors.find("unlink [" + kOut + ".0] fail\n"), std::string::npos);
-  EXPECT_EQ(Write(a), "");                                 // the second rotation looks for none
-  const std::vector<std::string> left = List(kDirectory);  // three indexed files behind the links
-  ASSERT_EQ(left.size(), 7u);
-  EXPECT_EQ(left[0] + " " + left[1], "cat-log cat-log.1");
-  EXPECT_EQ(left[5] + " " + left[6], "cat-log.dir.gz foreign.gz.txt");
+  EXPECT_EQ(Write(a), "");  // the second rotation looks for none
+  EXPECT_EQ(List(kDirectory).size(), 7u);
+  EXPECT_EQ(Shell("cd /data/log/out; ls -d cat-log cat-log.1 cat-log.I* *.gz.txt *.dir.gz | wc -l"), "7\n");
 
   SetUpOutput(kFactory);  // the links go, so that nothing is written through them
   EXPECT_EQ(ReadFile(kOut), "");
   EXPECT_EQ(KeptText(kMapped), a + b + a);
   Write(b);
   EXPECT_EQ(Write(a), "");
-  EXPECT_TRUE(Device::IndexedFiles(kDirectory).empty());
+  EXPECT_TRUE(IndexedPaths(kDirectory).empty());
   EXPECT_EQ(KeptText(kFactory), b + a);
 }
 
 TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
-  WriteFile("/data/file", "");
-  std::filesystem::create_directories(kOut + ".1");
-  std::filesystem::create_directories("/data/log/live/cat");
+  Shell("mkdir -p " + kOut + ".1");
   const std::string tooLong = "/data/" + std::string(249, 'x');
-  const std::string noFile = "couldn't open output file!!\n";
-  const auto noDirectory = [&](const std::string& path) {
-    return "mkdir_p dir[" + path + "] err\nchmod dir[" + path + "] err\nopen pdir error.\nopen file[" + path +
-           "/log] err\n" + noFile;
-  };
   const std::tuple<std::string, Mode, std::string, int> cases[] = {
       {"", kMapped, "bugreport dir is invalide.\ncreate bugreports dir error!!\n", 1},
       {"name", kMapped, "pend is invalide.\ncreate bugreports dir error!!\n", 1},
-      {"/data/file/sub/log", kFactory, "mkdir_p: mkdir [/data/file/sub] err.\n" + noDirectory("/data/file/sub"), 1},
-      {tooLong + "/log", kFactory, noDirectory(tooLong), 1},
-      {"/data/log/live/cat", kFactory, "open file[/data/log/live/cat] err\n" + noFile, 1},
+      {tooLong + "/log", kFactory,
+       "mkdir_p dir[" + tooLong + "] err\nchmod dir[" + tooLong + "] err\nopen pdir error.\nopen file[" + tooLong +
+           "/log] err\ncouldn't open output file!!\n",
+       1},
       {kOut, kMapped, "refreshSymlink unlink [" + kOut + "] fail\nrefreshSymlink unlink [" + kOut + ".1] fail\n", 0},
   };
   for (const auto& [path, mode, errors, result] : cases) {
     settings.outputFilePath = path.c_str();
     EXPECT_EQ(SetUpOutput(mode, result), errors);
     std::string later;
-    for (int i = 0; i < 100; ++i) {
-      later += Write("text\n");
-    }
+    for (int i = 0; i < 100; ++i) later += Write("text\n");
     EXPECT_EQ(later, result == 0 ? "" : errors);  // a second set-up, and the third not before a second is over
   }
   setenv("PATH", "/nowhere", 1);  // no chown command
@@ -173,7 +164,7 @@ TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
 
 TEST_F(LogFileTest, FactoryModeContinuesAFileAndDropsTextAfterAFailedWrite) {
   MountSmallDisk(kDirectory, 8);
-  WriteFile(kOut, std::string(1000, 'a'));
+  WriteFile(kOut, std::string(1000, 'a') + std::string(5000, '\0'));  // zeros as a power cut leaves them
   settings.rotateSizeKB = 64;
   SetUpOutput(kFactory);
   EXPECT_EQ(OwnerAndMode(kOut), "root:system 664");
@@ -195,8 +186,7 @@ TEST_F(LogFileTest, FactoryModeContinuesAFileAndDropsTextAfterAFailedWrite) {
 }
 
 TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
-  const std::string secret = "/data/secret/shadow";
-  const std::string asIs = "root:root 600";
+  const std::string look = "cd /data/secret; stat -c '%U:%G %a' . shadow; ls; cat shadow";
   // What stands at the output, its directory or the packing directory, as a shell makes it.
   const std::string traps[] = {
       "ln -s /data/secret/shadow $O",
@@ -211,24 +201,34 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
   for (const std::string& trap : traps) {
     for (const Mode mode : {kMapped, kFactory}) {
       std::filesystem::remove_all("/data");
-      WriteFile(secret, "secret");
-      ASSERT_EQ(
-          system(("chmod 600 /data/secret/*; chmod 700 /data/secret; mkdir -p /data/log/out; O=" + kOut + "; " + trap)
-                     .c_str()),
-          0);
+      WriteFile("/data/secret/shadow", "secret");
+      Shell("chmod 600 /data/secret/*; chmod 700 /data/secret; mkdir -p /data/log/out; O=" + kOut + "; " + trap);
       SetUpOutput(mode);
-      for (int i = 0; i < 14; ++i) {
-        Write(std::string(999, 'a' + static_cast<char>(i)) + "\n");
-      }
+      for (char c = 'a'; c < 'o'; ++c) Write(std::string(999, c) + "\n");
       output.reset();
-      EXPECT_EQ(ReadFile(secret), "secret") << trap;
-      EXPECT_EQ(OwnerAndMode(secret), asIs) << trap;
-      EXPECT_EQ(List("/data/secret"), std::vector<std::string>{"shadow"}) << trap;
-      EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 700") << trap;
+      EXPECT_EQ(Shell(look), "root:root 700\nroot:root 600\nshadow\nsecret") << trap;
       EXPECT_EQ(KeptText(mode).find("secret"), std::string::npos) << trap;
       EXPECT_EQ(KeptText(mode).back(), '\n') << trap;
     }
   }
+}
+
+/// The chown command follows links, and takes a while to start.
+TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
+  WriteFile("/data/secret", "secret");
+  WriteFile("/tmp/bin/chown",
+            "#!/bin/sh\n"
+            "setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $2 $2.away && ln -s /data/secret $2\"\n"
+            "exec /bin/chown \"$@\"\n");
+  Shell("chmod 755 /tmp/bin/chown");
+  const std::string path = getenv("PATH");
+  setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
+  for (const Mode mode : {kMapped, kFactory}) {
+    SetUpOutput(mode);
+    EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 644");
+    EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");  // and those of the group may write again
+  }
+  setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
@@ -237,13 +237,12 @@ TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   settings.rotateSizeKB = 8;
   SetUpOutput(kFactory);
   std::string kept;
-  const auto fill = [&](int files) {  // with text that does not shrink
+  const auto fill = [&](int files) {
     std::string errors;
     for (int i = 0; i < 2 * files; ++i) {
-      std::string line(3999, ' ');
-      std::generate(line.begin(), line.end(), [] { return static_cast<char>(33 + rand() % 90); });
-      kept += line + "\n";
-      errors += Write(line + "\n");
+      const std::string line = Noise(3999, kept.size()) + "\n";
+      kept += line;
+      errors += Write(line);
     }
     return errors;
   };
@@ -259,19 +258,15 @@ TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp"));
 }
 
-TEST_F(LogFileTest, FactoryModeCutsTheZerosThatAPowerCutLeft) {
-  WriteFile(kOut, "text\n" + std::string(5000, '\0'));
-  SetUpOutput(kFactory);
-  Write("more\n");
-  EXPECT_EQ(ReadFile(kOut), "text\nmore\n");
-}
-
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
   // Archives to keep; rotations; what stands then; the first line in it.
-  const std::tuple<size_t, int, std::vector<std::string>, int> cases[] = {
-      {2, 4, {"", ".1", ".2", ".3", ".4"}, 0},          {2, 5, {"", "-0.tar.gz"}, 0},
-      {2, 11, {"", "-0.tar.gz", "-1.tar.gz", ".1"}, 0}, {2, 15, {"", "-0.tar.gz", "-1.tar.gz"}, 10},
-      {1, 12, {"", "-0.tar.gz", ".1", ".2"}, 10},       {0, 7, {"", ".1", ".2", ".3", ".4", ".5"}, 4},
+  const std::tuple<size_t, int, std::string, int> cases[] = {
+      {2, 4, " .1 .2 .3 .4", 0},
+      {2, 5, " -0.tar.gz", 0},
+      {3, 16, " -0.tar.gz -1.tar.gz -2.tar.gz .1", 0},
+      {2, 15, " -0.tar.gz -1.tar.gz", 10},
+      {1, 12, " -0.tar.gz .1 .2", 10},
+      {0, 7, " .1 .2 .3 .4 .5", 4},
   };
   for (const auto& [archives, rotations, suffixes, firstLine] : cases) {
     std::filesystem::remove_all(kDirectory);
@@ -284,40 +279,38 @@ TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
       kept += i >= firstLine ? line : "";
     }
     EXPECT_EQ(KeptText(kFactory), kept);
-    std::vector<std::string> names;
-    for (const std::string& suffix : suffixes) {
-      names.push_back("cat-log" + suffix);
-    }
-    EXPECT_EQ(List(kDirectory), names);
-    EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), names[1] == "cat-log-0.tar.gz" ? "system:system 644" : "missing");
+    EXPECT_EQ(Shell("cd /data/log/out; for f in *; do echo -n \" ${f#cat-log}\"; done"), " " + suffixes);
+    const bool isPacked = suffixes.find('z') != std::string::npos;
+    EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), isPacked ? "system:system 644" : "missing");
   }
 }
 
 TEST_F(LogFileTest, FactoryModeGoesOnWhereAProcessDied) {
-  // Files as they stand after each step of a rotation that was interrupted. The first holds "A", the next "B", ...
-  const std::string run = "_tmp/cat-log.";
-  const std::string packed = "_tmp/packed.tar.gz";
-  const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"-0.tar.gz", ".5", ".3", ".2", ".1", ""}, "ABCDEF"},
-      {{"-0.tar.gz", ".5", ".4", ".3", ".2", ".1"}, "ABCDEF"},
-      {{"-0.tar.gz", run + "5", run + "4", ".3", ".2", ".1"}, "ABCDEF"},
-      {{"-0.tar.gz", run + "5", run + "4", run + "3", run + "2", run + "1", "_tmp/unfinished.tar.gz"}, "ABCDEF"},
-      {{"-0.tar.gz", packed, run + "4"}, "AB"},
-      {{"-1.tar.gz", packed}, "AB"},
+  // Files as they stand after each step of a rotation that was interrupted, the oldest first. Each holds one letter.
+  const std::string run = "_tmp/cat-log.", packed = "_tmp/packed.tar.gz";
+  const std::vector<std::string> cases[] = {
+      {"-0.tar.gz", ".5", ".3", ".2", ".1", ""},
+      {"-0.tar.gz", ".5", ".4", ".3", ".2", ".1"},
+      {"-0.tar.gz", run + "5", run + "4", ".3", ".2", ".1"},
+      {"-0.tar.gz", run + "5", run + "4", run + "3", run + "2", run + "1"},
+      {"-0.tar.gz", packed},
+      {"-4.tar.gz", "-3.tar.gz", "-2.tar.gz", "-1.tar.gz", packed},
   };
   settings.maxFiles = 5;
-  for (const auto& [suffixes, kept] : cases) {
+  for (const auto& suffixes : cases) {
     std::filesystem::remove_all(kDirectory);
-    for (size_t i = 0; i < suffixes.size(); ++i) {
-      const std::string path = kOut + suffixes[i];
-      WriteFile(path, std::string(1, "ABCDEFG"[i]));
-      if (path.find(".tar.gz") != std::string::npos) {  // an archive of one file that holds the text
-        ASSERT_EQ(system(("cd /tmp; mv " + path + " cat-log.1; tar czf " + path + " cat-log.1").c_str()), 0);
-      }
+    std::string kept;
+    for (const std::string& suffix : suffixes) {
+      const std::string path = kOut + suffix;
+      kept += static_cast<char>('A' + kept.size());
+      WriteFile(path, kept.substr(kept.size() - 1));
+      if (path.back() == 'z') Shell("cd /tmp; mv " + path + " cat-log.1; tar czf " + path + " cat-log.1");
     }
+    // What may lie beside them.
+    if (suffixes.back() == run + "1") WriteFile(kOut + "_tmp/unfinished.tar.gz", "torn");
+    if (suffixes.back() == packed) WriteFile(kOut + run + "4", "packed already");
     SetUpOutput(kFactory);
     EXPECT_EQ(KeptText(kFactory), kept);
-    EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp"));
-    EXPECT_FALSE(std::filesystem::exists(kOut + ".5"));
+    EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp") || std::filesystem::exists(kOut + ".5"));
   }
 }

@@ -15,62 +15,37 @@ using namespace Device;
 
 namespace {
 
-constexpr char kKernelDirectory[] = "/data/log/android_logs";
-constexpr char kChargeDirectory[] = "/data/log/charge-log";
-constexpr char kUsage[] =
-    "Usage: " QUILCAT_DAEMON
-    " [options] \noptions include:\n  -b <quilcat>      Trigger a pre-defined quilcat service <quilcat>\n";
-
-/// The numbers 0 to count - 1 of a kernel log without gap, repetition or torn line.
-void ExpectNumbers(const std::string& text, int count) {
-  const std::vector<int> numbers = KernelLog::Numbers(text);
-  EXPECT_EQ(static_cast<int>(numbers.size()), count);
-  for (size_t i = 0; i < numbers.size(); ++i) {
-    ASSERT_EQ(numbers[i], static_cast<int>(i)) << Lines(text)[i];
-  }
-}
-
-/// Writes `count` numbered lines in chunks, and waits until the daemon has read them.
-void Feed(const KernelLog& kernel, int count) {
-  std::string chunk;
-  for (int i = 0; i < count; ++i) {
-    chunk += KernelLog::Line(i);
-    if (chunk.size() > 3000 || i == count - 1) {
-      ASSERT_TRUE(WaitFor([&] { return kernel.Write(chunk); }));
-      chunk.clear();
-    }
-  }
-  ASSERT_TRUE(WaitFor([&] { return kernel.IsDrained(); }));
+/// Numbers of a kernel log without gap, repetition or torn line, at least `count`; the first `start` may be missing.
+void ExpectConsecutive(const std::vector<int>& numbers, size_t count, int start = 0) {
+  EXPECT_GE(numbers.size(), count);
+  for (size_t i = 0; i < numbers.size(); ++i) ASSERT_EQ(numbers[i], start + static_cast<int>(i));
 }
 
 }  // namespace
 
 TEST(CommandLine, TellsHowItIsUsed) {
-  struct Case {
-    std::vector<std::string> arguments;
-    int status;
-    std::string errors;
+  const std::string unknown = "Main:Unrecognized Option\n", program = QUILCAT_DAEMON;
+  const std::string usage = "Usage: " + program +
+                            " [options] \noptions include:\n"
+                            "  -b <quilcat>      Trigger a pre-defined quilcat service <quilcat>\n";
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"", 0, usage},
+      {"--help", 0, usage},
+      {"-b", 0, usage},
+      {"-b a b", 0, usage},
+      {"-x y", 255, program + ": invalid option -- 'x'\n" + unknown + usage},
+      {"a -b", 255, program + ": option requires an argument -- 'b'\n" + unknown + usage},
   };
-  const std::string unknown = "Main:Unrecognized Option\n";
-  const std::string program = QUILCAT_DAEMON;
-  const Case cases[] = {
-      {{}, 0, kUsage},
-      {{"--help"}, 0, kUsage},
-      {{"-b"}, 0, kUsage},
-      {{"-b", "a", "b"}, 0, kUsage},
-      {{"-x", "y"}, 255, program + ": invalid option -- 'x'\n" + unknown + kUsage},
-      {{"a", "-b"}, 255, program + ": option requires an argument -- 'b'\n" + unknown + kUsage},
-  };
-  for (const Case& example : cases) {
-    Daemon daemon(example.arguments);
-    EXPECT_EQ(daemon.Wait(), example.status);
-    EXPECT_EQ(daemon.Errors(), example.errors);
+  for (const auto& [arguments, status, errors] : cases) {
+    Daemon daemon(arguments);
+    EXPECT_EQ(daemon.Wait(), status);
+    EXPECT_EQ(daemon.Errors(), errors);
   }
 }
 
 TEST(CommandLine, IdlesWithoutItsService) {
-  for (const char* name : {"unknown", "kmsglogca", "kmsglogcatx", ""}) {
-    Daemon daemon({"-b", name});
+  for (const std::string name : {"unknown", "kmsglogca", "kmsglogcatx", "''"}) {
+    Daemon daemon("-b " + name);
     EXPECT_TRUE(WaitFor([&] { return daemon.Errors() == "Main:parse_config_file failed, exit!!\n"; }));
     EXPECT_EQ(daemon.Title(), QUILCAT_DAEMON);
     daemon.Signal(SIGUSR2);
@@ -79,8 +54,8 @@ TEST(CommandLine, IdlesWithoutItsService) {
   // 300 characters are looked up by the first 255.
   const std::string name(255, 'n');
   WriteFile("/system/etc/quilcat_config.xml", "<c><quilcat name='" + name + "'/></c>");
-  Daemon daemon({"-b", name + std::string(45, 'x')});
-  EXPECT_TRUE(WaitFor([&] { return daemon.Errors().find("name              : " + name + "\n") != std::string::npos; }));
+  Daemon daemon("-b " + name + std::string(45, 'x'));
+  EXPECT_TRUE(WaitFor([&] { return daemon.HasReported("name              : " + name + "\n"); }));
 }
 
 TEST(ProcessTitle, CoversTheStringsThatFollowOneAnother) {
@@ -98,15 +73,13 @@ TEST(ProcessTitle, CoversTheStringsThatFollowOneAnother) {
   EXPECT_STREQ(area, "a name of 20 letters");
   EXPECT_EQ(std::string(getenv("A")) + getenv("B") + getenv("C"), "123");
   environ = outer;
-  for (char* copy : variables) {
-    free(copy);
-  }
+  for (char* copy : variables) free(copy);
 }
 
-/// However it was started, and wherever a start hangs, it closes soon, and keeps what it has read.
+/// However it was started, and wherever a start or a collector hangs, it closes soon, and keeps what it has read.
 TEST(Service, ClosesAfterAnyStart) {
   WriteFile("/tmp/bin/chown", "#!/bin/sh\nexec /bin/sleep 60\n");
-  ASSERT_EQ(system("chmod +x /tmp/bin/chown; mkfifo /tmp/node /tmp/errors"), 0);
+  Shell("chmod +x /tmp/bin/chown; mkfifo /tmp/node /tmp/errors");
   const struct {
     std::string before;  ///< commands of a shell that then becomes the daemon
     const char* title;   ///< the node of the second group's title
@@ -120,21 +93,20 @@ TEST(Service, ClosesAfterAnyStart) {
       {"ulimit -f 32", "/tmp", SIGUSR2, false, true},
       {"", "/tmp/node", SIGUSR2, true, true},
       {"PATH=/tmp/bin", "/tmp", SIGUSR2, false, true},
+      {"export QUILCAT_FAULT=read:4", "/tmp", SIGUSR2, true, true},  // title, row, line; the next line's hangs
   };
   for (const auto& start : kCases) {
     SCOPED_TRACE(start.before + ' ' + start.title);
-    ConfigureStream("mmap", 0, 10);
-    std::string xml = ReadFile("/system/etc/quilcat_config.xml");
-    WriteFile(
-        "/system/etc/quilcat_config.xml",
-        xml.insert(xml.find("</quilcat>"),
-                   "<quilcatGroup><logStyle value='poll_node' interval='9'/><outputFilePath value='/data/log/u/u'/>"
-                   "<inputNodeSet><titlePath value='" +
-                       std::string(start.title) + "'/><dataPath value='/tmp'/></inputNodeSet></quilcatGroup>"));
+    const std::string titled =
+        "<quilcatGroup><logStyle value='poll_node' interval='9'/><outputFilePath value='/data/log/u/u'/><inputNodeSet>"
+        "<titlePath value='" +
+        std::string(start.title) + "'/><dataPath value='/tmp'/></inputNodeSet></quilcatGroup>";
+    ConfigureStream("mmap", 0, 10, Group("monitor_node", "/data/log/t/cat", "/proc/kmsg") + titled);
     std::filesystem::remove_all("/data/log");
     const KernelLog kernel;
-    Daemon daemon({"-c", start.before + "\nexec " QUILCAT_DAEMON " -b test"}, {}, "/bin/sh");
-    ASSERT_TRUE(WaitFor([&] { return daemon.IsClosable(); }));
+    Daemon daemon("-b test", start.before, QUILCAT_FAULTY_DAEMON);
+    const bool isStuck = start.before.find("FAULT") != std::string::npos;  // when title and row are done
+    ASSERT_TRUE(WaitFor([&] { return isStuck ? daemon.HasReported("data fail!!\n") : daemon.IsClosable(); }));
     kernel.Write(KernelLog::Line(0));
     EXPECT_TRUE(WaitFor([&] { return kernel.IsDrained(); }, start.keeps ? 10 : 0.3) || !start.keeps);
     for (const std::string fd : {"0", "1", "2"}) {
@@ -142,35 +114,26 @@ TEST(Service, ClosesAfterAnyStart) {
       const auto file = std::filesystem::read_symlink("/proc/" + std::to_string(daemon.pid()) + "/fd/" + fd).string();
       EXPECT_TRUE(file.find("/data") == std::string::npos && file.find("inotify") == std::string::npos) << file;
     }
+    EXPECT_TRUE(!isStuck || WaitFor([&] { return daemon.HasReported("fault injected"); }));
     daemon.Signal(start.signal);
     EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
-    EXPECT_EQ(daemon.Errors().find("debug closelogcat by signal\n") != std::string::npos, start.reports);
-    ExpectNumbers(start.keeps ? DecodeAll(IndexedFiles("/data/log/t")) : "", start.keeps);
+    EXPECT_EQ(daemon.HasReported("debug closelogcat by signal\n"), start.reports);
+    ExpectConsecutive(KernelLog::Numbers(DecodeAll(IndexedPaths("/data/log/t"))), start.keeps);
   }
 }
 
-TEST(Service, KeepsTheKernelLogAndClosesOnSigusr2) {
-  const KernelLog kernel;
-  Daemon daemon({"-b", "kmsglogcat"});
+TEST(Service, KeepsTheKernelLogInLittleMemory) {
+  KernelLoad load;
+  Daemon daemon("-b kmsglogcat");
   ASSERT_TRUE(daemon.WaitUntilRunning());
-  EXPECT_TRUE(WaitFor([&] { return daemon.Title() == "kmsglogcat"; }));
-  EXPECT_EQ(ReadFile("/proc/" + std::to_string(daemon.pid()) + "/comm"), "kmsglogcat\n");
-  Feed(kernel, 20000);
-  const std::string status = ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status");
+  EXPECT_EQ(daemon.Title() + ' ' + daemon.Proc("comm"), "kmsglogcat kmsglogcat\n");
+  usleep(500000);
+  const std::string status = daemon.Proc("status");
   EXPECT_NE(status.find("Umask:\t0022"), std::string::npos);
   // Sanitizers take memory of their own.
-  EXPECT_TRUE(Sanitized() || std::stoi(status.substr(status.find("VmHWM:") + 6)) < 5000);
+  EXPECT_TRUE(Sanitized() || std::stoi(status.substr(status.find("VmHWM:") + 6)) < 5000) << status;
   EXPECT_EQ(daemon.Close(), 12);
-  EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
-  const std::vector<std::string> files = IndexedFiles(kKernelDirectory);
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(Decode(files[0]).zeroTail, 0u);
-  ExpectNumbers(DecodeAll(files), 20000);
-
-  // The next start goes on with the next index.
-  Daemon next({"-b", "kmsglogcat"});
-  EXPECT_EQ(next.Close(), 12);
-  EXPECT_EQ(IndexedFiles(kKernelDirectory).size(), 2u);
+  ExpectConsecutive(KernelLog::Numbers(DecodeAll(IndexedPaths("/data/log/android_logs"))), 1000);
 }
 
 TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
@@ -178,128 +141,79 @@ TEST(Service, PollsTheChargerNodesOnTheLittleCpus) {
   WriteFile(nodes + "coul/coul_data/gaugelog_head", "soc  volt \n");
   WriteFile(nodes + "coul/coul_data/gaugelog", "93   4012 \n");
   WriteFile(nodes + "charger/charge_data/chargelog_head", "ibus\n");
-  Daemon daemon({"-b", "chargelogcat"});
+  Daemon daemon("-b chargelogcat");
   ASSERT_TRUE(daemon.WaitUntilRunning());
-  const auto text = [] { return DecodeAll(IndexedFiles(kChargeDirectory)); };
+  const auto text = [] { return DecodeAll(IndexedPaths("/data/log/charge-log")); };
   EXPECT_TRUE(WaitFor([&] {
-    List(kChargeDirectory);
+    List("/data/log/charge-log");
     return text().find("4012 \n") != std::string::npos;
   }));
   // No more than CPUs 0 to 3.
-  const std::string status = ReadFile("/proc/" + std::to_string(daemon.pid()) + "/status");
+  const std::string status = daemon.Proc("status");
   EXPECT_EQ(std::stoul(status.substr(status.find("Cpus_allowed:") + 13), nullptr, 16) & ~0xful, 0u);
   EXPECT_EQ(daemon.Close(), 12);
   EXPECT_EQ(text().substr(0, 39), "\nTime                   soc  volt ibus\n");
   EXPECT_EQ(text().substr(text().find(" > ")), " >  93   4012 \n");
-  EXPECT_NE(daemon.Errors().find("node_cat write data fail!!\n"), std::string::npos);  // there is no chargelog
+  EXPECT_TRUE(daemon.HasReported("node_cat write data fail!!\n"));  // there is no chargelog
 }
 
 TEST(Service, AWorkerThatEndsLeavesTheServiceIdleUntilItIsClosed) {
-  WriteFile(
-      "/system/etc/quilcat_config.xml",
-      "<c><quilcat name='test'><quilcatGroup><logStyle value='poll_cmd'/><outputFilePath value='/data/log/t/cat'/>"
-      "<inputCmdSet><command value='true'/></inputCmdSet></quilcatGroup></quilcat></c>");
-  Daemon daemon({"-b", "test"});
+  ConfigureStream("mmap", 0, 10, Group("monitor_node", "/data/log/t/cat", "/tmp/missing"));
+  Daemon daemon("-b test");
   // Its collectors are gone: the file is cut.
   EXPECT_TRUE(WaitFor([] {
-    const auto files = IndexedFiles("/data/log/t");
+    const auto files = IndexedPaths("/data/log/t");
     return !files.empty() && std::filesystem::file_size(files[0]) == 0;
   }));
   EXPECT_EQ(daemon.Close(), 12);
 }
 
 TEST(Service, RegistersWithTheRebootWatchdog) {
-  if (Sanitized()) {
-    GTEST_SKIP() << "sanitizers need a real /proc";
-  }
+  if (Sanitized()) GTEST_SKIP() << "sanitizers need a real /proc";
   ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
   WriteFile("/proc/reboot_watchdog", "");
   WriteFile("/proc/kmsg", "line\n");
-  Daemon daemon({"-b", "kmsglogcat"});
+  Daemon daemon("-b kmsglogcat");
   EXPECT_TRUE(WaitFor([&] { return ReadFile("/proc/reboot_watchdog") == std::to_string(daemon.pid()); }));
 }
 
-TEST(Service, ClosesUnderLoadAtAnyMomentWithoutLosingALine) {
+TEST(Service, KeepsWhatItReadHoweverAndWheneverItEnds) {
   std::mt19937 random(1);
-  for (const char* mode : {"mmap", "factory"}) {
-    ConfigureStream(mode, strcmp(mode, "mmap") == 0 ? 8 : 0, 1000);
-    for (int round = 0; round < Rounds(40); ++round) {
-      std::filesystem::remove_all("/data/log");
-      KernelLoad load;
-      Daemon daemon({"-b", "test"});
-      daemon.WaitUntilRunning();
-      usleep(static_cast<useconds_t>(random() % 40000));
-      daemon.Signal(SIGUSR2);
-      EXPECT_EQ(daemon.Wait(), 12);
-      EXPECT_NE(daemon.Errors().find("debug closelogcat by signal\n"), std::string::npos);
-      EXPECT_EQ(daemon.Errors().find("write fail"), std::string::npos);
-      const auto files = IndexedFiles("/data/log/t");
-      const std::string text = files.empty() ? ReadFile("/data/log/t/cat") : DecodeAll(files);
-      EXPECT_TRUE(files.empty() || Decode(files.back()).zeroTail == 0);
-      ExpectNumbers(text, static_cast<int>(Lines(text).size()));
-      // Of what was read at most a line that had not ended is missing.
-      const std::string unread = load.Unread();
-      const size_t lineEnd = unread.find('\n');
-      if (lineEnd != std::string::npos && unread.size() > lineEnd + 6) {
-        EXPECT_LE(atoi(unread.c_str() + lineEnd + 5) - static_cast<int>(Lines(text).size()), 1);
-      }
-    }
-  }
-}
-
-TEST(Service, WhatAKilledDaemonWroteStaysReadable) {
-  std::mt19937 random(2);
-  for (int round = 0; round < Rounds(100); ++round) {
+  const std::string output = "/data/log/t/cat";
+  for (int round = 0; round < 4 * Rounds(45); ++round) {
     std::filesystem::remove_all("/data/log");
-    const bool mapped = round % 2 == 0;
+    const bool mapped = round % 2 == 0, killed = round / 2 % 2 == 0;
+    SCOPED_TRACE(std::string(killed ? "killed " : "closed ") + (mapped ? "mmap " : "factory ") + std::to_string(round));
     ConfigureStream(mapped ? "mmap" : "factory", 16, mapped ? 1000 : 15);
+    std::string unread;
     {
-      const KernelLoad load;
-      Daemon daemon({"-b", "test"});
+      KernelLoad load;
+      Daemon daemon("-b test");
       daemon.WaitUntilRunning();
-      usleep(static_cast<useconds_t>(random() % 120000));
-      daemon.Signal(SIGKILL);
-      daemon.Wait();
+      usleep(static_cast<useconds_t>(random() % (killed ? 120000 : 40000)));
+      daemon.Signal(killed ? SIGKILL : SIGUSR2);
+      EXPECT_EQ(daemon.Wait(), killed ? 1000 + SIGKILL : 12);
+      EXPECT_FALSE(daemon.HasReported("write fail"));
+      unread = load.Unread();
     }
-    // A restart goes on by itself.
-    Daemon next({"-b", "test"});
-    EXPECT_EQ(next.Close(), 12);
-    const std::string output = "/data/log/t/cat";
+    EXPECT_TRUE(!killed || Daemon("-b test").Close() == 12);  // a restart goes on by itself
     std::string text = mapped ? "" : FactoryText(output);
-    const std::vector<std::string> files = IndexedFiles("/data/log/t");
+    const std::vector<std::string> files = IndexedPaths("/data/log/t");
     for (size_t i = 0; i < files.size(); ++i) {
       const Decoded decoded = Decode(files[i]);
       // The kill may have come while a member was copied into the last file of the first daemon.
-      EXPECT_TRUE(decoded.sound || i + 2 == files.size()) << files[i];
+      const bool isTorn = killed && i + 2 == files.size();
+      EXPECT_TRUE(isTorn || (decoded.sound && decoded.zeroTail == 0)) << files[i];
       text += decoded.text;
     }
-    const std::vector<int> numbers = KernelLog::Numbers(text);
-    // No gap, no repetition; a plain file may end in the line that the kill broke off.
-    for (size_t i = 1; i + (mapped ? 0 : 1) < numbers.size(); ++i) {
-      ASSERT_EQ(numbers[i], numbers[i - 1] + 1) << round;
-    }
-    EXPECT_FALSE(std::filesystem::exists(output + ".5"));
-    EXPECT_TRUE(List(output + "_tmp").empty());
+    std::vector<int> numbers = KernelLog::Numbers(text);
+    // A plain file may end in the line that a kill broke off; the oldest archives go.
+    if (killed && !mapped && !numbers.empty()) numbers.pop_back();
+    ExpectConsecutive(numbers, 0, mapped || numbers.empty() ? 0 : numbers[0]);
+    EXPECT_FALSE(std::filesystem::exists(output + ".5") || std::filesystem::exists(output + "_tmp"));
+    // Of what was read before a close at most a line that had not ended is missing.
+    const size_t lineEnd = unread.find('\n');
+    if (killed || lineEnd == std::string::npos || unread.size() <= lineEnd + 6) continue;
+    EXPECT_LE(atoi(unread.c_str() + lineEnd + 5) - (numbers.empty() ? 0 : numbers.back() + 1), 1);
   }
-}
-
-TEST(Service, AFullDiskLeavesWhatWasKeptReadable) {
-  const KernelLog kernel;
-  ConfigureStream("mmap", 4096, 5);
-  MountSmallDisk("/data/log/t", 300);
-  Daemon daemon({"-b", "test"});
-  ASSERT_TRUE(daemon.WaitUntilRunning());
-  std::mt19937 random(3);
-  for (int i = 0; i < 400; ++i) {
-    std::string noise(2000, ' ');
-    for (char& c : noise) {
-      c = static_cast<char>(33 + random() % 90);
-    }
-    kernel.Write(noise + "\n");
-    usleep(1000);
-  }
-  EXPECT_EQ(daemon.Close(), 12);
-  const Decoded decoded = Decode(IndexedFiles("/data/log/t").back());
-  EXPECT_TRUE(decoded.sound);
-  EXPECT_GT(decoded.members, 2);
 }

@@ -6,8 +6,6 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <random>
-
 #include "device.h"
 #include "fault_injection.h"
 #include "mmaplog/log_buffer.h"
@@ -20,14 +18,6 @@ namespace {
 
 constexpr char kPath[] = "/data/log";
 constexpr size_t kSegment = 65536;
-
-/// Bytes that do not compress.
-std::string Noise(size_t size, size_t seed) {
-  std::mt19937 random(static_cast<unsigned>(seed));
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
 
 template <typename Writer>
 bool Write(Writer& writer, const std::string& bytes) {
@@ -73,9 +63,9 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
       EXPECT_FALSE(Write(file, bytes));
       ExpectOpenFile(all);
     };
-    for (const size_t size : {65000, 536, 7, 65528, 1000}) {
+    for (const size_t size : std::initializer_list<size_t>{65000, 536, 7, 65528, 1000}) {
       const std::string bytes = Noise(size, all.size());
-      for (const FaultyCall call : {FaultyCall::kMmap, FaultyCall::kFtruncate, FaultyCall::kPwrite}) {
+      for (const char* call : {"mmap", "ftruncate", "pwrite"}) {
         if (all.size() % kSegment + size < kSegment) continue;  // needs no other segment
         const FailNthCall fault(call, 1);
         refuses(bytes);
@@ -85,7 +75,8 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
       all += bytes;
       ExpectOpenFile(all);
     }
-    for (const size_t size : {0, 65536, 65537}) refuses(Noise(size, 1));  // the disk is full
+    for (const size_t size : std::initializer_list<size_t>{0, 65536, 65537})
+      refuses(Noise(size, 1));  // the disk is full
     EXPECT_FALSE(file.Write(nullptr, 1) || file.isLost());
   });
   EXPECT_EQ(errors, "failed mapping data\nfailed setting file size\nfailed mapping data\nfailed setting file size\n");
@@ -174,7 +165,7 @@ TEST(LogBuffer, TriesAgainForADeflateState) {
   LogMmap file(kPath);
   const auto withFailedSetUp = [&](bool writes) {
     return StandardErrorOf([&] {
-      const FailNthCall fault(FaultyCall::kDeflateInit, 1);
+      const FailNthCall fault("deflateInit", 1);
       LogBuffer buffer;
       buffer.SetupMap(&file);
       EXPECT_TRUE(!writes || Write(buffer, "text"));
@@ -186,7 +177,7 @@ TEST(LogBuffer, TriesAgainForADeflateState) {
 }
 
 TEST(Quil, WakesForTextOnlyAndSyncsWhenItIsDue) {
-  const FailNthCall syncs(FaultyCall::kSync, 1000);  // counts
+  const FailNthCall syncs("sync", 1000);  // counts
   {
     Quil writer(60);
     const Timer timer;
@@ -235,6 +226,15 @@ TEST(Quil, TakesTheTextThatALostFileRefusedToTheNext) {
   timer.GoOff();
   EXPECT_TRUE(WaitFor([] { return Decode("/tmp/second").text == "two"; }));
   EXPECT_EQ(ReadFile("/tmp/first"), "");
+}
+
+TEST(Quil, OffersTextThatIsRefusedAgainThoughNoMoreComes) {
+  Quil writer(0, true);
+  const Timer timer;
+  EXPECT_FALSE(writer.SetOutputPath("/none/file"));
+  EXPECT_TRUE(Write(writer, "one"));
+  timer.GoOff();
+  EXPECT_TRUE(WaitFor([&] { return timer.Left() > 4; }));
 }
 
 TEST(Quil, LosesNothingBetweenWritersFlushesAndSwitches) {

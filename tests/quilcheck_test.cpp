@@ -3,7 +3,7 @@
 #include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <libxml/xmlschemas.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -333,7 +333,8 @@ class Generator {
         Tag("logStyle", polls ? "value='poll_node' interval" : "value", polls ? "5" : style)};
     parts.push_back(Tag("outputFilePath", "value", "/data/log/o" + std::to_string(outputs++) + "/o"));
     for (int i = polls ? Number(1, 3) : 1; i > 0; --i) {
-      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "", Tag("inputDirPath", "value", "/d"))
+      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "",
+                                                   Tag("inputDirPath", "value", "/d") + Tag("pickNode", "value", "p"))
                       : style == "poll_cmd"  ? Tag("inputCmdSet", "", "", Tag("command", "value", "c"))
                                              : NodeSet(polls));
     }
@@ -449,6 +450,9 @@ TEST(Quilcheck, RootIsLookedUp) {
                  "");
   ExpectFindings(*CheckText(Service(Outputs({"/data/file/a/b"})), "s", "/data/root"),
                  {"3 warning: *\"/data/file\" is not a directory*", "3 warning: *regular file*"}, "");
+  std::filesystem::remove("/data/root/dev/n");
+  EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
+  ExpectFindings(*CheckText(Service(Outputs({"/data/new/log"})), "s", "/data/root"), {}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/file></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/link/log><alterdataPath=/none></inputNodeSet>")),
                             "s", "/data/root"),
@@ -477,12 +481,15 @@ TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_EQ(Shell("-q -s s"), "status 0\n");
   EXPECT_NE(Shell("-q -W").find("status 1"), std::string::npos);
   EXPECT_NE(Shell("-s s -p ro.runmode=factory").find("factory: ro.runmode is factory"), std::string::npos);
+  EXPECT_NE(Shell("-s s -p ro.runmode=factory").find("10 KiB for each output: 5 x (1 + 1) x 1 KiB"), std::string::npos);
   Device::SetProperty("ro.build.type", "eng");
   EXPECT_NE(Shell("-s s").find("factory: ro.build.type is eng"), std::string::npos);
   EXPECT_NE(Shell("-s s -p ro.build.version.vexa=1").find("mmap: as writeMode says"), std::string::npos);
   EXPECT_EQ(Shell("-q -s s -o json"),
             "{\n\"file\": \"/system/etc/quilcat_config.xml\",\n\"errors\": 0,\n\"warnings\": 0,\n"
             "\"findings\": []\n}\nstatus 0\n");
+  WriteFile(kConfig, Service(kStream + "<oops/>"));
+  EXPECT_NE(Shell("-q -o json").find(R"("text": "element \"oops\" does not belong)"), std::string::npos);
   for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none"}) {
     EXPECT_NE(Shell(wrong).find("status 2\n"), std::string::npos) << wrong;
   }

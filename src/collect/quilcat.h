@@ -6,7 +6,8 @@
 
 /// The collector of one group: its output, and the worker thread that reads its inputs.
 ///
-/// Created, started, stopped and destroyed by one thread, the main thread of the service.
+/// Created, started, stopped and destroyed by one thread at a time: the service's main thread, or the step that it
+/// waits for.
 class Quilcat : public Quilbase, public ThreadBase {
  public:
   /// Borrows `group`, which outlives the collector, and sets up its output: the first log file stands, with its title

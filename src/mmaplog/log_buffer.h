@@ -37,8 +37,9 @@ class LogBuffer {
   /// `keepRefused`, false says that the text was not taken, whatever the reason; it may be offered again.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
 
-  /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing.
-  void Flush() EXCLUDES(lock);
+  /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing. False: text
+  /// is still pending, since there is no file, it is lost, or, with `keepRefused`, it refused the text.
+  bool Flush() EXCLUDES(lock);
 
  private:
   bool SetUpStream() REQUIRES(lock);

@@ -1,6 +1,6 @@
 #include "platform/string.h"
 
-#if defined(__GLIBC__) && !__GLIBC_PREREQ(2, 38)
+#ifdef QUILCAT_BRINGS_STRLCPY
 
 size_t strlcpy(char* destination, const char* source, size_t size) {
   const size_t length = strlen(source);

@@ -12,8 +12,8 @@ namespace Quilcheck {
 namespace {
 
 // Some thirty times the sample. With it nothing takes long, not even what compares each with each.
-constexpr size_t kLargestFile = 128 * 1024;
-constexpr long kMostEntityText = 1024 * 1024;
+constexpr size_t kLargestFile = size_t{128} * 1024;
+constexpr long kMostEntityText = 1024L * 1024;
 constexpr int kDeepestEntity = 64;
 
 const char* Plain(const xmlChar* text) {

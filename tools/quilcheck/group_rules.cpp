@@ -176,12 +176,12 @@ void ServiceRules::CheckStyle(const GroupReading& group) const {
     WithoutEffect(group.style, "interval", "only poll_node has one");
   }
   if (!group.Streams()) {
-    WithoutEffect(group.style, "onWriteFailure", "only monitor_node keeps what was refused");
+    WithoutEffect(group.style, "onWriteFailure", "it is for monitor_node");
   }
   const bool isShell =
       group.Streams() && !group.nodeSets.empty() && Text(group.nodeSets.front().record->data_path) == "/dev/cshell_log";
   if (!group.Polls() && !isShell) {
-    WithoutEffect(group.style, "failureRetry", "a stream ends at its first failed read");
+    WithoutEffect(group.style, "failureRetry", "of streams only that of /dev/cshell_log counts failures");
   }
 }
 

@@ -1,10 +1,11 @@
-// What outputs do to each other, and what nodes and outputs find on the device.
+// What outputs do to each other.
 
 #include <algorithm>
 #include <map>
 
 #include "config/records.h"
 #include "quilcheck/document.h"
+#include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
 using namespace QuilCommon;
@@ -15,32 +16,17 @@ namespace {
 
 constexpr char kIndexAndTime[] = ".I000.20260101-000000.gz";
 constexpr size_t kIndexedSuffix = sizeof kIndexAndTime - 1;
-constexpr int kOldNumbers = 5;
-constexpr size_t kFilesPerArchive = 5;
+constexpr size_t kRotatedFiles = 5;
+constexpr size_t kOldNumbers = 5;
 
-std::string Numbered(const std::string& path, size_t number) {
-  return path + '.' + std::to_string(number);
+std::string Number(size_t number) {
+  return '.' + std::to_string(number);
 }
-std::string Archive(const std::string& path, size_t number) {
-  return path + '-' + std::to_string(number) + ".tar.gz";
-}
-
-/// The path with single slashes and without "." steps.
-std::string Normal(const std::string& path) {
-  std::string normal;
-  for (size_t start = 0; start < path.size();) {
-    const size_t end = std::min(path.find('/', start), path.size());
-    const std::string step = path.substr(start, end - start);
-    if (!step.empty() && step != ".") {
-      normal += '/' + step;
-    }
-    start = end + 1;
-  }
-  return normal;
+std::string Archive(size_t number) {
+  return '-' + std::to_string(number) + ".tar.gz";
 }
 
-/// One output with the names of its files. In each list paths are whole, spelled with `path` as it stands in the file:
-/// the daemon compares and measures them so.
+/// One output, its paths spelled as in the file: the daemon compares and measures them so.
 struct Output {
   Output(const ServiceReading& owner, const GroupReading& group)
       : service(&owner),
@@ -48,34 +34,44 @@ struct Output {
         path(group.Output()),
         directory(path.substr(0, path.rfind('/'))),
         base(path.substr(path.rfind('/') + 1)),
-        mapped(owner.record->writeMode == WRITE_MMAP) {
-    const size_t archives = std::min(owner.record->maxCompressdFiles, size_t{1000}) / kFilesPerArchive + 1;
-    for (size_t i = 0; i < (mapped ? kOldNumbers : archives); ++i) {
-      // In mapped mode what the other mode has left goes at the first rotation.
-      own.push_back(Archive(path, i));
-    }
-    for (size_t i = mapped ? 0 : 1; i <= (mapped ? kOldNumbers - 1 : kOldNumbers); ++i) {
-      own.push_back(Numbered(path, i));
-    }
-    own.push_back(path);
-    if (!mapped) {
-      own.push_back(path + "_tmp");
-    }
-  }
+        mapped(owner.record->writeMode == WRITE_MMAP),
+        archives(FilesKept(owner)),
+        madeSuffixes(MadeSuffixes()) {}
 
-  /// Names, without the directory, of files that it makes.
-  std::vector<std::string> Files() const {
+  /// What stands behind its path in names of files that it makes: an example of each kind and length.
+  std::vector<std::string> MadeSuffixes() const {
     if (mapped) {
-      return {base, base + ".1", base + kIndexAndTime};
+      return {"", ".1", kIndexAndTime};
     }
-    return {base, base + ".1", base + ".5", Archive(base, 0), Archive(base, kFilesPerArchive)};
+    std::vector<std::string> suffixes = {"", ".1", Number(kRotatedFiles)};
+    for (size_t number = 0; number < archives; number = number == 0 ? 10 : number * 10) {
+      suffixes.push_back(Archive(number));
+    }
+    return suffixes;
   }
 
-  /// Whether its clean-up, or a file or link of its own, takes the place of file `name` in its directory.
+  /// The same for names that it removes or replaces whatever stands there. In mapped mode these are its links, and what
+  /// factory mode may have left.
+  std::vector<std::string> ReplacedSuffixes() const {
+    std::vector<std::string> suffixes = {"", mapped ? ".0" : "_tmp"};
+    for (size_t number = 1; number <= (mapped ? kOldNumbers - 1 : kRotatedFiles); ++number) {
+      suffixes.push_back(Number(number));
+    }
+    for (size_t number = 0; number < (mapped ? kOldNumbers : archives); ++number) {
+      suffixes.push_back(Archive(number));
+    }
+    return suffixes;
+  }
+
+  /// Whether it takes a file `name` of its directory: by a file or link of its own, or in its clean-up. That takes what
+  /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name.
   bool Takes(const std::string& name, bool isLink) const {
     const std::string full = directory + '/' + name;
-    if (std::find(own.begin(), own.end(), full) != own.end()) {
-      return true;
+    if (full.compare(0, path.size(), path) == 0) {
+      const std::vector<std::string> suffixes = ReplacedSuffixes();
+      if (std::find(suffixes.begin(), suffixes.end(), full.substr(path.size())) != suffixes.end()) {
+        return true;
+      }
     }
     const bool looksLikeOwn = full.find(base) != std::string::npos && full.find(".gz") != std::string::npos;
     const bool isIndexed = full.size() == path.size() + kIndexedSuffix;
@@ -88,15 +84,16 @@ struct Output {
   std::string directory;
   std::string base;
   bool mapped;
-  std::vector<std::string> own;  ///< paths that it removes or replaces whatever stands there
+  size_t archives;  ///< kept in factory mode
+  std::vector<std::string> madeSuffixes;
 };
 
 /// A file of `victim` that `output` takes; empty when there is none.
 std::string TakenFile(const Output& output, const Output& victim) {
-  for (const std::string& name : victim.Files()) {
-    const bool isLink = victim.mapped && (name == victim.base || name == victim.base + ".1");
-    if (output.Takes(name, isLink)) {
-      return victim.directory + '/' + name;
+  for (const std::string& suffix : victim.madeSuffixes) {
+    const bool isLink = victim.mapped && suffix != kIndexAndTime;
+    if (output.Takes(victim.base + suffix, isLink)) {
+      return victim.path + suffix;
     }
   }
   return "";
@@ -110,7 +107,7 @@ void Report(const Output& first, const Output& second, const std::string& text, 
 }
 
 void CheckPair(const Output& first, const Output& second, Findings* findings) {
-  if (Normal(first.path) == Normal(second.path)) {
+  if (NormalPath(first.path) == NormalPath(second.path)) {
     Report(second, first,
            "outputFilePath " + Quoted(second.path) + " is that of line " + std::to_string(first.line) +
                ": two groups write into one log",
@@ -131,19 +128,14 @@ void CheckPair(const Output& first, const Output& second, Findings* findings) {
   report(second, first);
 }
 
-bool IsUsable(const GroupReading& group) {
-  const std::string path = group.Output();
-  return !path.empty() && path.front() == '/' && path.back() != '/';
-}
-
 /// An output that stands where another one needs a directory.
 void CheckNesting(const std::vector<Output>& outputs, Findings* findings) {
   std::map<std::string, const Output*> byPath;
   for (const Output& output : outputs) {
-    byPath.emplace(Normal(output.path), &output);
+    byPath.emplace(NormalPath(output.path), &output);
   }
   for (const Output& output : outputs) {
-    std::string directory = Normal(output.directory);
+    std::string directory = NormalPath(output.directory);
     while (!directory.empty()) {
       const auto found = byPath.find(directory);
       if (found != byPath.end()) {
@@ -157,50 +149,13 @@ void CheckNesting(const std::vector<Output>& outputs, Findings* findings) {
   }
 }
 
-void CheckNode(const NodeSetReading& set, const char* name, const char* path, const Root& root, bool streams,
-               Findings* findings) {
-  if (path == nullptr || *path != '/') {
-    return;
-  }
-  const xmlNode* child = ChildOf(set.element, name);
-  const int line = LineOf(child != nullptr ? child : set.element);
-  const std::optional<struct stat> found = root.Look(path);
-  const std::string what = name + (' ' + Quoted(path));
-  if (!found.has_value()) {
-    findings->Warning(line, what + " does not exist: " + (streams ? "the log stays empty" : "it cannot be read"));
-  } else if (S_ISDIR(found->st_mode)) {
-    findings->Warning(line, what + " is a directory: it cannot be read");
-  } else if (streams && S_ISREG(found->st_mode) && Normal(path).rfind("/proc/", 0) != 0 &&
-             Normal(path).rfind("/sys/", 0) != 0) {
-    findings->Warning(line, what + " is a regular file: streamed, it is read again and again without a pause");
-  }
-}
-
-void CheckOutputPath(const GroupReading& group, const Root& root, Findings* findings) {
-  const std::string path = Normal(group.Output());
-  const int line = LineOf(group.output);
-  for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
-    const std::string directory = path.substr(0, end);
-    const std::optional<struct stat> found = root.Look(directory);
-    if (found.has_value() && !S_ISDIR(found->st_mode)) {
-      findings->Warning(
-          line, "outputFilePath " + Quoted(path) + ": " + Quoted(directory) + " is not a directory: nothing is logged");
-      return;
-    }
-  }
-  const std::optional<struct stat> found = root.Look(path);
-  if (found.has_value() && S_ISDIR(found->st_mode)) {
-    findings->Warning(line, "outputFilePath " + Quoted(path) + " is a directory; did you mean a file in it?");
-  }
-}
-
 }  // namespace
 
 void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings) {
   std::vector<Output> outputs;
   for (const ServiceReading& service : services) {
     for (const GroupReading& group : service.groups) {
-      if (IsUsable(group)) {
+      if (HasUsableOutput(group)) {
         outputs.emplace_back(service, group);
       }
     }
@@ -208,28 +163,13 @@ void CheckOutputs(const std::vector<ServiceReading>& services, Findings* finding
   // Only outputs in one directory meet.
   std::map<std::string, std::vector<const Output*>> directories;
   for (const Output& output : outputs) {
-    std::vector<const Output*>& neighbours = directories[Normal(output.directory)];
+    std::vector<const Output*>& neighbours = directories[NormalPath(output.directory)];
     for (const Output* earlier : neighbours) {
       CheckPair(*earlier, output, findings);
     }
     neighbours.push_back(&output);
   }
   CheckNesting(outputs, findings);
-}
-
-void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings) {
-  for (const GroupReading& group : service.groups) {
-    if (IsUsable(group)) {
-      CheckOutputPath(group, root, findings);
-    }
-    for (const NodeSetReading& set : group.nodeSets) {
-      CheckNode(set, "dataPath", set.record->data_path, root, group.Streams(), findings);
-      CheckNode(set, "titlePath", set.record->title_path, root, false, findings);
-      for (const QuilcatStrList_t* path = set.record->alter_data_path; path != nullptr; path = path->next) {
-        CheckNode(set, "alterdataPath", path->str, root, false, findings);
-      }
-    }
-  }
 }
 
 }  // namespace Quilcheck

@@ -22,6 +22,12 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
 /// True for a text that stands for the time in a polled column.
 bool IsTimeColumn(const std::string& path);
 
+/// The path with single slashes and without "." steps.
+std::string NormalPath(const std::string& path);
+
+/// True when a group's output is one that the daemon can make files of.
+bool HasUsableOutput(const GroupReading& group);
+
 /// Checks what the daemon makes of a service: whether it is valid, what has no effect, what it costs, what is lost.
 void CheckService(const ServiceReading& service, Findings* findings);
 

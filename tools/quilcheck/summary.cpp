@@ -141,8 +141,9 @@ std::string GroupSummary(size_t number, const GroupReading& group) {
   if (group.record->failureRetry != 0) {
     text += ", " + std::to_string(group.record->failureRetry) + " failed reads";
   }
-  if (group.Streams() && group.record->on_write_failure == WRITE_FAILURE_RETRY) {
-    text += ", keeps what the disk refuses";
+  if (group.Streams()) {
+    const bool retries = group.record->on_write_failure == WRITE_FAILURE_RETRY;
+    text += retries ? ", tries a failed read or write again" : ", ends at a failed read or write";
   }
   return text + '\n' + Row("output", group.Output()) + GroupTable(group);
 }

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+/// What the bytes of an input choose; behind their end it is always the first.
+class Choices {
+ public:
+  Choices(const uint8_t* data, size_t size) : next_(data), end_(data + size) {}
+
+  bool AtEnd() const { return next_ == end_; }
+  /// 0 to `count` - 1.
+  size_t Below(size_t count) {
+    const size_t value = Byte();
+    return (count > 256 ? value << 8 | Byte() : value) % count;
+  }
+
+ private:
+  size_t Byte() { return AtEnd() ? 0 : *next_++; }
+
+  const uint8_t* next_;
+  const uint8_t* end_;
+};

@@ -1,0 +1,498 @@
+// quillog as a person uses it: over files made here byte by byte, and over a daemon's while it writes, rotates and
+// dies.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "archive/tar_zip.h"
+#include "device.h"
+#include "quillog/time_text.h"
+
+using namespace Device;
+
+namespace {
+
+constexpr char kOutput[] = "/data/log/t/cat";
+
+struct Result {
+  std::string text;
+  std::string errors;
+  int status;
+};
+
+/// Runs quillog with a command line's arguments.
+Result Quillog(const std::string& arguments, const std::string& behind = "") {
+  const std::string command =
+      std::string(QUILCAT_QUILLOG) + " " + arguments + " 2> /tmp/quillog-errors " + behind + " > /tmp/quillog-text";
+  const int status = system(command.c_str());
+  return {ReadFile("/tmp/quillog-text"), ReadFile("/tmp/quillog-errors"), WEXITSTATUS(status)};
+}
+
+/// `text` as a writer's gzip member.
+std::string Member(const std::string& text) {
+  std::string member(text.size() + 1000, '\0');
+  z_stream stream = {};
+  EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+  stream.avail_in = static_cast<uInt>(text.size());
+  stream.next_out = reinterpret_cast<Bytef*>(member.data());
+  stream.avail_out = static_cast<uInt>(member.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  member.resize(stream.total_out);
+  deflateEnd(&stream);
+  return member;
+}
+
+/// The lines that the beginning of a member encodes.
+std::string LinesOf(const std::string& bytes) {
+  std::string text(65536, '\0');
+  z_stream stream = {};
+  EXPECT_EQ(inflateInit2(&stream, 31), Z_OK);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  stream.next_out = reinterpret_cast<Bytef*>(text.data());
+  stream.avail_out = static_cast<uInt>(text.size());
+  inflate(&stream, Z_SYNC_FLUSH);
+  text.resize(stream.total_out);
+  inflateEnd(&stream);
+  return text.substr(0, text.rfind('\n') + 1);
+}
+
+std::string Stamp(Time time) {
+  std::string iso = TimeText::Iso(time, false);
+  for (const char c : {'-', '-', ':', ':'}) {
+    iso.erase(iso.find(c), 1);
+  }
+  return iso.replace(8, 1, "-");
+}
+
+/// A streamed line, one second after the other.
+class Clock {
+ public:
+  void Set(int year, int month, int day, Time clock = 0) { time = TimeText::FromDate(year, month, day) + clock; }
+  std::string Line() {
+    time += 1000;
+    std::string line =
+        TimeText::Iso(time, true).substr(5).replace(5, 1, " ") + " <6>[" + std::to_string(number++) + "] ";
+    return line.append(static_cast<size_t>(number * 7919 % 61), static_cast<char>('a' + number % 26)) + "\n";
+  }
+  std::string Lines(int count) {
+    std::string text;
+    while (count-- > 0) {
+      text += Line();
+    }
+    return text;
+  }
+  Time time = 0;
+
+ private:
+  int number = 0;
+};
+
+std::string IndexedPath(int index, Time started) {
+  char number[16];
+  snprintf(number, sizeof number, "%03d", index % 1000);
+  return std::string(kOutput) + ".I" + number + "." + Stamp(started) + ".gz";
+}
+
+/// The directory that a hard life leaves, and the text that is to be read from it.
+struct Wreck {
+  std::string text;
+  std::string verified;
+  size_t files = 21;
+
+  Wreck() {
+    Clock clock;
+    clock.Set(2026, 12, 30);
+    for (int i = 0; i < static_cast<int>(files); ++i) {
+      if (i == 6 || i == 12) {
+        clock.Set(1970, 1, 1, 9000);
+      } else if (i == 8 || i == 14) {
+        clock.Set(2027, 1, i);
+      }
+      const Time started = clock.time;
+      std::vector<std::string> blocks;
+      for (int block = 0; block < 3; ++block) {
+        blocks.push_back(clock.Lines(300 + i));
+      }
+      if (i == 4) {  // a block need not end with a line
+        blocks[1] = blocks[0].substr(1000) + blocks[1];
+        blocks[0].resize(1000);
+      }
+      WriteFile(IndexedPath(990 + i, started), Bytes(i, blocks));
+    }
+    symlink("/nowhere/else", kOutput);
+  }
+
+ private:
+  void Expect(const std::string& lines, bool isVerified) {
+    text += lines;
+    verified += isVerified ? lines : "";
+  }
+
+  /// Damages file `i` and expects what stays.
+  std::string Bytes(int i, const std::vector<std::string>& blocks) {
+    const std::string first = Member(blocks[0]);
+    const std::string second = Member(blocks[1]);
+    std::string third = Member(blocks[2]);
+    if (i == 16 || i == 18) {
+      return std::string(i == 16 ? 65536 : 0, '\0');
+    }
+    const std::string hole = first.substr(0, first.size() / 2);
+    Expect(i == 10 ? LinesOf(hole) : blocks[0], i != 10);
+    Expect(blocks[1], true);
+    const bool torn = i == 2 || i == 20;
+    if (torn) {
+      third.resize(third.size() * 2 / 3);
+    }
+    Expect(torn ? LinesOf(third) : blocks[2], !torn);
+    std::string bytes = first + second + third;
+    if (i == 10) {
+      bytes.replace(hole.size(), 512, 512, '\0');
+    }
+    if (i == 20 || i == 15) {
+      bytes.resize(65536);
+    }
+    return bytes;
+  }
+};
+
+size_t Count(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+    ++count;
+  }
+  return count;
+}
+
+std::string LastLines(const std::string& text, size_t count) {
+  size_t at = text.size() - 1;
+  while (count-- > 0) {
+    at = text.rfind('\n', at - 1);
+  }
+  return text.substr(at + 1);
+}
+
+}  // namespace
+
+TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
+  const Wreck wreck;
+  for (const std::string path : {"/data/log/t", kOutput, "", "/data/log", "/data/log/t/cat.I*"}) {
+    const Result all = Quillog(path);
+    EXPECT_TRUE(all.text == wreck.text) << path << "\n" << all.errors;
+    EXPECT_EQ(all.status, 1) << path;
+    EXPECT_EQ(Count(all.errors, "\n"), 3u) << all.errors;
+  }
+  EXPECT_TRUE(Quillog("--verified-only " + std::string(kOutput)).text == wreck.verified);
+  const Result json = Quillog("-o json");
+  EXPECT_EQ(Count(json.text, "\n"), Count(wreck.text, "\n"));
+  EXPECT_EQ(Count(json.text, "\"unverified\":true"), Count(wreck.text, "\n") - Count(wreck.verified, "\n"));
+  EXPECT_EQ(Quillog("--verify").status, 1);
+
+  const std::string table = Quillog("-l").text;
+  for (const char* state : {" torn at byte ", " damaged at byte ", " killed", " empty", "closed, clock jumps back"}) {
+    EXPECT_NE(table.find(state), std::string::npos) << state << "\n" << table;
+  }
+  EXPECT_EQ(Count(table, "jumps back"), 2u) << table;
+
+  for (const size_t count : {1, 200, 1500, 1000000}) {
+    const size_t lines = std::min(count, Count(wreck.text, "\n"));
+    EXPECT_TRUE(Quillog("-n " + std::to_string(count)).text == LastLines(wreck.text, lines)) << count;
+  }
+  // Years: the log begins on 2026-12-30; the new year comes with a clock that is not set.
+  const std::string filters[][2] = {
+      {"-S '2026-12-31 00:00:00' -U 2027-01-01", ""},
+      {"-S 2000-01-01 -U '2026-12-30 00:00:03'", wreck.text.substr(0, wreck.text.find(" <6>[3]") - 18)},
+      {"-S 2000-01-01 -U 2026-01-01", ""},
+      {"--last 5s", LastLines(wreck.text, 6)},
+      {"-g '\\[7\\] '", Lines(wreck.text)[7] + "\n"},
+      {"-v -g '<6>'", ""}};
+  for (const auto& [arguments, text] : filters) {
+    EXPECT_EQ(Quillog(arguments).text, text) << arguments;
+  }
+}
+
+TEST(Times, FollowFromNamesAndOrder) {
+  const struct {
+    const char* name;   ///< time stamps of the files
+    const char* lines;  ///< of the first one
+    const char* times;
+  } cases[] = {
+      {"20261231-235950 20270105-000000", "12-31 23:59:59.500 a\n01-01 00:00:00.000 b\nmore\n",
+       "2026-12-31T23:59:59.500 2027-01-01T00:00:00.000 2027-01-01T00:00:00.000"},
+      {"19700101-000005 20261122-210000", "01-01 00:00:06.000 a\n11-22 20:04:05.042 set\n",
+       "1970-01-01T00:00:06.000 2026-11-22T20:04:05.042"},
+      {"20240228-120000", "02-29 00:00:00.000 leap\n03-01 01:00:00.000 b\n",
+       "2024-02-29T00:00:00.000 2024-03-01T01:00:00.000"},
+      {"20261122-210000", "\nTime  x\n2026-11-22 21:04:05 > 1\ncurrent time: 2026-11-22 21:5:6\r\n",
+       "2026-11-22T21:00:00.000 2026-11-22T21:00:00.000 2026-11-22T21:04:05.000 2026-11-22T21:05:06.000"},
+  };
+  for (const auto& test : cases) {
+    std::filesystem::remove_all("/data/log/t");
+    int index = 0;
+    std::istringstream names(test.name);
+    for (std::string stamp; names >> stamp; ++index) {
+      WriteFile(std::string(kOutput) + ".I00" + std::to_string(index) + "." + stamp + ".gz",
+                index == 0 ? Member(test.lines) : "");
+    }
+    std::string times;
+    for (const std::string& line : Lines(Quillog("-o json").text)) {
+      times += (times.empty() ? "" : " ") + line.substr(9, 23);
+    }
+    EXPECT_EQ(times, test.times);
+  }
+}
+
+TEST(Times, AreUnderstoodAsPeopleWriteThem) {
+  const Time newest = TimeText::FromDate(2027, 1, 3) + 22 * TimeText::kHour;
+  const std::string cases[][2] = {{"2026-11-22", "2026-11-22T00:00:00"},
+                                  {"2026-11-22 21:04", "2026-11-22T21:04:00"},
+                                  {"2026-11-22 21:04:05", "2026-11-22T21:04:05"},
+                                  {"12-31 21:04", "2026-12-31T21:04:00"},
+                                  {"01-04 00:30", "2027-01-04T00:30:00"},
+                                  {"21:04", "2027-01-03T21:04:00"},
+                                  {"02-30 00:00", "-"},
+                                  {"yesterday", "-"},
+                                  {"21:04:05x", "-"},
+                                  {"2026-11-22 25:00", "-"},
+                                  {"11-22", "2026-11-22T00:00:00"},
+                                  {"", "-"}};
+  for (const auto& [text, expected] : cases) {
+    Time time = kNoTime;
+    EXPECT_EQ(TimeText::Parse(text, newest, &time) ? TimeText::Iso(time, false) : "-", expected) << text;
+  }
+  Time ago = 0;
+  EXPECT_TRUE(TimeText::Parse("2h ago", newest, &ago));
+  EXPECT_NEAR(static_cast<double>(TimeText::Now() - ago), 2.0 * TimeText::kHour, 2.0 * TimeText::kSecond);
+}
+
+TEST(Csv, PutsValuesUnderTheirNames) {
+  const std::string title = "\nTime                   soc  volt  state\n";
+  WriteFile(kOutput, title +
+                         "2026-11-22 21:04:05 >  62   4000  \"ok\"\n"
+                         "2026-11-22 21:04:10 >       4001  a,b\n" +
+                         "2026-11-22 21:04:15 >  Read Fail 4002 c\n" + title + "2026-11-22 21:04:20 >  1 2 3 4\n");
+  const Result csv = Quillog("-o csv");
+  EXPECT_EQ(csv.text,
+            "time,soc,volt,state\n2026-11-22T21:04:05,62,4000,\"\"\"ok\"\"\"\n2026-11-22T21:04:10,,4001,\"a,b\"\n"
+            "2026-11-22T21:04:15,Read Fail,4002,c\n");
+  EXPECT_NE(csv.errors.find("1 rows"), std::string::npos) << csv.errors;
+  EXPECT_EQ(Lines(Quillog("-o csv -n 1 -U '2026-11-22 21:04:11'").text).back(), "2026-11-22T21:04:10,,4001,\"a,b\"");
+}
+
+// What a killed packing leaves, step by step.
+TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
+  const auto pack = [](const std::string& archive, const std::string& prefix) {
+    std::vector<std::string> paths;
+    std::vector<char*> names;
+    for (int number = 1; number <= 5; ++number) {
+      paths.push_back("/tmp/pack/cat." + std::to_string(number));
+      WriteFile(paths.back(), prefix + std::to_string(number) + "\n");
+    }
+    std::filesystem::create_directories(std::filesystem::path(archive).parent_path());
+    for (std::string& path : paths) {
+      names.push_back(path.data());
+    }
+    EXPECT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
+  };
+  const std::string output = kOutput;
+  pack(output + "-1.tar.gz", "a");
+  pack(output + "-0.tar.gz", "b");
+  WriteFile(output, "live\n");
+  const std::string archived = "a5\na4\na3\na2\na1\nb5\nb4\nb3\nb2\nb1\n";
+  const auto text = [&](const char* what) {
+    const Result result = Quillog(kOutput);
+    EXPECT_EQ(result.status, 0) << what << "\n" << result.errors;
+    return result.text;
+  };
+  EXPECT_EQ(text("plain"), archived + "live\n");
+  for (int number = 1; number <= 5; ++number) {
+    const std::string place = number > 2 ? output + "_tmp/cat." : output + ".";
+    WriteFile(place + std::to_string(number), "r" + std::to_string(number) + "\n");
+  }
+  WriteFile(output + "_tmp/unfinished.tar.gz", "half");
+  EXPECT_EQ(text("moved in part"), archived + "r5\nr4\nr3\nr2\nr1\nlive\n");
+  pack(output + "_tmp/packed.tar.gz", "p");
+  for (int number = 1; number <= 2; ++number) {
+    std::filesystem::remove(output + "." + std::to_string(number));
+  }
+  EXPECT_EQ(text("packed"), archived + "p5\np4\np3\np2\np1\nlive\n");
+
+  // An archive that was cut, and zeros in a file that the disk had not.
+  const std::string bytes = ReadFile(output + "-0.tar.gz");
+  WriteFile(output + "-0.tar.gz", bytes.substr(0, bytes.size() - 20));
+  WriteFile(output, "live 1\nlive" + std::string(600, '\0') + "2\n11-22 21:04:05.042 live 3\n");
+  const Result damaged = Quillog(kOutput);
+  EXPECT_EQ(damaged.status, 1);
+  EXPECT_EQ(Count(damaged.errors, "\n"), 2u) << damaged.errors;
+  EXPECT_NE(damaged.text.find("p1\nlive 1\n11-22 21:04:05.042 live 3\n"), std::string::npos) << damaged.text;
+  EXPECT_NE(damaged.text.find("a1\n"), std::string::npos);
+}
+
+// Which of a wrong member's bytes are wrong is not to be known: none of its lines is shown.
+TEST(Damage, NothingIsShownOfAMemberThatContradictsItself) {
+  Clock clock;
+  clock.Set(2026, 11, 22);
+  const std::string blocks[] = {clock.Lines(200), clock.Lines(200), clock.Lines(200)};
+  const std::string member = Member(blocks[1]);
+  for (size_t at = 10; at < member.size(); at += member.size() / 25) {
+    std::string wrong = member;
+    wrong[at] = static_cast<char>(wrong[at] ^ 4);
+    WriteFile(IndexedPath(0, 0), Member(blocks[0]) + wrong + Member(blocks[2]));
+    const Result result = Quillog(kOutput);
+    EXPECT_TRUE(result.text == blocks[0] + blocks[2]) << at << result.errors;
+    EXPECT_EQ(result.status, 1);
+  }
+}
+
+TEST(Lnav, KnowsBothKindsOfLines) {
+  if (system("command -v lnav > /dev/null") != 0) {
+    GTEST_SKIP() << "lnav is not installed";
+  }
+  WriteFile("/tmp/formats/quilcat/quilcat.json", ReadFile(QUILCAT_LNAV_FORMAT));
+  WriteFile("/tmp/kernel", "11-22 20:17:29.042 <6>[  101.000421] usb 1-1: new\n11-22 20:17:29.043 <12>[  102.5] hot\n");
+  WriteFile("/tmp/rows", "2026-11-22 21:04:05 >  62   4000\n2026-11-22 21:04:10 >  63   4001\n");
+  const auto query = [](const std::string& columns, const std::string& table, const std::string& file) {
+    const std::string command = "HOME=/tmp lnav -n -I /tmp -c ';select " + columns + " from " + table +
+                                "' -c ':write-csv-to /tmp/answer' " + file + " > /dev/null";
+    EXPECT_EQ(system(command.c_str()), 0);
+    return ReadFile("/tmp/answer");
+  };
+  EXPECT_EQ(query("log_level,uptime,log_body", "quilcat_kernel", "/tmp/kernel"),
+            "log_level,uptime,log_body\ninfo,101.000421,usb 1-1: new\nwarning,102.5,hot\n");
+  EXPECT_EQ(query("log_time,log_body", "quilcat_poll", "/tmp/rows"),
+            "log_time,log_body\n2026-11-22 21:04:05.000,62   4000\n2026-11-22 21:04:10.000,63   4001\n");
+}
+
+// Whatever is named gets an answer, soon.
+TEST(OddInput, IsAnswered) {
+  std::filesystem::create_directories("/data/log/t");
+  mkfifo("/data/log/t/fifo", 0600);
+  WriteFile("/data/log/t/sparse", "");
+  ASSERT_EQ(truncate("/data/log/t/sparse", 10000000000), 0);
+  WriteFile("/data/log/bomb/cat.I000.20261122-210405.gz", Member("11-22 21:04:05.042 a\n"));
+  // Many letters in one member, and what is sound around it.
+  const std::string compress =
+      "cd /data/log/bomb && mv cat* s && head -c 400000000 /dev/zero | tr '\\0' a | gzip -9n > b && "
+      "{ cat s; head -c 10 s; tail -c +11 b; cat s; } > cat.I000.20261122-210405.gz && rm b s";
+  ASSERT_EQ(system(compress.c_str()), 0);
+  for (int i = 0; i < (Sanitized() ? 10000 : 100000); ++i) {
+    char name[64];
+    snprintf(name, sizeof name, "/data/log/many/cat.I%03d.2026%04d-000000.gz", i % 1000, i / 1000);
+    if (i == 0) {
+      WriteFile(name, "");
+    }
+    close(open(name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  }
+  const struct {
+    const char* arguments;
+    int status;
+    const char* says;
+  } cases[] = {
+      {"/data/log/t/fifo", 2, "not a regular file"},
+      {"/dev/zero", 2, "not a regular file"},
+      {"/data/log/t/sparse", 1, "10000000000 zero bytes"},
+      {"/data/log/none", 2, "no log there"},
+      {"--verify /data/log/bomb", 1, "reading goes on at"},
+      {"-n 3 /data/log/many", 0, ""},
+      {"-l /data/log/many", 0, ""},
+      {"-S noon /data/log/bomb", 2, "no time"},
+      {"-g '(' /data/log/bomb", 2, "("},
+      {"-n x", 2, "no number"},
+      {"-i /data/log/bomb", 2, "belong to"},
+      {"--color=red", 2, "auto, always"},
+      {"", 2, "several outputs"},
+  };
+  for (const auto& test : cases) {
+    const auto start = std::chrono::steady_clock::now();
+    const Result result = Quillog(test.arguments);
+    EXPECT_EQ(result.status, test.status) << test.arguments << "\n" << result.errors.substr(0, 500);
+    EXPECT_NE(result.errors.find(test.says), std::string::npos) << test.arguments << "\n"
+                                                                << result.errors.substr(0, 500);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(Sanitized() ? 60 : 10)) << test.arguments;
+  }
+  const Result bomb = Quillog("/data/log/bomb");
+  EXPECT_EQ(Count(bomb.text, "11-22 21:04:05.042 a\n"), 2u);
+  EXPECT_EQ(bomb.text.size(), 42u);
+  // A reader that goes away is no failure.
+  const Result pipe = Quillog("-l /data/log/many", "| head -n 1");
+  EXPECT_EQ(pipe.errors, "");
+}
+
+// The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.
+TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
+  for (const char* mode : {"mmap", "factory"}) {
+    std::filesystem::remove_all("/data/log/t");
+    ConfigureStream(mode, 64, 500);
+    WriteFile(std::string(kOutput) + (mode[0] == 'm' ? ".I000.20260101-000000.gz" : ".1"), "");
+    Daemon follower("-f " + std::string(kOutput) + " > /tmp/followed", "", QUILCAT_QUILLOG);
+    int line = 0;
+    int last = 0;
+    for (int round = 0; round < Rounds(3); ++round) {
+      Daemon daemon("-b test");
+      ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Errors();
+      KernelLog kernel;
+      for (const int end = line + 6000; line < end;) {
+        if (!kernel.Write(KernelLog::Line(line))) {
+          continue;
+        }
+        last = line++;
+        if (line % 1500 == 0) {
+          const Result read = Quillog(kOutput);
+          const std::vector<int> numbers = KernelLog::Numbers(read.text);
+          EXPECT_EQ(read.status, 0) << read.errors;
+          EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+          EXPECT_EQ(std::count(numbers.begin(), numbers.end(), -1), 0);
+        }
+      }
+      EXPECT_TRUE(WaitFor([&] { return kernel.IsDrained(); }));
+      if (round % 2 == 0) {
+        // The directory is looked at: what waits in memory comes to the file.
+        EXPECT_TRUE(
+            WaitFor([&] { return KernelLog::Numbers(Quillog("-n 1 " + std::string(kOutput)).text).back() == last; }));
+      }
+      daemon.Signal(SIGKILL);
+    }
+    const Result all = Quillog("--verified-only " + std::string(kOutput));
+    const std::vector<int> numbers = KernelLog::Numbers(all.text);
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end()), numbers.end());
+    std::string decoded;
+    for (const std::string& path : IndexedPaths("/data/log/t")) {
+      decoded += Decode(path).text;
+    }
+    EXPECT_TRUE(all.text == (mode[0] == 'm' ? decoded : FactoryText(kOutput)));
+    EXPECT_TRUE(WaitFor([&] { return ReadFile("/tmp/followed").size() >= all.text.size(); })) << all.text.size();
+    EXPECT_TRUE(ReadFile("/tmp/followed") == all.text) << ReadFile("/tmp/followed").size() << " " << all.text.size();
+  }
+}
+
+TEST(Follow, GoesOnBehindADeletedFile) {
+  ConfigureStream("mmap", 4096, 5);
+  Daemon daemon("-b test");
+  ASSERT_TRUE(daemon.WaitUntilRunning());
+  KernelLog kernel;
+  Daemon follower("-n 0 -f > /tmp/followed", "", QUILCAT_QUILLOG);
+  const auto comes = [&](int line) {
+    kernel.Write(KernelLog::Line(line));
+    return WaitFor(
+        [&] { return ReadFile("/tmp/followed").find("<6>[" + std::to_string(line) + "]") != std::string::npos; }, 3);
+  };
+  ASSERT_TRUE(WaitFor([] { return !IndexedPaths("/data/log/t").empty(); }));
+  sleep(1);
+  EXPECT_TRUE(comes(1));
+  for (const std::string& path : IndexedPaths("/data/log/t")) {
+    unlink(path.c_str());
+  }
+  EXPECT_TRUE(comes(2));
+  EXPECT_TRUE(comes(3));
+  EXPECT_EQ(KernelLog::Numbers(ReadFile("/tmp/followed")), (std::vector<int>{1, 2, 3}));
+}

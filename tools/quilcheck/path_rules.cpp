@@ -1,0 +1,84 @@
+// What nodes and outputs find on the device.
+
+#include "quilcheck/document.h"
+#include "quilcheck/rules.h"
+
+using namespace QuilCommon;
+
+namespace Quilcheck {
+
+namespace {
+
+void CheckNode(const NodeSetReading& set, const char* name, const char* path, const Root& root, bool streams,
+               Findings* findings) {
+  if (path == nullptr || *path != '/') {
+    return;
+  }
+  const xmlNode* child = ChildOf(set.element, name);
+  const int line = LineOf(child != nullptr ? child : set.element);
+  const std::optional<struct stat> found = root.Look(path);
+  const std::string what = name + (' ' + Quoted(path));
+  if (!found.has_value()) {
+    findings->Warning(line, what + " does not exist: " + (streams ? "the log stays empty" : "it cannot be read"));
+  } else if (S_ISDIR(found->st_mode)) {
+    findings->Warning(line, what + " is a directory: it cannot be read");
+  } else if (streams && S_ISREG(found->st_mode) && NormalPath(path).rfind("/proc/", 0) != 0 &&
+             NormalPath(path).rfind("/sys/", 0) != 0) {
+    findings->Warning(line, what + " is a regular file: streamed, it is read again and again without a pause");
+  }
+}
+
+void CheckOutputPath(const GroupReading& group, const Root& root, Findings* findings) {
+  const std::string path = NormalPath(group.Output());
+  const int line = LineOf(group.output);
+  for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
+    const std::string directory = path.substr(0, end);
+    const std::optional<struct stat> found = root.Look(directory);
+    if (found.has_value() && !S_ISDIR(found->st_mode)) {
+      findings->Warning(
+          line, "outputFilePath " + Quoted(path) + ": " + Quoted(directory) + " is not a directory: nothing is logged");
+      return;
+    }
+  }
+  const std::optional<struct stat> found = root.Look(path);
+  if (found.has_value() && S_ISDIR(found->st_mode)) {
+    findings->Warning(line, "outputFilePath " + Quoted(path) + " is a directory; did you mean a file in it?");
+  }
+}
+
+}  // namespace
+
+std::string NormalPath(const std::string& path) {
+  std::string normal;
+  for (size_t start = 0; start < path.size();) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    const std::string step = path.substr(start, end - start);
+    if (!step.empty() && step != ".") {
+      normal += '/' + step;
+    }
+    start = end + 1;
+  }
+  return normal;
+}
+
+bool HasUsableOutput(const GroupReading& group) {
+  const std::string path = group.Output();
+  return !path.empty() && path.front() == '/' && path.back() != '/';
+}
+
+void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings) {
+  for (const GroupReading& group : service.groups) {
+    if (HasUsableOutput(group)) {
+      CheckOutputPath(group, root, findings);
+    }
+    for (const NodeSetReading& set : group.nodeSets) {
+      CheckNode(set, "dataPath", set.record->data_path, root, group.Streams(), findings);
+      CheckNode(set, "titlePath", set.record->title_path, root, false, findings);
+      for (const QuilcatStrList_t* path = set.record->alter_data_path; path != nullptr; path = path->next) {
+        CheckNode(set, "alterdataPath", path->str, root, false, findings);
+      }
+    }
+  }
+}
+
+}  // namespace Quilcheck

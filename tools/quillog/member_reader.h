@@ -1,0 +1,51 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_
+#define QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_
+
+#include <zlib.h>
+
+#include <memory>
+
+#include "quillog/byte_window.h"
+#include "quillog/file_reader.h"
+
+/// Reads a compressed mapped log file: gzip members (RFC 1952), zeros behind them while the file is open.
+///
+/// A member's text is handed on as a whole, once its checksum and length are right. Behind anything else reading goes
+/// on at the next header. Of a member that was broken off its bytes are decoded up to where they end: at zeros or at
+/// the end of the file. A member that contradicts itself gives nothing: where its bytes stopped being the writer's is
+/// not to be known, so no line of it can be told from one that never was.
+///
+/// A header is ten bytes, five of them zeros, which text never holds: neither text nor a stored block
+/// of it is taken for one.
+class MemberReader : public FileReader {
+ public:
+  MemberReader(int file, TextSink& taker, bool settles);
+  ~MemberReader() override;
+
+  void Read(bool growing) override;
+
+ private:
+  /// What decoding gave.
+  enum class Outcome { kWhole, kCutShort, kContradiction };
+
+  bool AtHeader();
+  bool ReadMember();
+  Outcome Decode(const uint8_t* bytes, size_t size);
+  bool Settled();
+  void Salvage(uint64_t next);
+  uint64_t EndOfRealBytes(uint64_t end);
+  void SkipForeign(uint64_t next);
+  void ReportBroken(Outcome outcome, uint64_t real, uint64_t next);
+
+  const bool maySettle;
+  ByteWindow window;
+  z_stream stream = {};
+  const std::unique_ptr<uint8_t[]> text;
+  size_t textSize = 0;     ///< bytes that Decode() gave
+  size_t consumed = 0;     ///< bytes that Decode() took
+  const char* fault = "";  ///< why Decode() found a contradiction
+  uint64_t position = 0;   ///< of the next byte that was not handed on
+  int triesLeft = 5;
+};
+
+#endif  // QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_

@@ -1,0 +1,254 @@
+#include "quillog/output_files.h"
+
+#include <ctype.h>
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+
+#include "logfile/file_names.h"
+#include "logfile/indexed_files.h"
+
+namespace {
+
+constexpr int kRotatedFiles = 5;
+constexpr int kMostArchives = 200;  // a service keeps a thousand files at most, five in an archive
+constexpr char kArchiveSuffix[] = ".tar.gz";
+
+bool IsRegular(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+LogFile Describe(const std::string& path, LogFile::Kind kind) {
+  LogFile file;
+  file.kind = kind;
+  file.path = path;
+  struct stat status = {};
+  if (stat(path.c_str(), &status) == 0) {
+    file.modified = TimeText::FromSeconds(status.st_mtime);
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+  }
+  if (!OutputFiles::OutputOfIndexed(path).empty()) {
+    const size_t stamp = path.size() - FileNames::kSuffixLength + FileNames::kTimeStampOffset;
+    file.started = TimeText::FromStamp(path.substr(stamp, FileNames::kTimeStampLength));
+  }
+  return file;
+}
+
+void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile>& files) {
+  if (IsRegular(path)) {
+    files.push_back(Describe(path, kind));
+  }
+}
+
+/// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
+/// that the files do, and an archive that is perhaps not whole only where they are gone.
+void AddPacking(const std::string& output, std::vector<LogFile>& files) {
+  const std::string directory = output + "_tmp/";
+  const std::string base = output.substr(output.rfind('/') + 1);
+  const size_t before = files.size();
+  AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  const bool isPacked = files.size() > before;
+  for (int number = kRotatedFiles; number > 0; --number) {
+    if (!isPacked) {
+      AddIfThere(directory + base + "." + std::to_string(number), LogFile::Kind::kPlain, files);
+    }
+    AddIfThere(output + "." + std::to_string(number), LogFile::Kind::kPlain, files);
+  }
+  const bool hasFiles =
+      std::any_of(files.begin() + static_cast<std::ptrdiff_t>(before), files.end(),
+                  [&](const LogFile& file) { return file.path.compare(0, directory.size(), directory) == 0; });
+  if (!hasFiles) {
+    std::vector<LogFile> unfinished;
+    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, unfinished);
+    files.insert(files.begin() + static_cast<std::ptrdiff_t>(before), unfinished.begin(), unfinished.end());
+  }
+}
+
+std::vector<LogFile> FactoryFiles(const std::string& output) {
+  std::vector<LogFile> files;
+  for (int number = kMostArchives - 1; number >= 0; --number) {
+    AddIfThere(output + "-" + std::to_string(number) + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  }
+  AddPacking(output, files);
+  AddIfThere(output, LogFile::Kind::kPlain, files);
+  return files;
+}
+
+std::vector<LogFile> MappedFiles(const std::string& output) {
+  std::vector<LogFile> files;
+  IndexedFiles indexed(output);
+  const std::string directory = output.substr(0, output.rfind('/') + 1);
+  if (directory.size() < 2 || access(directory.c_str(), R_OK) != 0 || !indexed.formFileVectors()) {
+    return files;
+  }
+  for (const std::string& path : indexed.paths()) {
+    // The daemon takes every name of that length for its own; text of another output is not this one's.
+    if (path.compare(0, output.size() + 2, output + ".I") == 0) {
+      files.push_back(Describe(path, LogFile::Kind::kMapped));
+    }
+  }
+  return files;
+}
+
+/// "cat-0.tar.gz", "cat.3", "cat_tmp" -> "cat"; empty for another name.
+std::string OutputOfFactory(const std::string& name) {
+  if (EndsWith(name, "_tmp")) {
+    return name.substr(0, name.size() - 4);
+  }
+  if (EndsWith(name, kArchiveSuffix)) {
+    const size_t dash = name.rfind('-');
+    const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
+    return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
+  }
+  const size_t dot = name.rfind('.');
+  const bool isRotated =
+      dot != std::string::npos && name.size() == dot + 2 && name[dot + 1] >= '1' && name[dot + 1] <= '5';
+  return isRotated ? name.substr(0, dot) : "";
+}
+
+/// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
+bool LooksLikeText(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  char bytes[256];
+  const ssize_t size = fd < 0 ? -1 : read(fd, bytes, sizeof bytes);
+  if (fd >= 0) {
+    close(fd);
+  }
+  return size > 0 && memchr(bytes, 0, static_cast<size_t>(size)) == nullptr && bytes[0] != '\x1f';
+}
+
+/// Mapped files keep their names, and there may be more of them than descriptors.
+void Hold(LogFile& file) {
+  if (file.kind == LogFile::Kind::kMapped) {
+    return;
+  }
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd >= 0) {
+    file.open = std::make_shared<const OpenFile>(fd);
+  }
+}
+
+}  // namespace
+
+std::string OutputFiles::OutputOfIndexed(const std::string& path) {
+  constexpr char kPattern[] = ".I000.00000000-000000.gz";
+  if (path.size() <= FileNames::kSuffixLength) {
+    return {};
+  }
+  const size_t start = path.size() - FileNames::kSuffixLength;
+  for (size_t i = 0; i < FileNames::kSuffixLength; ++i) {
+    const char c = path[start + i];
+    if (kPattern[i] == '0' ? !isdigit(static_cast<unsigned char>(c)) : c != kPattern[i]) {
+      return {};
+    }
+  }
+  return path[start - 1] == '/' ? std::string() : path.substr(0, start);
+}
+
+void OutputFiles::List(Output& output) {
+  if (output.isFiles) {
+    return;
+  }
+  std::vector<LogFile> mapped = MappedFiles(output.path);
+  std::vector<LogFile> factory = FactoryFiles(output.path);
+  // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
+  const bool factoryIsNewer = IsRegular(output.path);
+  std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
+  const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
+  older.insert(older.end(), newer.begin(), newer.end());
+  output.files = std::move(older);
+  if (!output.files.empty()) {
+    output.files.back().newest = true;
+  }
+}
+
+void OutputFiles::ListAndHold(Output& output) {
+  constexpr int kMostTries = 20;
+  List(output);
+  for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
+    bool isRenamed = false;
+    for (LogFile& file : output.files) {
+      isRenamed |= file.kind != LogFile::Kind::kMapped;
+      Hold(file);
+    }
+    if (!isRenamed) {
+      return;
+    }
+    Output again{output.path, {}, false};
+    List(again);
+    const auto same = [](const LogFile& a, const LogFile& b) {
+      return a.path == b.path && a.inode == b.inode && a.device == b.device;
+    };
+    const std::vector<LogFile>& files = output.files;
+    if (std::equal(files.begin(), files.end(), again.files.begin(), again.files.end(), same)) {
+      return;
+    }
+    output.files = std::move(again.files);
+  }
+}
+
+bool OutputFiles::Find(const std::string& directory, std::vector<Output>* outputs) {
+  DIR* stream = opendir(directory.c_str());
+  if (stream == nullptr) {
+    return false;
+  }
+  std::set<std::string> names;
+  std::set<std::string> others;
+  while (const dirent* entry = readdir(stream)) {
+    const std::string name = entry->d_name;
+    const std::string indexed = OutputOfIndexed(name);
+    const std::string output = indexed.empty() ? OutputOfFactory(name) : indexed;
+    if (!output.empty() && (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN || entry->d_type == DT_DIR)) {
+      names.insert(output);
+    } else if (entry->d_type == DT_REG && name[0] != '.' && !EndsWith(name, ".gz")) {
+      others.insert(name);
+    }
+  }
+  closedir(stream);
+  const std::string prefix = EndsWith(directory, "/") || directory == "/" ? directory : directory + "/";
+  if (names.empty()) {
+    std::copy_if(others.begin(), others.end(), std::inserter(names, names.end()),
+                 [&](const std::string& name) { return LooksLikeText(prefix + name); });
+  }
+  for (const std::string& name : names) {
+    Output output{prefix + name, {}, false};
+    List(output);
+    if (!output.files.empty()) {
+      outputs->push_back(output);
+    }
+  }
+  return true;
+}
+
+LogFile OutputFiles::Single(const std::string& path) {
+  LogFile::Kind kind = EndsWith(path, ".gz") ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
+  unsigned char bytes[10] = {};
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  struct stat status = {};
+  const bool isGzip = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+                      read(fd, bytes, sizeof bytes) == sizeof bytes && bytes[0] == 0x1f && bytes[1] == 0x8b;
+  if (fd >= 0) {
+    close(fd);
+  }
+  // The two writers compress at different levels, which the ninth byte tells.
+  if (EndsWith(path, kArchiveSuffix) || (isGzip && bytes[8] == 0)) {
+    kind = LogFile::Kind::kArchive;
+  } else if (isGzip) {
+    kind = LogFile::Kind::kMapped;
+  }
+  LogFile file = Describe(path, kind);
+  file.newest = true;
+  return file;
+}

@@ -1,0 +1,36 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_OUTPUT_FILES_H_
+#define QUILCAT_TOOLS_QUILLOG_OUTPUT_FILES_H_
+
+#include <string>
+#include <vector>
+
+#include "quillog/log_file.h"
+
+/// One output and its files, oldest first.
+struct Output {
+  std::string path;  ///< "/data/log/t/cat"; what was named, for single files
+  std::vector<LogFile> files;
+  bool isFiles = false;  ///< made of files that were named one by one
+};
+
+/// Which files make an output. Only looks at directories; a look makes a daemon there write what it holds.
+namespace OutputFiles {
+
+/// Lists the output's files afresh, in the daemon's own order of age. Links are none of its files.
+void List(Output& output);
+
+/// The same, and opens the files that a rotation renames, so that what is read is what was listed: every line once.
+void ListAndHold(Output& output);
+
+/// The outputs that have files in `directory`, in order of name. False: it cannot be read (errno).
+bool Find(const std::string& directory, std::vector<Output>* outputs);
+
+/// The file of that path, by its name and its first bytes.
+LogFile Single(const std::string& path);
+
+/// "/d/cat.I007.20240131-235959.gz" -> "/d/cat"; empty for another name.
+std::string OutputOfIndexed(const std::string& path);
+
+}  // namespace OutputFiles
+
+#endif  // QUILCAT_TOOLS_QUILLOG_OUTPUT_FILES_H_

@@ -1,0 +1,249 @@
+#include "quillog/printer.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <utility>
+
+namespace {
+
+constexpr size_t kPolledTime = 22;    // "2026-11-22 21:04:05 > "
+constexpr size_t kStreamedTime = 19;  // "11-22 21:04:05.042 "
+
+// As text ----------------------------------------------------------------------------------------------------------
+
+/// "11-22 21:04:05.042 <4>[...": the level is the number's last three bits, severest first; -1 for none.
+int LevelOf(const Line& line) {
+  if (line.size < kStreamedTime + 3 || !line.hasOwnTime || line.text[kStreamedTime] != '<') {
+    return -1;
+  }
+  char number[5] = {};
+  memcpy(number, line.text + kStreamedTime + 1, std::min<size_t>(4, line.size - kStreamedTime - 1));
+  char* end = nullptr;
+  const long priority = strtol(number, &end, 10);
+  return end != number && *end == '>' ? static_cast<int>(priority & 7) : -1;
+}
+
+class TextPrinter : public Printer {
+ public:
+  TextPrinter(bool colored, TextOutput& to) : color(colored), output(to) {}
+
+  bool IsPlain() const override { return !color; }
+
+  void Print(const Line& line) override {
+    // Emergency to critical, error, warning, notice; what informs stands plain, what debugs steps back.
+    static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
+    const int level = color ? LevelOf(line) : -1;
+    const char* const code = level >= 0 ? kColors[level] : nullptr;
+    if (code != nullptr) {
+      output.Write(std::string("\033[") + code + "m");
+    }
+    output.Write(line.text, line.size);
+    if (code != nullptr) {
+      output.Write("\033[0m", 4);
+    }
+    if (line.ended) {
+      output.Write("\n", 1);
+    }
+  }
+
+ private:
+  const bool color;
+  TextOutput& output;
+};
+
+// As JSON (RFC 8259) -----------------------------------------------------------------------------------------------
+
+/// The length of the UTF-8 sequence (RFC 3629) that `text` begins with; 0 for bytes that are none.
+size_t SequenceLength(const unsigned char* text, size_t size) {
+  const unsigned char c = text[0];
+  const size_t length = c < 0x80                ? 1
+                        : c >= 0xc2 && c < 0xe0 ? 2
+                        : c >= 0xe0 && c < 0xf0 ? 3
+                        : c >= 0xf0 && c < 0xf5 ? 4
+                                                : 0;
+  if (length == 0 || length > size) {
+    return 0;
+  }
+  for (size_t i = 1; i < length; ++i) {
+    if ((text[i] & 0xc0) != 0x80) {
+      return 0;
+    }
+  }
+  // Overlong forms, surrogates and what lies beyond Unicode.
+  const bool isBad = (c == 0xe0 && text[1] < 0xa0) || (c == 0xed && text[1] > 0x9f) || (c == 0xf0 && text[1] < 0x90) ||
+                     (c == 0xf4 && text[1] > 0x8f);
+  return isBad ? 0 : length;
+}
+
+void AppendJsonString(std::string& json, const char* text, size_t size) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  json += '"';
+  for (size_t i = 0; i < size;) {
+    const size_t length = SequenceLength(bytes + i, size - i);
+    if (length == 0) {
+      json += "\\ufffd";
+      ++i;
+      continue;
+    }
+    const unsigned char c = bytes[i];
+    if (c == '"' || c == '\\') {
+      json += '\\';
+      json += static_cast<char>(c);
+    } else if (c < 0x20) {
+      char escape[8];
+      snprintf(escape, sizeof escape, "\\u%04x", c);
+      json += escape;
+    } else {
+      json.append(text + i, length);
+    }
+    i += length;
+  }
+  json += '"';
+}
+
+class JsonPrinter : public Printer {
+ public:
+  explicit JsonPrinter(TextOutput& to) : output(to) {}
+
+  void Print(const Line& line) override {
+    json = "{\"time\":";
+    json += line.time == kNoTime ? "null" : '"' + TimeText::Iso(line.time, true) + '"';
+    json += ",\"file\":";
+    AppendJsonString(json, line.file->data(), line.file->size());
+    json += ",\"text\":";
+    AppendJsonString(json, line.text, line.size);
+    json += line.verified ? "}\n" : ",\"unverified\":true}\n";
+    output.Write(json);
+  }
+
+ private:
+  TextOutput& output;
+  std::string json;
+};
+
+// As CSV (RFC 4180, lines ended by a line feed alone) ----------------------------------------------------------------
+
+void AppendCsvField(std::string& row, const std::string& text) {
+  row += row.empty() ? "" : ",";
+  if (text.find_first_of("\",\r\n") == std::string::npos) {
+    row += text;
+    return;
+  }
+  row += '"';
+  for (const char c : text) {
+    row += c == '"' ? "\"\"" : std::string(1, c);
+  }
+  row += '"';
+}
+
+class CsvPrinter : public Printer {
+ public:
+  explicit CsvPrinter(TextOutput& to) : output(to) {}
+
+  bool TakesRowsOnly() const override { return true; }
+
+  void Print(const Line& line) override {
+    const bool isPolled = line.hasOwnTime && line.text[4] == '-';
+    const size_t timeLength = !line.hasOwnTime ? 0 : isPolled ? kPolledTime : kStreamedTime;
+    const std::string text(line.text, line.size);
+    std::string row = line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
+    if (line.title == nullptr) {
+      PrintHeader("time,text");
+      row += ',';
+      std::string field;
+      AppendCsvField(field, text.substr(timeLength));
+      output.Write(row + field + "\n");
+      return;
+    }
+    std::vector<Column> names = SplitColumns(*line.title, 0);
+    // The first name stands above the time, where the rows bear one.
+    if (isPolled && !names.empty() && names[0].start < timeLength) {
+      names.erase(names.begin());
+    }
+    std::vector<std::string> values;
+    if (!Assign(SplitColumns(text, timeLength), names, &values)) {
+      ++misfits;
+      return;
+    }
+    std::string titles = "time";
+    for (const Column& name : names) {
+      AppendCsvField(titles, name.text);
+    }
+    PrintHeader(titles);
+    for (const std::string& value : values) {
+      row += ',';
+      std::string field;
+      AppendCsvField(field, value);
+      row += field;
+    }
+    output.Write(row + "\n");
+  }
+
+  std::string Complaint() const override {
+    return misfits == 0 ? "" : std::to_string(misfits) + " rows fit no title line and were left out";
+  }
+
+ private:
+  void PrintHeader(const std::string& text) {
+    if (text != header) {
+      header = text;
+      output.Write(header + "\n");
+    }
+  }
+
+  /// Gives each name its value: in order when there are as many, otherwise by the place in the line, so that a value
+  /// never comes under another's name. False: that leaves a value over.
+  static bool Assign(const std::vector<Column>& columns, const std::vector<Column>& names,
+                     std::vector<std::string>* values) {
+    values->assign(names.size(), "");
+    size_t next = 0;
+    for (const Column& column : columns) {
+      if (columns.size() != names.size()) {
+        while (next < names.size() && names[next].start != column.start) {
+          ++next;
+        }
+      }
+      if (next == names.size()) {
+        return false;
+      }
+      (*values)[next++] = column.text;
+    }
+    return true;
+  }
+
+  TextOutput& output;
+  std::string header;
+  size_t misfits = 0;
+};
+
+}  // namespace
+
+std::vector<Column> SplitColumns(const std::string& line, size_t from) {
+  constexpr char kBlanks[] = " \t\r";
+  constexpr char kFailure[] = "Read Fail";
+  std::vector<Column> columns;
+  for (size_t start = line.find_first_not_of(kBlanks, from); start != std::string::npos;) {
+    size_t end = line.find_first_of(kBlanks, start);
+    if (line.compare(start, strlen(kFailure), kFailure) == 0) {
+      end = start + strlen(kFailure);
+    }
+    end = std::min(end, line.size());
+    columns.push_back({line.substr(start, end - start), start});
+    start = line.find_first_not_of(kBlanks, end);
+  }
+  return columns;
+}
+
+std::unique_ptr<Printer> Printer::Make(Format format, bool colored, TextOutput& output) {
+  switch (format) {
+    case Format::kJson:
+      return std::make_unique<JsonPrinter>(output);
+    case Format::kCsv:
+      return std::make_unique<CsvPrinter>(output);
+    case Format::kText:
+      break;
+  }
+  return std::make_unique<TextPrinter>(colored, output);
+}

@@ -1,0 +1,37 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_PRINTER_H_
+#define QUILCAT_TOOLS_QUILLOG_PRINTER_H_
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quillog/line.h"
+#include "quillog/text_output.h"
+
+/// Writes lines in one of the forms of -o.
+class Printer {
+ public:
+  enum class Format { kText, kJson, kCsv };
+
+  static std::unique_ptr<Printer> Make(Format format, bool colored, TextOutput& output);
+  virtual ~Printer() = default;
+
+  virtual void Print(const Line& line) = 0;
+  /// True when whole blocks of text may go to the output as they are.
+  virtual bool IsPlain() const { return false; }
+  /// True when only polled rows and streamed lines are wanted, not the titles between them.
+  virtual bool TakesRowsOnly() const { return false; }
+
+  /// Ends with a word on what could not be printed, if anything; empty otherwise.
+  virtual std::string Complaint() const { return {}; }
+};
+
+/// The columns of a polled row or title: what stands between blanks. "Read Fail", which takes the place of a value,
+/// is one.
+struct Column {
+  std::string text;
+  size_t start = 0;  ///< in the line
+};
+std::vector<Column> SplitColumns(const std::string& line, size_t from);
+
+#endif  // QUILCAT_TOOLS_QUILLOG_PRINTER_H_

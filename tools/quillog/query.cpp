@@ -1,0 +1,42 @@
+#include "quillog/query.h"
+
+Query::~Query() {
+  if (hasPattern) {
+    regfree(&pattern);
+  }
+}
+
+bool Query::SetPattern(const std::string& expression, bool ignoreCase, bool inverted, std::string* error) {
+  const int result = regcomp(&pattern, expression.c_str(), REG_EXTENDED | REG_NOSUB | (ignoreCase ? REG_ICASE : 0));
+  if (result != 0) {
+    char text[256];
+    regerror(result, &pattern, text, sizeof text);
+    *error = text;
+    return false;
+  }
+  hasPattern = true;
+  invert = inverted;
+  return true;
+}
+
+void Query::SetTimes(Time first, Time last) {
+  since = first;
+  until = last;
+}
+
+bool Query::Matches(const Line& line) const {
+  // A line before any that tells the time is older than all.
+  if (since != kNoTime && (line.time == kNoTime || line.time < since)) {
+    return false;
+  }
+  if (until != kNoTime && line.time != kNoTime && line.time > until) {
+    return false;
+  }
+  if (!hasPattern) {
+    return true;
+  }
+  // The line is no C string: its end is given instead.
+  regmatch_t range = {};
+  range.rm_eo = static_cast<regoff_t>(line.size);
+  return (regexec(&pattern, line.text, 1, &range, REG_STARTEND) == 0) != invert;
+}

@@ -1,0 +1,35 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_QUERY_H_
+#define QUILCAT_TOOLS_QUILLOG_QUERY_H_
+
+#include <regex.h>
+
+#include <string>
+
+#include "quillog/line.h"
+
+/// Which lines are wanted.
+class Query {
+ public:
+  Query() = default;
+  ~Query();
+  Query(const Query&) = delete;
+  Query& operator=(const Query&) = delete;
+
+  /// Takes a POSIX extended expression, once. False: it is none, and `error` says why.
+  bool SetPattern(const std::string& expression, bool ignoreCase, bool inverted, std::string* error);
+  /// Lines from `first` and up to `last`, both included. kNoTime: no limit.
+  void SetTimes(Time first, Time last);
+
+  /// True when every line is wanted, whatever it says.
+  bool TakesAll() const { return !hasPattern && since == kNoTime && until == kNoTime; }
+  bool Matches(const Line& line) const;
+
+ private:
+  regex_t pattern = {};
+  bool hasPattern = false;
+  bool invert = false;
+  Time since = kNoTime;
+  Time until = kNoTime;
+};
+
+#endif  // QUILCAT_TOOLS_QUILLOG_QUERY_H_

@@ -1,0 +1,132 @@
+#include "quillog/selection.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+constexpr char kDefault[] = "/data/log";
+
+bool IsDirectory(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool Missing(const std::string& path, const char* why) {
+  fprintf(stderr, "quillog: %s: %s\n", path.c_str(), why);
+  return false;
+}
+
+}  // namespace
+
+bool Selection::Add(const std::vector<std::string>& paths) {
+  if (paths.empty()) {
+    return AddSubdirectories(kDefault);
+  }
+  for (const std::string& path : paths) {
+    if (!AddPath(path)) {
+      return false;
+    }
+  }
+  if (!singles.empty()) {
+    OrderByAge(singles);
+    found.push_back({singles.size() == 1 ? singles.front().path : "named files", singles, true});
+  }
+  return true;
+}
+
+bool Selection::AddPath(const std::string& path) {
+  if (path.empty()) {
+    return Missing("\"\"", "no path");
+  }
+  if (IsDirectory(path)) {
+    return AddDirectory(path);
+  }
+  // The names of an output's files are made of its directory and its name.
+  Output output{path.find('/') == std::string::npos ? "./" + path : path, {}, false};
+  OutputFiles::List(output);
+  struct stat status = {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  const bool isAlone = output.files.size() == 1 && output.files.front().path == output.path;
+  if (!output.files.empty() && !isAlone) {
+    found.push_back(output);
+    return true;
+  }
+  if (!exists) {
+    return Missing(path, errno == ENOENT ? "no log there" : strerror(errno));
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return Missing(path, "not a regular file");
+  }
+  if (isAlone && OutputFiles::Single(path).kind == LogFile::Kind::kPlain) {
+    found.push_back(output);  // a live file that has not been rotated yet
+  } else {
+    singles.push_back(OutputFiles::Single(path));
+  }
+  return true;
+}
+
+bool Selection::AddDirectory(const std::string& path) {
+  const size_t before = found.size();
+  if (!OutputFiles::Find(path, &found)) {
+    return Missing(path, strerror(errno));
+  }
+  ambiguous |= found.size() - before > 1;
+  return found.size() > before || AddSubdirectories(path);
+}
+
+bool Selection::AddSubdirectories(const std::string& path) {
+  DIR* stream = opendir(path.c_str());
+  if (stream == nullptr) {
+    return Missing(path, strerror(errno));
+  }
+  std::vector<std::string> directories;
+  while (const dirent* entry = readdir(stream)) {
+    const std::string name = entry->d_name;
+    if (name[0] != '.' && IsDirectory(path + "/" + name)) {
+      directories.push_back(path + (path.back() == '/' ? "" : "/") + name);
+    }
+  }
+  closedir(stream);
+  std::sort(directories.begin(), directories.end());
+  const size_t before = found.size();
+  for (const std::string& directory : directories) {
+    OutputFiles::Find(directory, &found);
+  }
+  ambiguous |= found.size() - before > 1;
+  return found.size() > before || Missing(path, "no log there");
+}
+
+/// Puts indexed files of one output into its order, whatever the shell made of it; others stay where they are named.
+void Selection::OrderByAge(std::vector<LogFile>& files) {
+  std::map<std::string, size_t> ages;
+  std::vector<std::string> outputs;
+  for (const LogFile& file : files) {
+    Output output{OutputFiles::OutputOfIndexed(file.path), {}, false};
+    if (output.path.empty() || std::find(outputs.begin(), outputs.end(), output.path) != outputs.end()) {
+      continue;
+    }
+    outputs.push_back(output.path);
+    if (output.path.find('/') == std::string::npos) {
+      output.path.insert(0, "./");
+    }
+    OutputFiles::List(output);
+    for (const LogFile& listed : output.files) {
+      ages.emplace(listed.path, ages.size());
+    }
+  }
+  const auto age = [&ages](const LogFile& file) {
+    const auto known = ages.find(file.path.find('/') == std::string::npos ? "./" + file.path : file.path);
+    return known == ages.end() ? SIZE_MAX : known->second;
+  };
+  std::stable_sort(files.begin(), files.end(), [&](const LogFile& a, const LogFile& b) { return age(a) < age(b); });
+  for (LogFile& file : files) {
+    file.newest = &file == &files.back();
+  }
+}

@@ -1,0 +1,112 @@
+#include "quillog/session.h"
+
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+void Report::Say(const std::string& file, const std::string& text, bool isDamage) {
+  count += isDamage ? 1 : 0;
+  if (quiet) {
+    return;
+  }
+  // What was read before goes first where both end up in one place.
+  output.Flush();
+  output.HideProgress();
+  fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
+}
+
+LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place) {
+  constexpr size_t kFarthest = 100;
+  const auto isSet = [](const LogFile& file) { return TimeText::IsClockSet(file.started); };
+  LineTimes::FileTimes times;
+  times.started = files[place].started;
+  times.behind = files[place].modified;
+  for (size_t i = place; i > 0 && place - i < kFarthest && times.before == kNoTime; --i) {
+    times.before = isSet(files[i - 1]) ? files[i - 1].started : kNoTime;
+  }
+  for (size_t i = place + 1; i < files.size() && i - place < kFarthest; ++i) {
+    if (isSet(files[i])) {
+      times.behind = files[i].started;
+      break;
+    }
+  }
+  return times;
+}
+
+std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, size_t place) {
+  const LogFile& file = files[place];
+  fileName = file.Name();
+  times.StartFile(TimesAround(files, place));
+  lineNumber = 0;
+  std::string error;
+  std::unique_ptr<FileReader> reader = FileReader::Open(file, assembler, &error);
+  if (reader == nullptr) {
+    // A file that was there a moment ago went for its age.
+    const bool isGone = file.inode != 0 && access(file.path.c_str(), F_OK) != 0;
+    report.Say(file.path, isGone ? "deleted meanwhile" : error, !isGone);
+  }
+  return reader;
+}
+
+void Session::Finish(const LogFile& file, const FileReader& reader) {
+  const bool writerDied = !file.newest && reader.Summary().state == FileState::kZeroTail;
+  const size_t dropped = assembler.Finish(!writerDied);
+  if (dropped > 0) {
+    report.Say(fileName, "ends within a line, as its writer died: " + std::to_string(dropped) + " bytes left out",
+               false);
+  }
+}
+
+void Session::ReadFile(const std::vector<LogFile>& files, size_t place) {
+  const std::unique_ptr<FileReader> reader = Open(files, place);
+  if (reader != nullptr) {
+    reader->Read(false);
+    Finish(files[place], *reader);
+  }
+}
+
+void Session::OnLines(const char* text, size_t size, bool verified) {
+  if (options.verifiedOnly && !verified) {
+    return;
+  }
+  if (options.blocks) {
+    taker.block(text, size);
+    return;
+  }
+  Line line;
+  line.verified = verified;
+  line.file = &fileName;
+  for (const char* end = text + size; text < end;) {
+    const auto* feed = static_cast<const char*>(memchr(text, '\n', static_cast<size_t>(end - text)));
+    line.text = text;
+    line.ended = feed != nullptr;
+    line.size = static_cast<size_t>((feed != nullptr ? feed : end) - text);
+    text += line.size + 1;
+    HandOn(line);
+  }
+}
+
+void Session::HandOn(Line& line) {
+  line.time = times.Next(line.text, line.size, &line.hasOwnTime);
+  if (options.tellsTitles) {
+    NoteTitle(line);
+  }
+  taker.line(line);
+}
+
+/// A title is the line behind an empty one. It has no time of its own, while rows have; where they have none it is
+/// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed.
+void Session::NoteTitle(Line& line) {
+  ++lineNumber;
+  const bool isEmpty = line.size == 0 || (line.size == 1 && line.text[0] == '\r');
+  const bool isTime = line.hasOwnTime && line.text[0] == 'c';
+  const bool sameTitle = title != nullptr && title->compare(0, std::string::npos, line.text, line.size) == 0;
+  const bool isTitle = !isEmpty && afterEmptyLine && !line.hasOwnTime && (lineNumber == 2 || rowsTellTime || sameTitle);
+  if (isTitle && !sameTitle) {
+    title = std::make_shared<const std::string>(line.text, line.size);
+  }
+  line.isRow = !isEmpty && !isTime && !isTitle;
+  line.title = title;
+  rowsTellTime |= line.isRow && line.hasOwnTime;
+  afterEmptyLine = isEmpty;
+}

@@ -1,0 +1,87 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_SESSION_H_
+#define QUILCAT_TOOLS_QUILLOG_SESSION_H_
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quillog/file_reader.h"
+#include "quillog/line_assembler.h"
+#include "quillog/line_times.h"
+#include "quillog/output_files.h"
+#include "quillog/printer.h"
+#include "quillog/query.h"
+
+/// Names damages and failures on standard error, and remembers that there were any.
+class Report {
+ public:
+  explicit Report(TextOutput& to) : output(to) {}
+  /// "quillog: FILE: TEXT"; counts as damage unless it only is a remark.
+  void Say(const std::string& file, const std::string& text, bool isDamage);
+  /// Damages are counted, and not named, until it is called with false: what looks at a file before it is read.
+  void SetQuiet(bool isQuiet) { quiet = isQuiet; }
+  size_t damages() const { return count; }
+  /// What was counted since then counts no longer: it will be found again.
+  void Forget(size_t before) { count = before; }
+
+ private:
+  TextOutput& output;
+  size_t count = 0;
+  bool quiet = false;
+};
+
+/// Reads files line by line, with the time of each line, and hands on the lines that are wanted.
+class Session : private LineSink {
+ public:
+  struct Options {
+    bool verifiedOnly = false;
+    bool tellsTitles = false;  ///< finds the title above polled rows
+    bool blocks = false;       ///< whole blocks will do: nothing is asked about single lines
+  };
+  struct Taker {
+    std::function<void(const Line&)> line;
+    std::function<void(const char*, size_t)> block;  ///< used with Options::blocks
+  };
+
+  Session(const Options& how, Taker to, Report& reported)
+      : options(how),
+        taker(std::move(to)),
+        report(reported),
+        assembler(*this, [this](uint64_t offset, const std::string& what) {
+          report.Say(fileName, "byte " + std::to_string(offset) + ": " + what, true);
+        }) {}
+
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  /// Opens the file of that place in the list; its text comes with each Read(). Null: it cannot be opened, which is
+  /// reported.
+  std::unique_ptr<FileReader> Open(const std::vector<LogFile>& files, size_t place);
+  /// The file's end: an unfinished line is handed on, or left out when its writer died and others follow.
+  void Finish(const LogFile& file, const FileReader& reader);
+  /// Both, for a file that is read once.
+  void ReadFile(const std::vector<LogFile>& files, size_t place);
+
+ private:
+  void OnLines(const char* text, size_t size, bool verified) override;
+  void HandOn(Line& line);
+  void NoteTitle(Line& line);
+
+  const Options options;
+  const Taker taker;
+  Report& report;
+  LineAssembler assembler;
+  LineTimes times;
+  std::string fileName;
+  std::shared_ptr<const std::string> title;
+  size_t lineNumber = 0;  ///< in the file
+  bool rowsTellTime = false;
+  bool afterEmptyLine = false;
+};
+
+/// The times around the file of that place.
+LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place);
+
+#endif  // QUILCAT_TOOLS_QUILLOG_SESSION_H_

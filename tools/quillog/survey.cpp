@@ -1,0 +1,131 @@
+#include "quillog/survey.h"
+
+#include <stdio.h>
+
+#include "logfile/file_names.h"
+
+namespace {
+
+/// What the lines of one file say about time.
+struct Span {
+  Time first = kNoTime;
+  Time last = kNoTime;
+  bool jumpsBack = false;
+
+  void Add(Time time, Time before) {
+    first = first == kNoTime ? time : first;
+    jumpsBack |= before != kNoTime && time + TimeText::kSecond <= before;
+    last = time;
+  }
+};
+
+std::string Text(Time time) {
+  if (time == kNoTime) {
+    return "-";
+  }
+  std::string text = TimeText::Iso(time, false);
+  text[10] = ' ';
+  return text;
+}
+
+std::string StateOf(const LogFile& file, const FileSummary& summary) {
+  switch (summary.state) {
+    case FileState::kClosed:
+      return file.kind == LogFile::Kind::kPlain && file.newest ? "open" : "closed";
+    case FileState::kZeroTail:
+      return file.newest ? "open" : "killed";
+    case FileState::kEmpty:
+      return "empty";
+    case FileState::kTorn:
+      return "torn at byte " + std::to_string(summary.damagedAt);
+    case FileState::kDamaged:
+      return "damaged at byte " + std::to_string(summary.damagedAt);
+  }
+  return {};
+}
+
+/// "cat.I007.20240131-235959.gz" -> "I007", "cat-0.tar.gz" -> "-0", "cat.3" -> ".3", "cat" -> "live"
+std::string IndexOf(const Output& output, const LogFile& file) {
+  if (output.isFiles) {
+    return file.Name();
+  }
+  if (file.kind == LogFile::Kind::kMapped) {
+    return file.path.substr(output.path.size() + 1, FileNames::kIndexLength + 1);
+  }
+  const std::string base = output.path.substr(output.path.rfind('/') + 1);
+  const std::string name = file.Name();
+  if (name == base) {
+    return "live";
+  }
+  return name.compare(0, base.size(), base) == 0 ? name.substr(base.size(), 2) : name;
+}
+
+void ListOutput(const Output& output, TextOutput& text, Report& report) {
+  text.Write(output.path + "\n");
+  char row[512];
+  snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10s  %10s  %7s  %s\n", "index", "first", "last", "bytes", "text",
+           "members", "state");
+  text.Write(row);
+  Time before = kNoTime;
+  for (size_t place = 0; place < output.files.size(); ++place) {
+    const LogFile& file = output.files[place];
+    Span span;
+    Session::Taker taker;
+    taker.line = [&](const Line& line) {
+      if (line.hasOwnTime) {
+        span.Add(line.time, before);
+        before = line.time;
+      }
+    };
+    Session session(Session::Options(), taker, report);
+    const std::unique_ptr<FileReader> reader = session.Open(output.files, place);
+    if (reader == nullptr) {
+      text.Write("  " + IndexOf(output, file) + "  unreadable\n");
+      continue;
+    }
+    reader->Read(false);
+    session.Finish(file, *reader);
+    const FileSummary summary = reader->Summary();
+    snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
+             Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
+             static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
+             StateOf(file, summary).c_str(), span.jumpsBack ? ", clock jumps back" : "");
+    text.Write(row);
+    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
+  }
+}
+
+}  // namespace
+
+void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  // The table names what is damaged; --verify says more.
+  report.SetQuiet(true);
+  for (Output& output : outputs) {
+    OutputFiles::ListAndHold(output);
+    text.Write(&output == &outputs.front() ? "" : "\n");
+    ListOutput(output, text, report);
+  }
+  report.SetQuiet(false);
+}
+
+void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  Session::Options how;
+  how.blocks = true;
+  Session::Taker taker;
+  unsigned long long bytes = 0;
+  taker.block = [&bytes](const char*, size_t size) { bytes += size; };
+  for (Output& output : outputs) {
+    OutputFiles::ListAndHold(output);
+    bytes = 0;
+    const size_t before = report.damages();
+    Session session(how, taker, report);
+    for (size_t place = 0; place < output.files.size(); ++place) {
+      session.ReadFile(output.files, place);
+      text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
+    }
+    const size_t damages = report.damages() - before;
+    text.Write(output.path + ": " + std::to_string(output.files.size()) +
+               (output.files.size() == 1 ? " file, " : " files, ") + std::to_string(bytes) + " bytes of text, " +
+               (damages == 0 ? "no damage" : std::to_string(damages) + " damaged") + "\n");
+  }
+}

@@ -1,0 +1,20 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_SURVEY_H_
+#define QUILCAT_TOOLS_QUILLOG_SURVEY_H_
+
+#include <vector>
+
+#include "quillog/output_files.h"
+#include "quillog/session.h"
+
+/// What --list and --verify say about whole outputs. Both list the files afresh and read every one.
+namespace Survey {
+
+/// A table for each output: a line for each file with its index, first and last time, sizes and state.
+void List(std::vector<Output>& outputs, TextOutput& text, Report& report);
+
+/// A line for each output; `report` names each damage.
+void Verify(std::vector<Output>& outputs, TextOutput& text, Report& report);
+
+}  // namespace Survey
+
+#endif  // QUILCAT_TOOLS_QUILLOG_SURVEY_H_

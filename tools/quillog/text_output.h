@@ -1,0 +1,38 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_TEXT_OUTPUT_H_
+#define QUILCAT_TOOLS_QUILLOG_TEXT_OUTPUT_H_
+
+#include <stddef.h>
+
+#include <string>
+
+/// Standard output, buffered, and the line of progress on standard error.
+///
+/// A reader that has gone away, as "| head" does, ends the program at once with status 0; any other failed write ends
+/// it with 2 and a message.
+class TextOutput {
+ public:
+  explicit TextOutput(int file);
+  ~TextOutput() { Flush(); }
+  TextOutput(const TextOutput&) = delete;
+  TextOutput& operator=(const TextOutput&) = delete;
+
+  void Write(const char* text, size_t size);
+  void Write(const std::string& text) { Write(text.data(), text.size()); }
+  void Flush();
+
+  /// Says how far the work is, when standard error is a terminal and the work takes longer than a second.
+  void Progress(const std::string& text);
+  /// Takes the line of progress away before something else is said.
+  void HideProgress();
+
+ private:
+  void WriteAll(const char* text, size_t size);
+
+  const int fd;
+  const bool showsProgress;
+  std::string buffer;
+  long long nextProgress;  ///< milliseconds
+  bool progressShown = false;
+};
+
+#endif  // QUILCAT_TOOLS_QUILLOG_TEXT_OUTPUT_H_

@@ -1,0 +1,212 @@
+#include "quillog/text_view.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "quillog/archive_reader.h"
+#include "quillog/plain_reader.h"
+
+namespace {
+
+/// How often the directory is looked at, which makes the daemon write what it holds, and how long that may take.
+constexpr useconds_t kLookInterval = 800000;
+constexpr useconds_t kFlushTime = 100000;
+
+/// What tells a file from another of the same name, and from the same under another name.
+std::string KeyOf(const LogFile& file) {
+  const std::string name = file.kind == LogFile::Kind::kMapped ? file.path : "";
+  return name + "|" + std::to_string(file.device) + "|" + std::to_string(file.inode);
+}
+
+}  // namespace
+
+TextView::TextView(const Options& asked, const Query& wanted, Output& shown, Printer& form, TextOutput& to,
+                   Report& reported)
+    : options(asked), query(wanted), output(shown), printer(form), text(to), report(reported), session(MakeSession()) {}
+
+Session TextView::MakeSession() {
+  Session::Options how;
+  how.verifiedOnly = options.verifiedOnly;
+  how.tellsTitles = printer.TakesRowsOnly();
+  how.blocks = query.TakesAll() && printer.IsPlain() && !options.hasLines;
+  Session::Taker taker;
+  taker.line = [this](const Line& line) { Take(line); };
+  taker.block = [this](const char* block, size_t size) { text.Write(block, size); };
+  return Session(how, taker, report);
+}
+
+void TextView::Take(const Line& line) {
+  if ((printer.TakesRowsOnly() && !line.isRow) || !query.Matches(line)) {
+    return;
+  }
+  if (kept == nullptr) {
+    printer.Print(line);
+    return;
+  }
+  if (keepAtMost == 0) {
+    return;
+  }
+  if (kept->size() == keepAtMost) {
+    kept->pop_front();
+  }
+  kept->push_back({line, std::string(line.text, line.size), *line.file});
+}
+
+void TextView::Show() {
+  if (options.hasLines) {
+    ShowLast();
+  } else {
+    ShowAll();
+  }
+  text.Flush();
+}
+
+void TextView::ShowAll() {
+  for (size_t place = 0; place + 1 < output.files.size(); ++place) {
+    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
+    session.ReadFile(output.files, place);
+  }
+  ReadNewest();
+}
+
+/// From the newest file back until there are enough lines.
+void TextView::ShowLast() {
+  KeptLines lines;
+  for (size_t place = output.files.size(); place-- > 0 && (lines.size() < options.lines || lines.empty());) {
+    KeptLines part;
+    kept = &part;
+    keepAtMost = options.lines - lines.size();
+    if (place + 1 == output.files.size()) {
+      ReadNewest();
+    } else {
+      MakeSession().ReadFile(output.files, place);
+    }
+    lines.insert(lines.begin(), std::make_move_iterator(part.begin()), std::make_move_iterator(part.end()));
+    if (options.lines == 0) {
+      break;
+    }
+    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
+  }
+  kept = nullptr;
+  for (KeptLine& line : lines) {
+    line.line.text = line.text.data();
+    line.line.file = &line.file;
+    printer.Print(line.line);
+  }
+}
+
+void TextView::ReadNewest() {
+  if (output.files.empty()) {
+    return;
+  }
+  const size_t place = output.files.size() - 1;
+  if (!options.follow) {
+    session.ReadFile(output.files, place);
+    return;
+  }
+  newestFile = output.files[place];
+  newest = session.Open(output.files, place);
+  ReadOn();
+  Remember();
+}
+
+void TextView::ReadOn() {
+  if (newest != nullptr) {
+    newest->Read(true);
+  }
+}
+
+void TextView::Remember() {
+  seen.clear();
+  for (const LogFile& file : output.files) {
+    seen.insert(KeyOf(file));
+  }
+}
+
+void TextView::Follow() {
+  for (;;) {
+    usleep(kFlushTime);
+    ReadOn();
+    text.Flush();
+    usleep(kLookInterval);
+    OutputFiles::ListAndHold(output);
+    const std::vector<size_t> places = NewFiles();
+    if (!places.empty()) {
+      SwitchTo(places);
+    }
+    Remember();
+  }
+}
+
+/// The places of files that came behind the one that is being read. That one is open, so that its number in the file
+/// system is no other's meanwhile.
+std::vector<size_t> TextView::NewFiles() {
+  const std::vector<LogFile>& files = output.files;
+  size_t first = files.size();
+  for (size_t place = 0; place < files.size(); ++place) {
+    if (newest != nullptr && files[place].inode == newest->inode() && files[place].device == newest->device()) {
+      first = place + 1;
+    }
+  }
+  std::vector<size_t> places;
+  const bool found =
+      first < files.size() || (first > 0 && newest != nullptr && !files.empty() &&
+                               files.back().inode == newest->inode() && files.back().device == newest->device());
+  if (found) {
+    for (size_t place = first; place < files.size(); ++place) {
+      places.push_back(place);
+    }
+    return places;
+  }
+  for (size_t place = 0; place < files.size(); ++place) {
+    if (seen.count(KeyOf(files[place])) == 0) {
+      places.push_back(place);
+    }
+  }
+  return places;
+}
+
+/// Reads the file so far to its end, then the others; the last one is the newest from now on.
+void TextView::SwitchTo(const std::vector<size_t>& places) {
+  uint64_t size = 0;
+  unsigned long checksum = 0;
+  if (newest != nullptr) {
+    newest->Read(false);
+    newestFile.newest = false;
+    session.Finish(newestFile, *newest);
+    if (newestFile.kind == LogFile::Kind::kPlain) {
+      size = newest->Summary().textBytes;
+      checksum = static_cast<const PlainReader&>(*newest).checksum();
+    }
+  }
+  for (const size_t place : places) {
+    newestFile = output.files[place];
+    newest = session.Open(output.files, place);
+    if (newest != nullptr && newestFile.kind == LogFile::Kind::kArchive && size > 0) {
+      // What was read as a plain file has been packed meanwhile, and what came before it too.
+      static_cast<ArchiveReader&>(*newest).SkipUpTo(size, checksum);
+    }
+    if (newest != nullptr && place != places.back()) {
+      newest->Read(false);
+      session.Finish(newestFile, *newest);
+    }
+  }
+  ReadOn();
+  text.Flush();
+}
+
+Time NewestTime(const std::vector<LogFile>& files, Report& report) {
+  Time latest = kNoTime;
+  Session::Taker taker;
+  taker.line = [&latest](const Line& line) { latest = line.hasOwnTime ? line.time : latest; };
+  report.SetQuiet(true);
+  const size_t before = report.damages();
+  for (size_t place = files.size(); place-- > 0 && latest == kNoTime;) {
+    Session(Session::Options(), taker, report).ReadFile(files, place);
+  }
+  report.SetQuiet(false);
+  report.Forget(before);
+  return latest;
+}
