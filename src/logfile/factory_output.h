@@ -32,6 +32,7 @@ class FactoryOutput : public LogOutput {
   size_t room() const { return kCollectedSize - collectedSize; }
   void collect(const char* data, size_t len);
   void dropCollected(size_t size);
+  void forgetCollected();
   void giveUpWrite();
   void openLogFileFactory();
   void rotateLogsFactory();

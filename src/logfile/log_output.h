@@ -104,6 +104,7 @@ class LogOutput {
  private:
   void setUpIfNeeded();
   bool needsSetUp() const;
+  bool isDirectoryThere() const;
 
   Clock::time_point nextSetUp;  ///< after one that failed, not before that time
   bool inRun = false;
