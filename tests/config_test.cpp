@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "../fuzz/config_case.h"
+#include "config/record_transfer.h"
 #include "device.h"
 #include "fault_injection.h"
 
@@ -128,4 +129,36 @@ TEST(Config, WithoutMemory) {
       }
     }
   }
+}
+
+TEST(Config, GoesToAnotherProcessWholeOrNotAtAll) {
+  WriteFile(ConfigCase::kPath, kService);
+  char* bytes = nullptr;
+  size_t size = 0;
+  const auto send = [&](const char* name, QuilCommon::QuilcatInfo_t* info) {
+    const int result = QuilConfig::parse_config_file(name, info);
+    FILE* to = open_memstream(&bytes, &size);
+    EXPECT_TRUE(RecordTransfer::send(to, info));
+    fclose(to);
+    return result;
+  };
+  const std::string complete = ConfigCase::Fill(send, "s"), none = BuiltIn("");
+  const auto receive = [&](size_t arriving, int failing) {
+    const auto fill = [&](const char*, QuilCommon::QuilcatInfo_t* info) {
+      FILE* from = fmemopen(bytes, arriving, "r");
+      const FailNthCall fault("allocation", failing);
+      const bool received = RecordTransfer::receive(from, info);
+      fclose(from);
+      return received ? 0 : 1;
+    };
+    return ConfigCase::Fill(fill, "s", true);
+  };
+  constexpr int kAllocations = 14;
+  for (size_t arriving = 0; arriving <= size; ++arriving) {
+    EXPECT_EQ(receive(arriving, kAllocations + 1), arriving == size ? complete : none) << arriving;
+  }
+  for (int n = 1; n <= kAllocations; ++n) {
+    EXPECT_EQ(receive(size, n), none) << n;
+  }
+  free(bytes);
 }

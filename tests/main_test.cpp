@@ -131,7 +131,7 @@ TEST(Service, KeepsTheKernelLogInLittleMemory) {
   const std::string status = daemon.Proc("status");
   EXPECT_NE(status.find("Umask:\t0022"), std::string::npos);
   // Sanitizers take memory of their own.
-  EXPECT_TRUE(Sanitized() || std::stoi(status.substr(status.find("VmHWM:") + 6)) < 5000) << status;
+  EXPECT_TRUE(Sanitized() || std::stoi(status.substr(status.find("VmHWM:") + 6)) < 3500) << status;
   EXPECT_EQ(daemon.Close(), 12);
   ExpectConsecutive(KernelLog::Numbers(DecodeAll(IndexedPaths("/data/log/android_logs"))), 1000);
 }

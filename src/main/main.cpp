@@ -16,6 +16,7 @@
 #include "config/quil_config.h"
 #include "main/process_title.h"
 #include "main/service.h"
+#include "main/service_reader.h"
 #include "safestr/safestr.h"
 
 namespace {
@@ -108,7 +109,7 @@ int main(int argc, char** argv) {
   ReadOptions(argc, argv, quilcatName);
 
   QuilCommon::QuilcatInfo_t info = {};
-  if (QuilConfig::parse_config_file(quilcatName, &info) != 0) {
+  if (readService(quilcatName, &info) != 0) {
     fprintf(stderr, "Main:parse_config_file failed, exit!!\n");
     QuilConfig::free_config_file(&info);
     while (pause() == -1 && errno == EINTR) {
