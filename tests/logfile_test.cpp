@@ -213,6 +213,24 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
   }
 }
 
+/// The chown command follows links, and takes a while to start.
+TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
+  WriteFile("/data/secret", "secret");
+  WriteFile("/tmp/bin/chown",
+            "#!/bin/sh\n"
+            "setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $2 $2.away && ln -s /data/secret $2\"\n"
+            "exec /bin/chown \"$@\"\n");
+  Shell("chmod 755 /tmp/bin/chown");
+  const std::string path = getenv("PATH");
+  setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
+  for (const Mode mode : {kMapped, kFactory}) {
+    SetUpOutput(mode);
+    EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 644");
+    EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");  // and those of the group may write again
+  }
+  setenv("PATH", path.c_str(), 1);
+}
+
 TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   MountSmallDisk(kDirectory, 128);
   settings.maxFiles = 2;

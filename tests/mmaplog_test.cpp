@@ -228,6 +228,15 @@ TEST(Quil, TakesTheTextThatALostFileRefusedToTheNext) {
   EXPECT_EQ(ReadFile("/tmp/first"), "");
 }
 
+TEST(Quil, OffersTextThatIsRefusedAgainThoughNoMoreComes) {
+  Quil writer(0, true);
+  const Timer timer;
+  EXPECT_FALSE(writer.SetOutputPath("/none/file"));
+  EXPECT_TRUE(Write(writer, "one"));
+  timer.GoOff();
+  EXPECT_TRUE(WaitFor([&] { return timer.Left() > 4; }));
+}
+
 TEST(Quil, LosesNothingBetweenWritersFlushesAndSwitches) {
   for (int round = 0; round < Rounds(20); ++round) {
     std::vector<std::string> paths;

@@ -128,7 +128,7 @@ TEST(BoundedPrint, Destinations) {
 }
 
 TEST(BoundedPrint, LeavesOutWhatFindsNoMemory) {
-  for (const int nth : {1, 2}) {  // for the specification, for the text
+  for (const int nth : {1, 2}) {  // of the conversion as it is handed on, of its text
     const FailNthCall fault("allocation", nth);
     EXPECT_EQ(Print(99, "a%000000000000000.600fb%d", 0.5, 7), "ab7");
     EXPECT_TRUE(fault.happened());

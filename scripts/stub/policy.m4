@@ -27,6 +27,7 @@ class process
 class file
 class dir
 class lnk_file
+class chr_file
 class sock_file
 class unix_stream_socket
 class property_service
@@ -38,6 +39,7 @@ class process { transition siginh rlimitinh }
 class file { getattr open read ioctl lock map append write create rename setattr unlink execute execute_no_trans entrypoint }
 class dir { getattr open read search ioctl lock write create reparent rename rmdir setattr add_name remove_name }
 class lnk_file { getattr open read ioctl lock map append write create rename setattr unlink }
+class chr_file { getattr open read ioctl lock map append write create rename setattr unlink }
 class sock_file { write }
 class unix_stream_socket { connectto }
 class property_service { set }
@@ -48,6 +50,7 @@ level s0:c0;
 mlsconstrain process transition (h1 dom h2);
 attribute domain;
 attribute coredomain;
+attribute dev_type;
 attribute exec_type;
 attribute file_type;
 attribute data_file_type;

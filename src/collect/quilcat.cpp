@@ -139,7 +139,7 @@ void Quilcat::writeTitleLine() {
   }
   writeEndOfRow();
   for (; set != nullptr; set = set->next) {
-    if (writeTitle(*set) != 0) {
+    if (writeTitle(*set) != 0 && !currentStopRequested()) {
       fprintf(stderr, "write title fail!!\n");
     }
   }

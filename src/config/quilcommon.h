@@ -79,7 +79,7 @@ struct QuilcatInfo_t {
   type_write writeMode;
   char* name;
   QuilcatGroup_t* group_list;
-  size_t sync_seconds;  ///< text is on the disk this long after it was written, at the latest; 0: the kernel decides
+  size_t sync_seconds;  ///< time between two syncs of a file that is written; 0: the kernel decides
 };
 
 }  // namespace QuilCommon

@@ -1,10 +1,13 @@
 #include "logfile/change_owner.h"
 
+#include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <string>
 
 #include "safestr/safestr.h"
 #include "thread/interruptible.h"
@@ -12,6 +15,41 @@
 namespace {
 
 constexpr size_t kMessageSize = PATH_MAX + 64;
+constexpr mode_t kWritableByOthers = 022;
+
+/// Keeps everybody else from renaming, deleting and making files in a directory. The kernel looks at the mode and
+/// changes the directory in one step, so that none is under way when this stands.
+class ClosedDirectory {
+ public:
+  /// Takes the rights to write to `path`, but not of a directory that a link leads to. Opened as a path only: whoever
+  /// watches the directory for openings is not woken.
+  explicit ClosedDirectory(const std::string& path)
+      : fd(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
+    struct stat status;
+    if (fd >= 0 && fstat(fd, &status) == 0 && (status.st_mode & kWritableByOthers) != 0) {
+      mode = status.st_mode & 07777;
+      SetMode(mode & ~kWritableByOthers);
+    }
+  }
+  /// Gives them back.
+  ~ClosedDirectory() {
+    if (mode != 0) {
+      SetMode(mode);
+    }
+    if (fd >= 0) {
+      close(fd);
+    }
+  }
+  ClosedDirectory(const ClosedDirectory&) = delete;
+  ClosedDirectory& operator=(const ClosedDirectory&) = delete;
+
+ private:
+  /// A failure leaves the directory as it is.
+  void SetMode(mode_t bits) const { chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), bits); }
+
+  const int fd;
+  mode_t mode = 0;  ///< to be restored; 0: nothing was taken
+};
 
 /// True when `path`, taken as it is, and `file` are the same file. Async-signal-safe.
 bool IsSameFile(const char* path, int file) {
@@ -53,4 +91,11 @@ void changeOwner(const char* path, const char* label, int file) {
   if (child > 0) {
     waitForChild(child);
   }
+}
+
+void changeFileOwner(const char* path, const char* label, int file) {
+  const std::string text = path;
+  const size_t end = text.rfind('/');
+  const ClosedDirectory closed(text.substr(0, end != 0 ? end : 1));  // with a "/" behind it a link would be followed
+  changeOwner(path, label, file);
 }

@@ -139,7 +139,7 @@ void FactoryOutput::openLogFileFactory() {
   if (fchmod(logFd, kLiveFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
   }
-  changeOwner(outputFilePath, "chown file", logFd);
+  changeFileOwner(outputFilePath, "chown file", logFd);
   startFile();
 }
 

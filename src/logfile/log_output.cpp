@@ -29,6 +29,7 @@ void LogOutput::prepareWrite(size_t len, bool lineDone) {
     lookedInRun = inRun;
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
       rotate();
+      lookedInRun = false;  // where no file is kept, the new one is gone already
     }
   }
   lineComplete = lineDone;

@@ -34,7 +34,7 @@ class LogOutput {
     uint64_t rotateSizeKB = 4096;          ///< KiB of text; 0: never rotate
     uint64_t maxFiles = 10;                ///< indexed files kept by a mapped output, archives by a factory output
     bool keepRefused = false;  ///< hold text that the disk refuses, and take no more, instead of dropping it
-    uint64_t syncSeconds = 0;  ///< longest time between two syncs of the current file; 0: the kernel decides
+    uint64_t syncSeconds = 0;  ///< time between two syncs of the file that is written; 0: the kernel decides
   };
 
   virtual ~LogOutput() = default;
@@ -107,7 +107,7 @@ class LogOutput {
 
   Clock::time_point nextSetUp;  ///< after one that failed, not before that time
   bool inRun = false;
-  bool lookedInRun = false;  ///< the file stood there at the run's first write
+  bool lookedInRun = false;  ///< the file stood there at the first write of the run, or of the run after a rotation
   bool settingUpFile = false;
   bool lineComplete = true;  ///< the last write ended a line
 };

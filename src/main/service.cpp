@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <initializer_list>
 #include <thread>
 
 #include "collect/quilcat.h"
@@ -50,13 +51,14 @@ class Step : public ThreadBase {
   void (*body)();
 };
 
-/// Blocks or unblocks the close signals in the calling thread, and so in every thread that it creates later.
-void ChangeCloseSignalMask(int how) {
-  sigset_t closing;
-  sigemptyset(&closing);
-  sigaddset(&closing, SIGUSR2);
-  sigaddset(&closing, SIGTERM);
-  pthread_sigmask(how, &closing, nullptr);
+/// Blocks or unblocks signals in the calling thread, and so in every thread that it creates later.
+void ChangeSignalMask(int how, std::initializer_list<int> numbers) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : numbers) {
+    sigaddset(&signals, number);
+  }
+  pthread_sigmask(how, &signals, nullptr);
 }
 
 void WaitForWake() {
@@ -134,7 +136,8 @@ void FlushWorkers() {
   }
 }
 
-/// Destroys the workers. One that did not end is left alone, since its thread still uses it. False: there was such a one.
+/// Destroys the workers. One that did not end is left alone, since its thread still uses it. False: there was such a
+/// one.
 bool DestroyWorkers() {
   FlushWorkers();
   bool allEnded = true;
@@ -191,9 +194,12 @@ void StartCollectors() {
   }
 }
 
+/// A close that came meanwhile may be destroying other workers, which use the record.
 void Release() {
   DestroyWorkers();
-  QuilConfig::free_config_file(serviceInfo);
+  if (!ThreadBase::currentStopRequested()) {
+    QuilConfig::free_config_file(serviceInfo);
+  }
 }
 
 }  // namespace
@@ -209,6 +215,8 @@ void closequilcats(int signalNumber) {
 void Service::start(QuilcatInfo_t* info) {
   serviceInfo = info;
   sem_init(&wakeMain, 0, 0);
+  // The timer threads of the writers take it, which a step creates: it would come here first.
+  ChangeSignalMask(SIG_BLOCK, {SIGUSR1});
   signal(SIGUSR2, closequilcats);
   signal(SIGTERM, closequilcats);
   runClosable(StartCollectors);
@@ -218,11 +226,11 @@ void Service::runClosable(void (*body)()) {
   Step step(body);
   step.postAtEnd(&wakeMain);
   // The main thread alone takes them.
-  ChangeCloseSignalMask(SIG_BLOCK);
+  ChangeSignalMask(SIG_BLOCK, {SIGUSR2, SIGTERM});
   if (!step.start()) {
     body();
   }
-  ChangeCloseSignalMask(SIG_UNBLOCK);
+  ChangeSignalMask(SIG_UNBLOCK, {SIGUSR2, SIGTERM});
   while (closeSignal == 0 && !step.hasEnded()) {
     WaitForWake();
   }

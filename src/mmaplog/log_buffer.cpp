@@ -84,16 +84,17 @@ void LogBuffer::Append(const void* data, size_t len) {
   inFree = kBlockArea - inUsed;
 }
 
-void LogBuffer::Flush() {
+bool LogBuffer::Flush() {
   MutexLock held(lock);
   if (keepsRefused) {
     Drain();
-    return;
+  } else {
+    if (inUsed != 0) {
+      CompressBlock();
+    }
+    HandOver();
   }
-  if (inUsed != 0) {
-    CompressBlock();
-  }
-  HandOver();
+  return inUsed == 0 && outUsed == 0;
 }
 
 /// Brings what is pending to the file as far as the file takes it: the next block only when the one before is gone.

@@ -37,8 +37,9 @@ class LogBuffer {
   /// `keepRefused`, false says that the text was not taken, whatever the reason; it may be offered again.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
 
-  /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing.
-  void Flush() EXCLUDES(lock);
+  /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing. False: text
+  /// is still pending, since there is no file, it is lost, or, with `keepRefused`, it refused the text.
+  bool Flush() EXCLUDES(lock);
 
  private:
   bool SetUpStream() REQUIRES(lock);
@@ -51,10 +52,11 @@ class LogBuffer {
   void DropInput(uint32_t size) REQUIRES(lock);
   void ClearOutput() REQUIRES(lock);
 
-  uint8_t inBuffer[LogFormat::kBlockArea] GUARDED_BY(lock) = {};
+  // Not cleared at first: what no block reaches never becomes memory, and is never read.
+  uint8_t inBuffer[LogFormat::kBlockArea] GUARDED_BY(lock);
   uint32_t inFree GUARDED_BY(lock) = LogFormat::kBlockArea;
   uint32_t inUsed GUARDED_BY(lock) = 0;
-  uint8_t outBuffer[LogFormat::kBlockArea] GUARDED_BY(lock) = {};
+  uint8_t outBuffer[LogFormat::kBlockArea] GUARDED_BY(lock);
   uint32_t outFree GUARDED_BY(lock) = LogFormat::kBlockArea;
   uint32_t outUsed GUARDED_BY(lock) = 0;
   z_stream stream GUARDED_BY(lock) = {};

@@ -126,11 +126,13 @@ void Quil::FlushUnlessBusy() {
   }
 }
 
-void Quil::FlushBuffer() {
-  buffer->Flush();
+/// False: the file refused text, which is held.
+bool Quil::FlushBuffer() {
+  const bool flushed = buffer->Flush();
   if (file != nullptr && file->isLost()) {
     lost = true;
   }
+  return flushed || lost;
 }
 
 void* Quil::timer_thread(void* writer) {
@@ -179,8 +181,13 @@ void Quil::FlushByTimer() {
   {
     MutexLock held(writerLock);
     flushSet = false;
-    FlushBuffer();
+    const bool flushed = FlushBuffer();
     due = TakeDueSync();
+    if (!flushed) {
+      // No text may come that would have it tried again.
+      SetTimer(kFlushPeriod);
+      unsynced = true;
+    }
   }
   syncAndClose(due);
 }

@@ -31,7 +31,8 @@ class Quil {
   /// With `syncSeconds`, the timer thread also brings the current file to disk after a flush, when it last did so that
   /// many seconds ago or more: what a power cut takes is bounded then. 0 leaves the current file to the kernel.
   ///
-  /// With `keepRefused` nothing that was taken is dropped while the file refuses it (log_buffer.h).
+  /// With `keepRefused` nothing that was taken is dropped while the file refuses it (log_buffer.h); the timer thread
+  /// offers it again every five seconds.
   explicit Quil(unsigned syncSeconds = 0, bool keepRefused = false);
   /// Ends and joins the timer thread, then writes pending text to the current file, cuts the file to its written length
   /// and brings it to disk. No other thread may use the writer any more. A block that a lost file left behind is gone.
@@ -68,7 +69,7 @@ class Quil {
 
   void RunTimer(const sigset_t& whileAsleep);
   void FlushByTimer() EXCLUDES(writerLock);
-  void FlushBuffer() REQUIRES(writerLock);
+  bool FlushBuffer() REQUIRES(writerLock);
   int TakeDueSync() REQUIRES(writerLock);
   void SetTimer(const timespec& delay) REQUIRES(writerLock);
   void SyncFinished(int fd);

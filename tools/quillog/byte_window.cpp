@@ -11,12 +11,12 @@ const uint8_t* ByteWindow::At(uint64_t offset, size_t wanted, size_t* available)
   if (!inside || start + size - offset < wanted) {
     const size_t kept = inside ? static_cast<size_t>(start + size - offset) : 0;
     if (kept > 0) {
-      memmove(buffer.data(), buffer.data() + (offset - start), kept);
+      memmove(buffer.get(), buffer.get() + (offset - start), kept);
     }
     start = offset;
     size = kept;
     while (size < kSize) {
-      const ssize_t got = pread(fd, buffer.data() + size, kSize - size, static_cast<off_t>(start + size));
+      const ssize_t got = pread(fd, buffer.get() + size, kSize - size, static_cast<off_t>(start + size));
       if (got < 0 && errno == EINTR) {
         continue;
       }
@@ -28,7 +28,7 @@ const uint8_t* ByteWindow::At(uint64_t offset, size_t wanted, size_t* available)
     }
   }
   *available = static_cast<size_t>(start + size - offset);
-  return buffer.data() + (offset - start);
+  return buffer.get() + (offset - start);
 }
 
 uint64_t ByteWindow::EndOfZeros(uint64_t offset) {

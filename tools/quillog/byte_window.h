@@ -4,14 +4,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <vector>
+#include <memory>
 
 /// A file of any size seen through 256 KiB of memory. Borrows the descriptor, which other processes may write to.
 class ByteWindow {
  public:
   static constexpr size_t kSize = 262144;
 
-  explicit ByteWindow(int file) : fd(file), buffer(kSize) {}
+  explicit ByteWindow(int file) : fd(file), buffer(new uint8_t[kSize]) {}
 
   /// The bytes at `offset`, valid until the next call: at least `wanted` (at most kSize) unless the file ends before.
   /// `available` is set to their number, which may be larger. A failed read counts as the end and shows in Failed().
@@ -37,9 +37,9 @@ class ByteWindow {
   uint64_t End() const;
 
   int fd;
-  std::vector<uint8_t> buffer;
-  uint64_t start = 0;  ///< offset in the file of the buffer's first byte
-  size_t size = 0;     ///< bytes in the buffer
+  const std::unique_ptr<uint8_t[]> buffer;  // not cleared: most of it is never touched where files are small
+  uint64_t start = 0;                       ///< offset in the file of the buffer's first byte
+  size_t size = 0;                          ///< bytes in the buffer
   bool failed = false;
 };
 

@@ -15,6 +15,9 @@ constexpr uint8_t kHeader[] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 2, 3};
 /// No member is longer: the writer splits a block whose compressed form is longer than its area. Some room for others.
 constexpr size_t kMostBytes = LogFormat::kBlockArea + 4096;
 
+/// One byte more than a writer's member holds shows that it holds more.
+constexpr size_t kTextRoom = LogFormat::kBlockArea + 1;
+
 /// In a broken member so many zeros are taken for bytes that were never written. Deflated text has as many only where
 /// one character fills kilobytes; then less is rescued, but nothing is made up.
 constexpr size_t kHole = 16;
@@ -38,7 +41,7 @@ std::string AtByte(uint64_t offset) {
 }  // namespace
 
 MemberReader::MemberReader(int file, TextSink& taker, bool settles)
-    : FileReader(file, taker), maySettle(settles), window(file), text(LogFormat::kBlockArea + 1) {
+    : FileReader(file, taker), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
   // Without memory every member is a contradiction, which is reported.
   inflateInit2(&stream, LogFormat::kGzipWindowBits);
   sink.OnStart();
@@ -92,7 +95,7 @@ bool MemberReader::ReadMember() {
   if (Decode(bytes, std::min(available, kMostBytes)) != Outcome::kWhole) {
     return false;
   }
-  sink.OnText(reinterpret_cast<const char*>(text.data()), textSize, true);
+  sink.OnText(reinterpret_cast<const char*>(text.get()), textSize, true);
   position += consumed;
   summary.textBytes += textSize;
   ++summary.members;
@@ -106,10 +109,10 @@ MemberReader::Outcome MemberReader::Decode(const uint8_t* bytes, size_t size) {
   inflateReset(&stream);
   stream.next_in = const_cast<Bytef*>(bytes);
   stream.avail_in = static_cast<uInt>(size);
-  stream.next_out = text.data();
-  stream.avail_out = static_cast<uInt>(text.size());
+  stream.next_out = text.get();
+  stream.avail_out = static_cast<uInt>(kTextRoom);
   const int result = inflate(&stream, Z_FINISH);
-  textSize = text.size() - stream.avail_out;
+  textSize = kTextRoom - stream.avail_out;
   consumed = size - stream.avail_in;
   if (textSize > LogFormat::kBlockArea) {
     fault = "more text than a member holds";
@@ -150,7 +153,7 @@ void MemberReader::Salvage(uint64_t next) {
   ReportBroken(outcome, real, next);
   // Up to the last complete line: the piece behind it is dropped at the gap.
   if (outcome == Outcome::kCutShort) {
-    sink.OnText(reinterpret_cast<const char*>(text.data()), textSize, false);
+    sink.OnText(reinterpret_cast<const char*>(text.get()), textSize, false);
     summary.textBytes += textSize;
   }
   sink.OnGap();
@@ -173,7 +176,7 @@ void MemberReader::ReportBroken(Outcome outcome, uint64_t real, uint64_t next) {
     ReportDamage(position, state, std::string("member lost (") + fault + "); " + rest);
     return;
   }
-  const auto lines = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(textSize), '\n');
+  const auto lines = std::count(text.get(), text.get() + textSize, '\n');
   ReportDamage(real, state,
                "member at " + AtByte(position) + " torn: " + std::to_string(lines) + (lines == 1 ? " line" : " lines") +
                    " of it unverified, rest lost; " + rest);

@@ -3,7 +3,7 @@
 
 #include <zlib.h>
 
-#include <vector>
+#include <memory>
 
 #include "quillog/byte_window.h"
 #include "quillog/file_reader.h"
@@ -40,7 +40,7 @@ class MemberReader : public FileReader {
   const bool maySettle;
   ByteWindow window;
   z_stream stream = {};
-  std::vector<uint8_t> text;
+  const std::unique_ptr<uint8_t[]> text;
   size_t textSize = 0;     ///< bytes that Decode() gave
   size_t consumed = 0;     ///< bytes that Decode() took
   const char* fault = "";  ///< why Decode() found a contradiction

@@ -8,6 +8,13 @@
 
 void PlainReader::Read(bool growing) {
   window.Forget();
+  if (lseek(fd, 0, SEEK_END) < static_cast<off_t>(position)) {
+    // Somebody emptied the file; the daemon goes on at its beginning.
+    position = 0;
+    crc = 0;
+    summary = FileSummary();
+    sink.OnStart();
+  }
   size_t available = 0;
   for (const uint8_t* bytes; bytes = window.At(position, 1, &available), available > 0;) {
     const auto* zero = static_cast<const uint8_t*>(memchr(bytes, 0, available));

@@ -7,7 +7,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
+#include <set>
+#include <unordered_map>
 
 namespace {
 
@@ -27,7 +28,7 @@ bool Missing(const std::string& path, const char* why) {
 
 bool Selection::Add(const std::vector<std::string>& paths) {
   if (paths.empty()) {
-    return AddDefault();
+    return AddSubdirectories(kDefault);
   }
   for (const std::string& path : paths) {
     if (!AddPath(path)) {
@@ -46,20 +47,25 @@ bool Selection::AddPath(const std::string& path) {
     return Missing("\"\"", "no path");
   }
   if (IsDirectory(path)) {
-    return AddDirectory(path, true);
+    return AddDirectory(path);
+  }
+  struct stat status = {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  const int error = errno;
+  if (exists && S_ISREG(status.st_mode) && !OutputFiles::OutputOfIndexed(path).empty()) {
+    singles.push_back(OutputFiles::Single(path));
+    return true;
   }
   // The names of an output's files are made of its directory and its name.
   Output output{path.find('/') == std::string::npos ? "./" + path : path, {}, false};
   OutputFiles::List(output);
-  struct stat status = {};
-  const bool exists = stat(path.c_str(), &status) == 0;
   const bool isAlone = output.files.size() == 1 && output.files.front().path == output.path;
   if (!output.files.empty() && !isAlone) {
     found.push_back(output);
     return true;
   }
   if (!exists) {
-    return Missing(path, errno == ENOENT ? "no log there" : strerror(errno));
+    return Missing(path, error == ENOENT ? "no log there" : strerror(error));
   }
   if (!S_ISREG(status.st_mode)) {
     return Missing(path, "not a regular file");
@@ -72,56 +78,60 @@ bool Selection::AddPath(const std::string& path) {
   return true;
 }
 
-bool Selection::AddDirectory(const std::string& path, bool mustHave) {
+bool Selection::AddDirectory(const std::string& path) {
   const size_t before = found.size();
   if (!OutputFiles::Find(path, &found)) {
-    return !mustHave || Missing(path, strerror(errno));
+    return Missing(path, strerror(errno));
   }
   ambiguous |= found.size() - before > 1;
-  return found.size() > before || !mustHave || Missing(path, "no log there");
+  return found.size() > before || AddSubdirectories(path);
 }
 
-bool Selection::AddDefault() {
-  DIR* stream = opendir(kDefault);
+bool Selection::AddSubdirectories(const std::string& path) {
+  DIR* stream = opendir(path.c_str());
   if (stream == nullptr) {
-    return Missing(kDefault, strerror(errno));
+    return Missing(path, strerror(errno));
   }
   std::vector<std::string> directories;
   while (const dirent* entry = readdir(stream)) {
-    const std::string path = std::string(kDefault) + "/" + entry->d_name;
-    if (entry->d_name[0] != '.' && IsDirectory(path)) {
-      directories.push_back(path);
+    const std::string name = entry->d_name;
+    if (name[0] != '.' && IsDirectory(path + "/" + name)) {
+      directories.push_back(path + (path.back() == '/' ? "" : "/") + name);
     }
   }
   closedir(stream);
   std::sort(directories.begin(), directories.end());
-  for (const std::string& path : directories) {
-    AddDirectory(path, false);
+  const size_t before = found.size();
+  for (const std::string& directory : directories) {
+    OutputFiles::Find(directory, &found);
   }
-  ambiguous = found.size() > 1;
-  return !found.empty() || Missing(kDefault, "no log there");
+  ambiguous |= found.size() - before > 1;
+  return found.size() > before || Missing(path, "no log there");
 }
 
 /// Puts indexed files of one output into its order, whatever the shell made of it; others stay where they are named.
 void Selection::OrderByAge(std::vector<LogFile>& files) {
-  std::map<std::string, size_t> ages;
-  std::vector<std::string> outputs;
+  const auto withDirectory = [](const std::string& path) {
+    return path.find('/') == std::string::npos ? "./" + path : path;
+  };
+  std::set<std::string> directories;
   for (const LogFile& file : files) {
-    Output output{OutputFiles::OutputOfIndexed(file.path), {}, false};
-    if (output.path.empty() || std::find(outputs.begin(), outputs.end(), output.path) != outputs.end()) {
-      continue;
-    }
-    outputs.push_back(output.path);
-    if (output.path.find('/') == std::string::npos) {
-      output.path.insert(0, "./");
-    }
-    OutputFiles::List(output);
-    for (const LogFile& listed : output.files) {
-      ages.emplace(listed.path, ages.size());
+    if (const std::string path = withDirectory(file.path); !OutputFiles::OutputOfIndexed(path).empty()) {
+      directories.insert(path.substr(0, path.rfind('/') + 1));
     }
   }
-  const auto age = [&ages](const LogFile& file) {
-    const auto known = ages.find(file.path.find('/') == std::string::npos ? "./" + file.path : file.path);
+  std::unordered_map<std::string, size_t> ages;
+  for (const std::string& directory : directories) {
+    std::vector<Output> outputs;
+    OutputFiles::Find(directory, &outputs);
+    for (const Output& output : outputs) {
+      for (const LogFile& file : output.files) {
+        ages.emplace(file.path, ages.size());
+      }
+    }
+  }
+  const auto age = [&](const LogFile& file) {
+    const auto known = ages.find(withDirectory(file.path));
     return known == ages.end() ? SIZE_MAX : known->second;
   };
   std::stable_sort(files.begin(), files.end(), [&](const LogFile& a, const LogFile& b) { return age(a) < age(b); });

@@ -6,8 +6,8 @@
 
 #include "quillog/output_files.h"
 
-/// The outputs that paths on the command line mean: an output's path, which need not exist itself, a directory, or
-/// single files, which together make one output.
+/// The outputs that paths on the command line mean: an output's path, which need not exist itself, a directory
+/// (where it has none itself, the directories in it), or single files, which together make one output.
 class Selection {
  public:
   /// Without paths, the directories in /data/log. False: there is nothing at one of them, which is named on standard
@@ -20,9 +20,8 @@ class Selection {
 
  private:
   bool AddPath(const std::string& path);
-  bool AddDirectory(const std::string& path, bool mustHave);
-  bool AddDefault();
-  void AddFile(const std::string& path);
+  bool AddDirectory(const std::string& path);
+  bool AddSubdirectories(const std::string& path);
   static void OrderByAge(std::vector<LogFile>& files);
 
   std::vector<Output> found;
