@@ -24,7 +24,9 @@ class Sender {
   void Text(char** text) {
     const size_t size = *text != nullptr ? strlen(*text) + 1 : 0;
     Put(&size, sizeof size);
-    Put(*text, size);
+    if (size != 0) {
+      Put(*text, size);
+    }
   }
 
   template <typename Record, typename Walk>
