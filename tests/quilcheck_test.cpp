@@ -145,6 +145,8 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='monitor_node'", kNode + "<inputCmdSet><command=c></inputCmdSet>"), {"4 error: *does not fit*"}},
       {Poll("<inputNodeSet><title=T></inputNodeSet>"), {"4 error: *neither dataPath nor alterdataPath*"}},
       {Style("value='monitor_dir'", "<inputDirSet/>"), {"3 warning: *", "4 error: *without an inputDirPath*"}},
+      {Poll(kNode + "<logStyle=poll_cmd>"), {"4 warning: logStyle again*", "4 error: *the daemon keeps poll_node"}},
+      {Poll("<inputNodeSet><dataPath=/d/ ><width=8192></inputNodeSet>"), {"4 warning: *blank*", "4 warning: *8191*"}},
       {Style("value='poll_cmd'", "<inputCmdSet/>"), {"3 warning: *", "4 error: *whose first command has no text*"}},
       // What collects nothing, or something else.
       {Style("value='poll_cmd'", "<inputCmdSet><command=c></inputCmdSet>"),
@@ -171,7 +173,7 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Poll("<inputNodeSet><dataPath=/d><title=T></inputNodeSet><inputNodeSet><dataPath=/d><title=U></inputNodeSet>"),
        {"4 warning: *no width before*"}},
       // Outputs.
-      {Outputs({"/data/a/log", "/data//a/./log"}), {"4 error: *is that of line 3*"}},
+      {Outputs({"/data/a/log", "/data/b/..//a/./log"}), {"4 error: *is that of line 3*"}},
       {Outputs({"/data/a/log", "/data/b/log", "/data/c/other"}), {}},
       {Outputs({"/data/a/one", "/data/a/two"}), {}},
       {Outputs({"/data/a/log", "/data/a/logcat"}),

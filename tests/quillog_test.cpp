@@ -279,12 +279,14 @@ TEST(Csv, PutsValuesUnderTheirNames) {
   WriteFile(kOutput, title +
                          "2026-11-22 21:04:05 >  62   4000  \"ok\"\n"
                          "2026-11-22 21:04:10 >       4001  a,b\n" +
-                         "2026-11-22 21:04:15 >  Read Fail 4002 c\n" + title + "2026-11-22 21:04:20 >  1 2 3 4\n");
+                         "2026-11-22 21:04:15 >  Read Fail 4002 c\n" + "2026-11-22 21:04:16 >        not  charging\n" +
+                         "2026-11-22 21:04:17 >             not charging\n" + "2026-11-22 21:04:18 >  123454000  ok\n" +
+                         title + "2026-11-22 21:04:20 >  1 2 3 4\n");
   const Result csv = Quillog("-o csv");
   EXPECT_EQ(csv.text,
             "time,soc,volt,state\n2026-11-22T21:04:05,62,4000,\"\"\"ok\"\"\"\n2026-11-22T21:04:10,,4001,\"a,b\"\n"
-            "2026-11-22T21:04:15,Read Fail,4002,c\n");
-  EXPECT_NE(csv.errors.find("1 rows"), std::string::npos) << csv.errors;
+            "2026-11-22T21:04:15,Read Fail,4002,c\n2026-11-22T21:04:17,,,not charging\n");
+  EXPECT_NE(csv.errors.find("3 rows"), std::string::npos) << csv.errors;
   EXPECT_EQ(Lines(Quillog("-o csv -n 1 -U '2026-11-22 21:04:11'").text).back(), "2026-11-22T21:04:10,,4001,\"a,b\"");
 }
 
@@ -320,6 +322,9 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   }
   WriteFile(output + "_tmp/unfinished.tar.gz", "half");
   EXPECT_EQ(text("moved in part"), archived + "r5\nr4\nr3\nr2\nr1\nlive\n");
+  WriteFile(output + ".4", "newer\n");
+  EXPECT_EQ(text("not to be packed"), archived + "r5\nr4\nr3\nnewer\nr2\nr1\nlive\n");
+  std::filesystem::remove(output + ".4");
   pack(output + "_tmp/packed.tar.gz", "p");
   for (int number = 1; number <= 2; ++number) {
     std::filesystem::remove(output + "." + std::to_string(number));
@@ -408,6 +413,7 @@ TEST(OddInput, IsAnswered) {
       {"-g '(' /data/log/bomb", 2, "("},
       {"-n x", 2, "no number"},
       {"-i /data/log/bomb", 2, "belong to"},
+      {"-l -n 3 /data/log/bomb", 2, "whole files"},
       {"--color=red", 2, "auto, always"},
       {"", 2, "several outputs"},
   };

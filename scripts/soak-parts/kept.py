@@ -40,8 +40,10 @@ class Kept:
 
     def take(self, text):
         """Lines of a text that begins and ends where a line does. False: it has a broken one."""
-        whole = True
-        for line in text.splitlines():
+        *lines, rest = text.split(b'\n')
+        whole = not rest
+        self.broken_lines += not whole
+        for line in lines:
             match = LINE.fullmatch(line)
             if match and len(match[3]) == int(match[1]) % 40:
                 self.numbers.append(int(match[1]))

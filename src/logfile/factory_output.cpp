@@ -87,6 +87,10 @@ void FactoryOutput::collect(const char* data, size_t len) {
 }
 
 int FactoryOutput::writeCollected() {
+  if (logFd < 0 && !keepsRefused) {
+    forgetCollected();  // there is no file since it was collected
+    return 0;
+  }
   size_t done = 0;
   while (done < collectedSize) {
     const ssize_t written = logFd >= 0 ? writeOutput(logFd, collected + done, collectedSize - done) : -1;
@@ -114,10 +118,14 @@ void FactoryOutput::giveUpWrite() {
   if (keepsRefused) {
     return;
   }
-  curFileBytes -= collectedSize;
-  collectedSize = 0;
+  forgetCollected();
   logcatClose();
   nextOpening = Clock::now() + kPause;
+}
+
+void FactoryOutput::forgetCollected() {
+  curFileBytes -= collectedSize;
+  collectedSize = 0;
 }
 
 /// Removes the first `size` bytes, which are in the file.

@@ -15,8 +15,8 @@ class FactoryOutput : public LogOutput {
   /// Brings the live file to disk and closes it.
   ~FactoryOutput() override;
 
-  /// After a failed write the file is closed, and what follows is dropped with 0 until the file is opened anew: when it
-  /// has vanished, or at a rotation.
+  /// After a failed write the file is closed, and what follows is dropped with 0 until it is opened anew: a second later
+  /// at the earliest, or at a rotation. With `keepRefused` it stays open, and what follows is held too; 1: not taken.
   int logcatWrite(const char* data, size_t len, bool lineDone) override { return factoryWrite(data, len, lineDone); }
   void logcatClose() override;
   /// Nothing: what was written is in the file.
@@ -32,6 +32,7 @@ class FactoryOutput : public LogOutput {
   size_t room() const { return kCollectedSize - collectedSize; }
   void collect(const char* data, size_t len);
   void dropCollected(size_t size);
+  void forgetCollected();
   void giveUpWrite();
   void openLogFileFactory();
   void rotateLogsFactory();

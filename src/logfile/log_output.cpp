@@ -5,6 +5,12 @@
 
 #include "logfile/output_directory.h"
 
+namespace {
+
+constexpr int kSetUpTries = 3;
+
+}  // namespace
+
 LogOutput::LogOutput(const Settings& settings, Owner& told)
     : owner(told),
       outputFilePath(settings.outputFilePath),
@@ -14,13 +20,26 @@ LogOutput::LogOutput(const Settings& settings, Owner& told)
       files(outputFilePath != nullptr ? outputFilePath : "") {}
 
 int LogOutput::setupOutput() {
-  if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath) != 0) {
-    fprintf(stderr, "create bugreports dir error!!\n");
-    return 1;
+  int result = 0;
+  for (int tries = kSetUpTries; tries > 0; --tries) {
+    if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath) != 0) {
+      fprintf(stderr, "create bugreports dir error!!\n");
+      return 1;
+    }
+    const bool stood = isDirectoryThere();
+    result = openOutput();
+    // Somebody may remove the directory in between. Until the next set-up text would be refused, which ends a stream.
+    if (!stood || isDirectoryThere()) {
+      break;
+    }
   }
-  const int result = openOutput();
   owner.outputDirectoryMade();
   return result;
+}
+
+bool LogOutput::isDirectoryThere() const {
+  const std::string path = outputFilePath != nullptr ? outputFilePath : "/";
+  return access(path.substr(0, path.rfind('/') + 1).c_str(), F_OK) == 0;
 }
 
 void LogOutput::prepareWrite(size_t len, bool lineDone) {
@@ -29,6 +48,7 @@ void LogOutput::prepareWrite(size_t len, bool lineDone) {
     lookedInRun = inRun;
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
       rotate();
+      lookedInRun = false;  // where no file is kept, the new one is gone already
     }
   }
   lineComplete = lineDone;

@@ -104,10 +104,11 @@ class LogOutput {
  private:
   void setUpIfNeeded();
   bool needsSetUp() const;
+  bool isDirectoryThere() const;
 
   Clock::time_point nextSetUp;  ///< after one that failed, not before that time
   bool inRun = false;
-  bool lookedInRun = false;  ///< the file stood there at the run's first write
+  bool lookedInRun = false;  ///< the file stood there at the first write of the run, or of the run after a rotation
   bool settingUpFile = false;
   bool lineComplete = true;  ///< the last write ended a line
 };

@@ -2,6 +2,7 @@
 
 #include "config/records.h"
 #include "quilcheck/document.h"
+#include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
 using namespace QuilCommon;
@@ -13,6 +14,7 @@ namespace {
 constexpr size_t kMostFiles = 1000;
 constexpr size_t kFailureText = sizeof "Read Fail" - 1;
 constexpr size_t kDateText = 22;
+constexpr size_t kWidest = 8191;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -168,6 +170,11 @@ void ServiceRules::CheckOutput(const GroupReading& group) const {
 }
 
 void ServiceRules::CheckStyle(const GroupReading& group) const {
+  const std::string keyword = group.style != nullptr ? AttributeOf(group.style, "value").value_or("") : "";
+  if (group.record->input != nullptr && !keyword.empty() && keyword != StyleName(group)) {
+    findings->Error(LineOf(group.style), "logStyle value=" + Quoted(keyword) +
+                                             " comes after inputs of its group: the daemon keeps " + StyleName(group));
+  }
   if (group.record->style == STYLE_MONITOR_DIR || group.record->style == STYLE_POLL_CMD) {
     findings->Warning(LineOf(group.style), "a group of style " + AttributeOf(group.style, "value").value_or("?") +
                                                " collects nothing: its log stays empty");
@@ -252,6 +259,9 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
     findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
                                 (isDate ? "the date, which has 22" : "\"Read Fail\", which has 9") +
                                 " characters: it moves the columns behind it");
+  }
+  if (width > kWidest) {
+    findings->Warning(line, "width " + std::to_string(width) + " is more than 8191: the daemon writes 8191 characters");
   }
   const std::string title = Text(set.record->title);
   if (width < title.size()) {

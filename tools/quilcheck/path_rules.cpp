@@ -53,7 +53,9 @@ std::string NormalPath(const std::string& path) {
   for (size_t start = 0; start < path.size();) {
     const size_t end = std::min(path.find('/', start), path.size());
     const std::string step = path.substr(start, end - start);
-    if (!step.empty() && step != ".") {
+    if (step == "..") {
+      normal.erase(std::min(normal.rfind('/'), normal.size()));
+    } else if (!step.empty() && step != ".") {
       normal += '/' + step;
     }
     start = end + 1;

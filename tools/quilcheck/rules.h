@@ -22,7 +22,7 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
 /// True for a text that stands for the time in a polled column.
 bool IsTimeColumn(const std::string& path);
 
-/// The path with single slashes and without "." steps.
+/// The absolute path with single slashes, without "." and ".." steps. Links are not looked at.
 std::string NormalPath(const std::string& path);
 
 /// True when a group's output is one that the daemon can make files of.

@@ -117,7 +117,13 @@ std::string KeywordProblem(const AttributeRule& attribute, const std::string& te
   return " is no keyword: " +
          std::string(attribute.keywords == std::string("mmap factory") ? "the daemon takes factory"
                                                                        : "the daemon passes over it") +
-         (hint.empty() ? "; there are " + all : hint);
+         (hint.empty() ? (words.size() == 1 ? "; there is " : "; there are ") + all : hint);
+}
+
+/// True for blanks at an end: they are part of the text.
+bool HasOuterBlank(const std::string& text) {
+  const auto isBlank = [](char letter) { return isspace(static_cast<unsigned char>(letter)) != 0; };
+  return !text.empty() && (isBlank(text.front()) || isBlank(text.back()));
 }
 
 }  // namespace
@@ -130,6 +136,7 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
                 Findings* findings) {
   const std::string what = std::string(element.name) + ' ' + attribute.name + '=' + Quoted(text);
   std::string problem;
+  bool isPath = false;
   switch (attribute.kind) {
     case Kind::Number:
     case Kind::Kilobytes:
@@ -143,6 +150,7 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
     case Kind::Node:
     case Kind::Column:
     case Kind::Directory:
+      isPath = true;
       problem = attribute.kind == Kind::Column && IsTimeColumn(text) ? "" : PathProblem(attribute.kind, text);
       break;
     case Kind::Name:
@@ -158,6 +166,8 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
     findings->Error(line, what + problem);
   } else if (text.size() > kLongestText) {
     findings->Warning(line, what + " is longer than 255 bytes: the daemon stores an empty text");
+  } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
+    findings->Warning(line, what + " begins or ends with a blank: the daemon takes it for a part of it");
   }
 }
 

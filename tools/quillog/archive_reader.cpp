@@ -33,6 +33,7 @@ bool ArchiveReader::ForEachEntry(Visit visit) {
   bool goesOn = true;
   for (int64_t place = 0; goesOn && result == ARCHIVE_OK; ++place) {
     result = archive_read_next_header(tar, &entry);
+    result = result == ARCHIVE_WARN ? ARCHIVE_OK : result;  // a name in another alphabet
     goesOn = result == ARCHIVE_OK && (archive_entry_filetype(entry) != AE_IFREG || visit(tar, entry, place));
   }
   archive_read_free(tar);
@@ -56,15 +57,19 @@ void ArchiveReader::Examine() {
     ReportDamage(0, FileState::kTorn, "archive lost: its bytes contradict its checksum");
     return;
   }
-  List();
+  const bool isTar = List();
   if (verdict == GzipSource::Verdict::kCutShort) {
     ReportDamage(source.limit(), FileState::kTorn,
                  "archive torn: " + std::to_string(entries.size()) + " files of it unverified, rest lost");
+  } else if (!isTar) {
+    ReportDamage(0, FileState::kTorn,
+                 "no tar archive, or none that ends: " + std::to_string(entries.size()) + " files of it, rest lost");
   }
 }
 
-void ArchiveReader::List() {
-  ForEachEntry([this](archive* tar, archive_entry* header, int64_t place) {
+/// False: the stream is no tar stream up to its end.
+bool ArchiveReader::List() {
+  const bool isTar = ForEachEntry([this](archive* tar, archive_entry* header, int64_t place) {
     Entry entry{place, NumberOf(archive_entry_pathname(header)), 0, false, 0};
     const void* bytes = nullptr;
     size_t size = 0;
@@ -78,7 +83,9 @@ void ArchiveReader::List() {
     entries.push_back(entry);
     return entry.whole;
   });
+  const bool isWhole = entries.empty() || entries.back().whole;
   std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.number > b.number; });
+  return isTar && isWhole;
 }
 
 bool ArchiveReader::SkipUpTo(uint64_t size, unsigned long checksum) {

@@ -35,7 +35,7 @@ class ArchiveReader : public FileReader {
   };
 
   void Examine();
-  void List();
+  bool List();
   void ReadEntry(const Entry& entry);
   template <typename Visit>
   bool ForEachEntry(Visit visit);

@@ -50,7 +50,7 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::ListAndHold(output);
+    OutputFiles::Hold(output);
     Query query;
     if (!SetQuery(options, output, report, &query)) {
       return kNothing;
@@ -108,10 +108,10 @@ int main(int argc, char** argv) {
     return kNothing;
   }
   if (options.action == Options::Action::kHelp) {
-    return fputs(kUsage, stdout) < 0 ? kNothing : kAllRead;
+    return fputs(kUsage, stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   if (options.action == Options::Action::kVersion) {
-    return puts("quillog " QUILLOG_VERSION) < 0 ? kNothing : kAllRead;
+    return puts("quillog " QUILLOG_VERSION) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   return Run(options);
 }

@@ -158,8 +158,11 @@ bool ParseOptions(int argc, char** argv, Options* options) {
   if (!options->hasPattern && (options->ignoreCase || options->invert)) {
     return Wrong("-i and -v belong to --grep", nullptr);
   }
-  if (options->action != Options::Action::kShow && options->follow) {
-    return Wrong("--follow shows text, neither --list nor --verify", nullptr);
+  const bool choosesText = options->follow || options->hasLines || options->hasPattern || options->last != 0 ||
+                           !options->since.empty() || !options->until.empty() ||
+                           options->format != Printer::Format::kText || options->verifiedOnly;
+  if (options->action != Options::Action::kShow && choosesText) {
+    return Wrong("--list and --verify tell of whole files: no option chooses text or its form there", nullptr);
   }
   return true;
 }

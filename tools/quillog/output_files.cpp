@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "logfile/file_names.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr int kRotatedFiles = 5;
 constexpr int kMostArchives = 200;  // a service keeps a thousand files at most, five in an archive
 constexpr char kArchiveSuffix[] = ".tar.gz";
+constexpr char kPackingSuffix[] = "_tmp";
 
 bool IsRegular(const std::string& path) {
   struct stat status = {};
@@ -27,6 +29,22 @@ bool IsRegular(const std::string& path) {
 
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// "cat-0.tar.gz", "cat.3", "cat_tmp" -> "cat"; empty for another name.
+std::string OutputOfFactory(const std::string& name) {
+  if (EndsWith(name, kPackingSuffix)) {
+    return name.substr(0, name.size() - strlen(kPackingSuffix));
+  }
+  if (EndsWith(name, kArchiveSuffix)) {
+    const size_t dash = name.rfind('-');
+    const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
+    return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
+  }
+  const size_t dot = name.rfind('.');
+  const bool isRotated =
+      dot != std::string::npos && name.size() == dot + 2 && name[dot + 1] >= '1' && name[dot + 1] <= '5';
+  return isRotated ? name.substr(0, dot) : "";
 }
 
 LogFile Describe(const std::string& path, LogFile::Kind kind) {
@@ -46,76 +64,119 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
   return file;
 }
 
+/// What a look at a directory tells of one output.
+struct Seen {
+  std::vector<std::string> indexed;  ///< paths
+  std::set<std::string> factory;     ///< paths with a suffix of factory mode
+};
+
+/// What a look at a directory tells, by the names of outputs.
+struct Directory {
+  std::string prefix;  ///< of paths, with the last "/"
+  std::map<std::string, Seen> outputs;
+  std::set<std::string> others;  ///< names of regular files that tell of no output
+};
+
+bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) {
+  if (entry.d_type != DT_UNKNOWN) {
+    return entry.d_type == type;
+  }
+  struct stat status = {};  // a file system that does not know
+  return lstat(path.c_str(), &status) == 0 && IFTODT(status.st_mode) == type;
+}
+
+/// False: it cannot be read (errno).
+bool Look(Directory& directory) {
+  DIR* stream = opendir(directory.prefix.c_str());
+  if (stream == nullptr) {
+    return false;
+  }
+  while (const dirent* entry = readdir(stream)) {
+    const std::string name = entry->d_name;
+    const std::string path = directory.prefix + name;
+    const std::string output = OutputOfFactory(name);
+    if (!IsOfType(*entry, EndsWith(name, kPackingSuffix) ? DT_DIR : DT_REG, path)) {
+      continue;
+    }
+    if (const std::string indexed = OutputFiles::OutputOfIndexed(name); !indexed.empty()) {
+      directory.outputs[indexed].indexed.push_back(path);
+    } else if (!output.empty()) {
+      directory.outputs[output].factory.insert(path);
+    } else {
+      directory.others.insert(name);
+    }
+  }
+  closedir(stream);
+  return true;
+}
+
 void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile>& files) {
   if (IsRegular(path)) {
     files.push_back(Describe(path, kind));
   }
 }
 
-/// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
-/// that the files do, and an archive that is perhaps not whole only where they are gone.
-void AddPacking(const std::string& output, std::vector<LogFile>& files) {
-  const std::string directory = output + "_tmp/";
-  const std::string base = output.substr(output.rfind('/') + 1);
-  const size_t before = files.size();
-  AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
-  const bool isPacked = files.size() > before;
+/// Appends B.5 to B.1, the files "<prefix>5" to "<prefix>1".
+void AddRotated(const std::string& prefix, std::vector<LogFile>& files) {
   for (int number = kRotatedFiles; number > 0; --number) {
-    if (!isPacked) {
-      AddIfThere(directory + base + "." + std::to_string(number), LogFile::Kind::kPlain, files);
-    }
-    AddIfThere(output + "." + std::to_string(number), LogFile::Kind::kPlain, files);
-  }
-  const bool hasFiles =
-      std::any_of(files.begin() + static_cast<std::ptrdiff_t>(before), files.end(),
-                  [&](const LogFile& file) { return file.path.compare(0, directory.size(), directory) == 0; });
-  if (!hasFiles) {
-    std::vector<LogFile> unfinished;
-    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, unfinished);
-    files.insert(files.begin() + static_cast<std::ptrdiff_t>(before), unfinished.begin(), unfinished.end());
+    AddIfThere(prefix + std::to_string(number), LogFile::Kind::kPlain, files);
   }
 }
 
-std::vector<LogFile> FactoryFiles(const std::string& output) {
-  std::vector<LogFile> files;
-  for (int number = kMostArchives - 1; number >= 0; --number) {
-    AddIfThere(output + "-" + std::to_string(number) + kArchiveSuffix, LogFile::Kind::kArchive, files);
+/// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
+/// that the files do, and an archive that is perhaps not whole only where they are gone.
+void AddPacking(const std::string& output, std::vector<LogFile>& files) {
+  const std::string directory = output + kPackingSuffix + "/";
+  const size_t before = files.size();
+  AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  if (files.size() == before) {
+    AddRotated(directory + output.substr(output.rfind('/') + 1) + ".", files);
   }
-  AddPacking(output, files);
+  if (files.size() == before) {
+    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  }
+}
+
+std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
+  std::vector<LogFile> files;
+  for (int number = seen.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
+    const std::string path = output + "-" + std::to_string(number) + kArchiveSuffix;
+    if (seen.factory.count(path) > 0) {
+      files.push_back(Describe(path, LogFile::Kind::kArchive));
+    }
+  }
+  if (!seen.factory.empty()) {
+    // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
+    AddPacking(output, files);
+    AddRotated(output + ".", files);
+  }
   AddIfThere(output, LogFile::Kind::kPlain, files);
   return files;
 }
 
-std::vector<LogFile> MappedFiles(const std::string& output) {
+std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
+  std::vector<std::string> paths = seen.indexed;
+  std::sort(paths.begin(), paths.end(), IndexedFiles::sort_by_early_time);
+  IndexedFiles(output).adjustFileVecOrder(paths);
   std::vector<LogFile> files;
-  IndexedFiles indexed(output);
-  const std::string directory = output.substr(0, output.rfind('/') + 1);
-  if (directory.size() < 2 || access(directory.c_str(), R_OK) != 0 || !indexed.formFileVectors()) {
-    return files;
-  }
-  for (const std::string& path : indexed.paths()) {
-    // The daemon takes every name of that length for its own; text of another output is not this one's.
-    if (path.compare(0, output.size() + 2, output + ".I") == 0) {
-      files.push_back(Describe(path, LogFile::Kind::kMapped));
-    }
+  for (const std::string& path : paths) {
+    files.push_back(Describe(path, LogFile::Kind::kMapped));
   }
   return files;
 }
 
-/// "cat-0.tar.gz", "cat.3", "cat_tmp" -> "cat"; empty for another name.
-std::string OutputOfFactory(const std::string& name) {
-  if (EndsWith(name, "_tmp")) {
-    return name.substr(0, name.size() - 4);
+void SetFiles(Output& output, const Seen& seen) {
+  std::vector<LogFile> mapped = MappedFiles(output.path, seen);
+  std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+  // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
+  const bool factoryIsNewer = IsRegular(output.path);
+  std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
+  const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
+  older.insert(older.end(), newer.begin(), newer.end());
+  output.files = std::move(older);
+  if (!output.files.empty()) {
+    output.files.back().newest = true;
   }
-  if (EndsWith(name, kArchiveSuffix)) {
-    const size_t dash = name.rfind('-');
-    const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
-    return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
-  }
-  const size_t dot = name.rfind('.');
-  const bool isRotated =
-      dot != std::string::npos && name.size() == dot + 2 && name[dot + 1] >= '1' && name[dot + 1] <= '5';
-  return isRotated ? name.substr(0, dot) : "";
 }
 
 /// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
@@ -130,7 +191,7 @@ bool LooksLikeText(const std::string& path) {
 }
 
 /// Mapped files keep their names, and there may be more of them than descriptors.
-void Hold(LogFile& file) {
+void HoldOpen(LogFile& file) {
   if (file.kind == LogFile::Kind::kMapped) {
     return;
   }
@@ -161,27 +222,18 @@ void OutputFiles::List(Output& output) {
   if (output.isFiles) {
     return;
   }
-  std::vector<LogFile> mapped = MappedFiles(output.path);
-  std::vector<LogFile> factory = FactoryFiles(output.path);
-  // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
-  const bool factoryIsNewer = IsRegular(output.path);
-  std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
-  const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
-  older.insert(older.end(), newer.begin(), newer.end());
-  output.files = std::move(older);
-  if (!output.files.empty()) {
-    output.files.back().newest = true;
-  }
+  Directory directory{output.path.substr(0, output.path.rfind('/') + 1), {}, {}};
+  Look(directory);
+  SetFiles(output, directory.outputs[output.path.substr(directory.prefix.size())]);
 }
 
-void OutputFiles::ListAndHold(Output& output) {
+void OutputFiles::Hold(Output& output) {
   constexpr int kMostTries = 20;
-  List(output);
   for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
     bool isRenamed = false;
     for (LogFile& file : output.files) {
       isRenamed |= file.kind != LogFile::Kind::kMapped;
-      Hold(file);
+      HoldOpen(file);
     }
     if (!isRenamed) {
       return;
@@ -199,32 +251,21 @@ void OutputFiles::ListAndHold(Output& output) {
   }
 }
 
-bool OutputFiles::Find(const std::string& directory, std::vector<Output>* outputs) {
-  DIR* stream = opendir(directory.c_str());
-  if (stream == nullptr) {
+bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
+  Directory directory{EndsWith(path, "/") || path == "/" ? path : path + "/", {}, {}};
+  if (!Look(directory)) {
     return false;
   }
-  std::set<std::string> names;
-  std::set<std::string> others;
-  while (const dirent* entry = readdir(stream)) {
-    const std::string name = entry->d_name;
-    const std::string indexed = OutputOfIndexed(name);
-    const std::string output = indexed.empty() ? OutputOfFactory(name) : indexed;
-    if (!output.empty() && (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN || entry->d_type == DT_DIR)) {
-      names.insert(output);
-    } else if (entry->d_type == DT_REG && name[0] != '.' && !EndsWith(name, ".gz")) {
-      others.insert(name);
+  if (directory.outputs.empty()) {
+    for (const std::string& name : directory.others) {
+      if (name[0] != '.' && !EndsWith(name, ".gz") && LooksLikeText(directory.prefix + name)) {
+        directory.outputs[name];
+      }
     }
   }
-  closedir(stream);
-  const std::string prefix = EndsWith(directory, "/") || directory == "/" ? directory : directory + "/";
-  if (names.empty()) {
-    std::copy_if(others.begin(), others.end(), std::inserter(names, names.end()),
-                 [&](const std::string& name) { return LooksLikeText(prefix + name); });
-  }
-  for (const std::string& name : names) {
-    Output output{prefix + name, {}, false};
-    List(output);
+  for (const auto& [name, seen] : directory.outputs) {
+    Output output{directory.prefix + name, {}, false};
+    SetFiles(output, seen);
     if (!output.files.empty()) {
       outputs->push_back(output);
     }

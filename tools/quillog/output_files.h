@@ -19,11 +19,12 @@ namespace OutputFiles {
 /// Lists the output's files afresh, in the daemon's own order of age. Links are none of its files.
 void List(Output& output);
 
-/// The same, and opens the files that a rotation renames, so that what is read is what was listed: every line once.
-void ListAndHold(Output& output);
+/// Opens the files that a rotation renames, and lists afresh where it did meanwhile, so that what is read is what was
+/// listed: every line once.
+void Hold(Output& output);
 
-/// The outputs that have files in `directory`, in order of name. False: it cannot be read (errno).
-bool Find(const std::string& directory, std::vector<Output>* outputs);
+/// Lists the outputs that have files in the directory at `path`, in order of name. False: it cannot be read (errno).
+bool Find(const std::string& path, std::vector<Output>* outputs);
 
 /// The file of that path, by its name and its first bytes.
 LogFile Single(const std::string& path);

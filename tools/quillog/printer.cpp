@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -163,7 +164,7 @@ class CsvPrinter : public Printer {
       names.erase(names.begin());
     }
     std::vector<std::string> values;
-    if (!Assign(SplitColumns(text, timeLength), names, &values)) {
+    if (!Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
       ++misfits;
       return;
     }
@@ -182,7 +183,9 @@ class CsvPrinter : public Printer {
   }
 
   std::string Complaint() const override {
-    return misfits == 0 ? "" : std::to_string(misfits) + " rows fit no title line and were left out";
+    return misfits == 0
+               ? ""
+               : std::to_string(misfits) + (misfits == 1 ? " row fits" : " rows fit") + " no title line, left out";
   }
 
  private:
@@ -193,22 +196,40 @@ class CsvPrinter : public Printer {
     }
   }
 
-  /// Gives each name its value: in order when there are as many, otherwise by the place in the line, so that a value
-  /// never comes under another's name. False: that leaves a value over.
-  static bool Assign(const std::vector<Column>& columns, const std::vector<Column>& names,
+  /// Gives each name its value in a row of that length. False: nothing tells which value is whose.
+  static bool Assign(const std::vector<Column>& columns, size_t length, const std::vector<Column>& names,
                      std::vector<std::string>* values) {
     values->assign(names.size(), "");
-    size_t next = 0;
+    // Blanks take the place of a value that is missing: a shorter row has no widths.
+    const bool isWide = !names.empty() && length >= names.back().start;
+    if (isWide && AssignByPlace(columns, names, values)) {
+      return true;
+    }
+    if (columns.size() != names.size()) {
+      return false;
+    }
+    std::transform(columns.begin(), columns.end(), values->begin(), [](const Column& column) { return column.text; });
+    return true;
+  }
+
+  /// Where columns have widths, a value begins below its name and ends before the next name. It may hold blanks, as
+  /// "Not charging" does, or be missing. False: the row is none of this kind, or a value was wider than its column.
+  static bool AssignByPlace(const std::vector<Column>& columns, const std::vector<Column>& names,
+                            std::vector<std::string>* values) {
+    size_t next = 0;  // the name behind that of the value
+    size_t end = 0;   // of the value so far
     for (const Column& column : columns) {
-      if (columns.size() != names.size()) {
-        while (next < names.size() && names[next].start != column.start) {
-          ++next;
-        }
+      const bool goesOn = next > 0 && column.start == end + 1;
+      while (next < names.size() && names[next].start <= column.start) {
+        ++next;
       }
-      if (next == names.size()) {
+      const bool begins = next > 0 && names[next - 1].start == column.start;
+      end = column.start + column.text.size();
+      if ((!begins && !goesOn) || (next < names.size() && end >= names[next].start)) {
         return false;
       }
-      (*values)[next++] = column.text;
+      std::string& value = (*values)[next - 1];
+      value += (begins ? "" : " ") + column.text;
     }
     return true;
   }

@@ -7,7 +7,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
+#include <set>
+#include <unordered_map>
 
 namespace {
 
@@ -48,18 +49,23 @@ bool Selection::AddPath(const std::string& path) {
   if (IsDirectory(path)) {
     return AddDirectory(path);
   }
+  struct stat status = {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  const int error = errno;
+  if (exists && S_ISREG(status.st_mode) && !OutputFiles::OutputOfIndexed(path).empty()) {
+    singles.push_back(OutputFiles::Single(path));
+    return true;
+  }
   // The names of an output's files are made of its directory and its name.
   Output output{path.find('/') == std::string::npos ? "./" + path : path, {}, false};
   OutputFiles::List(output);
-  struct stat status = {};
-  const bool exists = stat(path.c_str(), &status) == 0;
   const bool isAlone = output.files.size() == 1 && output.files.front().path == output.path;
   if (!output.files.empty() && !isAlone) {
     found.push_back(output);
     return true;
   }
   if (!exists) {
-    return Missing(path, errno == ENOENT ? "no log there" : strerror(errno));
+    return Missing(path, error == ENOENT ? "no log there" : strerror(error));
   }
   if (!S_ISREG(status.st_mode)) {
     return Missing(path, "not a regular file");
@@ -105,24 +111,27 @@ bool Selection::AddSubdirectories(const std::string& path) {
 
 /// Puts indexed files of one output into its order, whatever the shell made of it; others stay where they are named.
 void Selection::OrderByAge(std::vector<LogFile>& files) {
-  std::map<std::string, size_t> ages;
-  std::vector<std::string> outputs;
+  const auto withDirectory = [](const std::string& path) {
+    return path.find('/') == std::string::npos ? "./" + path : path;
+  };
+  std::set<std::string> directories;
   for (const LogFile& file : files) {
-    Output output{OutputFiles::OutputOfIndexed(file.path), {}, false};
-    if (output.path.empty() || std::find(outputs.begin(), outputs.end(), output.path) != outputs.end()) {
-      continue;
-    }
-    outputs.push_back(output.path);
-    if (output.path.find('/') == std::string::npos) {
-      output.path.insert(0, "./");
-    }
-    OutputFiles::List(output);
-    for (const LogFile& listed : output.files) {
-      ages.emplace(listed.path, ages.size());
+    if (const std::string path = withDirectory(file.path); !OutputFiles::OutputOfIndexed(path).empty()) {
+      directories.insert(path.substr(0, path.rfind('/') + 1));
     }
   }
-  const auto age = [&ages](const LogFile& file) {
-    const auto known = ages.find(file.path.find('/') == std::string::npos ? "./" + file.path : file.path);
+  std::unordered_map<std::string, size_t> ages;
+  for (const std::string& directory : directories) {
+    std::vector<Output> outputs;
+    OutputFiles::Find(directory, &outputs);
+    for (const Output& output : outputs) {
+      for (const LogFile& file : output.files) {
+        ages.emplace(file.path, ages.size());
+      }
+    }
+  }
+  const auto age = [&](const LogFile& file) {
+    const auto known = ages.find(withDirectory(file.path));
     return known == ages.end() ? SIZE_MAX : known->second;
   };
   std::stable_sort(files.begin(), files.end(), [&](const LogFile& a, const LogFile& b) { return age(a) < age(b); });

@@ -15,18 +15,28 @@ void Report::Say(const std::string& file, const std::string& text, bool isDamage
   fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
 }
 
+namespace {
+
+/// When the file was begun, or else changed last; kNoTime when the clock was not set then, or tar has unpacked it.
+Time SetTimeOf(const LogFile& file) {
+  const Time time = file.started != kNoTime ? file.started : file.modified;
+  return TimeText::IsClockSet(time) ? time : kNoTime;
+}
+
+}  // namespace
+
 LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place) {
   constexpr size_t kFarthest = 100;
-  const auto isSet = [](const LogFile& file) { return TimeText::IsClockSet(file.started); };
   LineTimes::FileTimes times;
   times.started = files[place].started;
   times.behind = files[place].modified;
   for (size_t i = place; i > 0 && place - i < kFarthest && times.before == kNoTime; --i) {
-    times.before = isSet(files[i - 1]) ? files[i - 1].started : kNoTime;
+    times.before = SetTimeOf(files[i - 1]);
   }
-  for (size_t i = place + 1; i < files.size() && i - place < kFarthest; ++i) {
-    if (isSet(files[i])) {
-      times.behind = files[i].started;
+  const bool isPlain = files[place].started == kNoTime && TimeText::IsClockSet(times.behind);
+  for (size_t i = place + 1; !isPlain && i < files.size() && i - place < kFarthest; ++i) {
+    if (const Time time = SetTimeOf(files[i]); time != kNoTime) {
+      times.behind = time;
       break;
     }
   }

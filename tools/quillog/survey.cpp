@@ -101,7 +101,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
   // The table names what is damaged; --verify says more.
   report.SetQuiet(true);
   for (Output& output : outputs) {
-    OutputFiles::ListAndHold(output);
+    OutputFiles::Hold(output);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
   }
@@ -115,7 +115,7 @@ void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& repo
   unsigned long long bytes = 0;
   taker.block = [&bytes](const char*, size_t size) { bytes += size; };
   for (Output& output : outputs) {
-    OutputFiles::ListAndHold(output);
+    OutputFiles::Hold(output);
     bytes = 0;
     const size_t before = report.damages();
     Session session(how, taker, report);

@@ -6,7 +6,7 @@
 #include "quillog/output_files.h"
 #include "quillog/session.h"
 
-/// What --list and --verify say about whole outputs. Both list the files afresh and read every one.
+/// What --list and --verify say about whole outputs. Both read every file.
 namespace Survey {
 
 /// A table for each output: a line for each file with its index, first and last time, sizes and state.

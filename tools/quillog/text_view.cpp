@@ -131,7 +131,8 @@ void TextView::Follow() {
     ReadOn();
     text.Flush();
     usleep(kLookInterval);
-    OutputFiles::ListAndHold(output);
+    OutputFiles::List(output);
+    OutputFiles::Hold(output);
     const std::vector<size_t> places = NewFiles();
     if (!places.empty()) {
       SwitchTo(places);
