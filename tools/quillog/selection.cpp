@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
@@ -12,6 +13,7 @@
 
 namespace {
 
+constexpr useconds_t kLookPause = 20000;  // microseconds
 constexpr char kDefault[] = "/data/log";
 
 bool IsDirectory(const std::string& path) {
@@ -42,7 +44,7 @@ bool Selection::Add(const std::vector<std::string>& paths) {
   return true;
 }
 
-bool Selection::AddPath(const std::string& path) {
+bool Selection::AddPath(const std::string& path, int looks) {
   if (path.empty()) {
     return Missing("\"\"", "no path");
   }
@@ -63,6 +65,11 @@ bool Selection::AddPath(const std::string& path) {
   if (!output.files.empty() && !isAlone) {
     found.push_back(output);
     return true;
+  }
+  if (!exists && error == ENOENT && looks > 1) {
+    // A rotation renames its files: what is nowhere now may be there in a moment.
+    usleep(kLookPause);
+    return AddPath(path, looks - 1);
   }
   if (!exists) {
     return Missing(path, error == ENOENT ? "no log there" : strerror(error));

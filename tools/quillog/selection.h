@@ -19,7 +19,9 @@ class Selection {
   bool IsAmbiguous() const { return ambiguous; }
 
  private:
-  bool AddPath(const std::string& path);
+  static constexpr int kLooks = 5;  ///< at a path where nothing is
+
+  bool AddPath(const std::string& path, int looks = kLooks);
   bool AddDirectory(const std::string& path);
   bool AddSubdirectories(const std::string& path);
   static void OrderByAge(std::vector<LogFile>& files);
