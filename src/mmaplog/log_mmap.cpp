@@ -119,7 +119,7 @@ bool LogMmap::Write(const void* data, size_t len) {
   if (len >= room) {
     return WriteAcrossSegments(bytes, len, room);
   }
-  lost = !copyToSegment(segment, position, bytes, len);
+  lost = !openPages(segment, position, len) || !copyToSegment(segment, position, bytes, len);
   if (lost) {
     return false;
   }
@@ -128,14 +128,17 @@ bool LogMmap::Write(const void* data, size_t len) {
 }
 
 /// Fills the `room` left in the segment and goes on in the next one, which a segment that is just full is given at
-/// once. The next one is had before anything is copied: what remains between the two halves, in which a kill would
-/// break the bytes in two, is two copies.
+/// once. The next one is had, and the pages of both are open, before anything is copied: what remains between the two
+/// halves, in which a kill would break the bytes in two, is two copies.
 bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room) {
   uint8_t* const full = segment;
   if (!mmap_file()) {
     return false;
   }
-  lost = !copyToSegment(full, kSegmentSize - room, bytes, room) || !copyToSegment(segment, 0, bytes + room, len - room);
+  const size_t position = kSegmentSize - room;
+  const size_t rest = len - room;
+  lost = !openPages(full, position, room) || !openPages(segment, 0, rest) ||
+         !copyToSegment(full, position, bytes, room) || !copyToSegment(segment, 0, bytes + room, rest);
   Unmap(full);
   if (lost) {
     return false;

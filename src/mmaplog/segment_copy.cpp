@@ -14,6 +14,8 @@ using LogFormat::kSegmentSize;
 
 namespace {
 
+constexpr size_t kSmallestPage = 4096;
+
 /// What a thread is storing to.
 struct Copy {
   uint8_t* segment;
@@ -58,23 +60,38 @@ void InstallHandler() {
   handlerInstalled = pthread_key_create(&currentCopy, nullptr) == 0 && sigaction(SIGBUS, &action, &previousAction) == 0;
 }
 
-/// Tells the handler; without one, copies are unguarded.
+/// Tells the handler; without one, stores are unguarded.
 void SetCurrentCopy(const Copy* copy) {
   if (handlerInstalled) {
     pthread_setspecific(currentCopy, copy);
   }
 }
 
-}  // namespace
-
-bool copyToSegment(uint8_t* segment, size_t position, const uint8_t* bytes, size_t size) {
+/// Calls `store`, which stores to `segment`. False: a page was missing.
+template <typename Store>
+bool StoreGuarded(uint8_t* segment, const Store& store) {
   static pthread_once_t once = PTHREAD_ONCE_INIT;
   pthread_once(&once, InstallHandler);
   Copy copy = {segment, 0};
   SetCurrentCopy(&copy);
   std::atomic_signal_fence(std::memory_order_seq_cst);
-  memcpy(segment + position, bytes, size);
+  store();
   std::atomic_signal_fence(std::memory_order_seq_cst);
   SetCurrentCopy(nullptr);
   return copy.pageMissing == 0;
 }
+
+}  // namespace
+
+bool openPages(uint8_t* segment, size_t position, size_t size) {
+  return StoreGuarded(segment, [=] {
+    for (size_t at = position; at < position + size; at = (at / kSmallestPage + 1) * kSmallestPage) {
+      *static_cast<volatile uint8_t*>(segment + at) = 0;
+    }
+  });
+}
+
+bool copyToSegment(uint8_t* segment, size_t position, const uint8_t* bytes, size_t size) {
+  return StoreGuarded(segment, [=] { memcpy(segment + position, bytes, size); });
+}
+
