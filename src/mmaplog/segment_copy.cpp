@@ -25,6 +25,7 @@ struct Copy {
 // A key rather than a thread_local: where the system has no thread-local variables of its own, the first use of one in
 // a thread allocates memory, which a handler must not.
 pthread_key_t currentCopy;
+pthread_once_t handlerOnce = PTHREAD_ONCE_INIT;
 bool handlerInstalled = false;
 struct sigaction previousAction;
 
@@ -70,8 +71,7 @@ void SetCurrentCopy(const Copy* copy) {
 /// Calls `store`, which stores to `segment`. False: a page was missing.
 template <typename Store>
 bool StoreGuarded(uint8_t* segment, const Store& store) {
-  static pthread_once_t once = PTHREAD_ONCE_INIT;
-  pthread_once(&once, InstallHandler);
+  pthread_once(&handlerOnce, InstallHandler);
   Copy copy = {segment, 0};
   SetCurrentCopy(&copy);
   std::atomic_signal_fence(std::memory_order_seq_cst);

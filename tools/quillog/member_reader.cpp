@@ -64,10 +64,10 @@ void MemberReader::Read(bool growing) {
     }
     const uint64_t next = window.Find(kHeader, sizeof kHeader, position + 1);
     const bool isLast = window.IsEnd(next);
-    if (isLast && (growing || !Settled())) {
-      if (growing) {
-        break;
-      }
+    if (isLast && growing) {
+      break;
+    }
+    if (isLast ? !Settled() : MayBeWholeByNow()) {
       continue;
     }
     isHeader ? Salvage(next) : SkipForeign(next);
@@ -137,6 +137,18 @@ bool MemberReader::Settled() {
   usleep(20000);
   window.Forget();
   return false;
+}
+
+/// True, once for a position: what is broken there may have been read while its writer stored it, before it went on to
+/// the member behind it. Look again.
+bool MemberReader::MayBeWholeByNow() {
+  if (!maySettle || lookedAgainAt == position || looksLeft == 0) {
+    return false;
+  }
+  lookedAgainAt = position;
+  --looksLeft;
+  window.Forget();
+  return true;
 }
 
 /// Hands on what the broken member at the position still tells; the next header is at `next`.

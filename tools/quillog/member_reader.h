@@ -32,6 +32,7 @@ class MemberReader : public FileReader {
   bool ReadMember();
   Outcome Decode(const uint8_t* bytes, size_t size);
   bool Settled();
+  bool MayBeWholeByNow();
   void Salvage(uint64_t next);
   uint64_t EndOfRealBytes(uint64_t end);
   void SkipForeign(uint64_t next);
@@ -46,6 +47,8 @@ class MemberReader : public FileReader {
   const char* fault = "";  ///< why Decode() found a contradiction
   uint64_t position = 0;   ///< of the next byte that was not handed on
   int triesLeft = 5;
+  uint64_t lookedAgainAt = UINT64_MAX;
+  int looksLeft = 1000;  ///< a file of junk is not read again and again
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_
