@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -69,6 +70,13 @@ bool Sanitized() {
 #else
   return false;
 #endif
+}
+
+double CpuSecondsOfPrograms() {
+  rusage usage;
+  getrusage(RUSAGE_CHILDREN, &usage);
+  const auto seconds = [](timeval time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 bool WaitFor(const std::function<bool()>& condition, double seconds) {

@@ -35,6 +35,8 @@ std::string OwnerAndMode(const std::string& path);
 int Rounds(int usual);
 /// True in the builds under sanitizers, which need a real /proc, descriptors and memory of their own.
 bool Sanitized();
+/// Of all programs that have ended: what tells how much they had to do, however busy the machine is.
+double CpuSecondsOfPrograms();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
 void MountSmallDisk(const std::string& directory, int kilobytes);

@@ -418,12 +418,12 @@ TEST(OddInput, IsAnswered) {
       {"", 2, "several outputs"},
   };
   for (const auto& test : cases) {
-    const auto start = std::chrono::steady_clock::now();
+    const double start = CpuSecondsOfPrograms();
     const Result result = Quillog(test.arguments);
     EXPECT_EQ(result.status, test.status) << test.arguments << "\n" << result.errors.substr(0, 500);
     EXPECT_NE(result.errors.find(test.says), std::string::npos) << test.arguments << "\n"
                                                                 << result.errors.substr(0, 500);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(Sanitized() ? 60 : 10)) << test.arguments;
+    EXPECT_LT(CpuSecondsOfPrograms() - start, Sanitized() ? 60 : 10) << test.arguments;
   }
   const Result bomb = Quillog("/data/log/bomb");
   EXPECT_EQ(Count(bomb.text, "11-22 21:04:05.042 a\n"), 2u);
