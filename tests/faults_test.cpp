@@ -93,7 +93,7 @@ TEST(Faults, GroupsUnderStressClose) {
     }
     for (int i = 0; i < 4; ++i) {
       // What stands there may be a link only: its file was removed with the directory, and the link came behind it.
-      EXPECT_TRUE(WaitFor([&] { return !text(i, mapped).empty(); }, 30)) << i;
+      ASSERT_TRUE(WaitFor([&] { return !text(i, mapped).empty(); }, 30)) << round << ' ' << i << daemon.Errors();
       EXPECT_TRUE(WaitFor([&] { return OwnerAndMode(directory(i)) == "root:system 775"; }));
     }
     daemon.Signal(SIGUSR2);

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int kSetUpTries = 3;
+constexpr int kSetUpTries = 10;
 
 }  // namespace
 
