@@ -165,11 +165,34 @@ std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
+/// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
+bool IsBlankOrMembers(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  char first = 'x';
+  const ssize_t size = fd < 0 ? -1 : read(fd, &first, 1);
+  if (fd >= 0) {
+    close(fd);
+  }
+  return size == 0 || (size == 1 && (first == 0 || first == '\x1f'));
+}
+
+/// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
+/// text once more.
+void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
+  const auto isCopy = [&](const LogFile& file) {
+    return (file.path == output || file.path == output + ".1") && IsBlankOrMembers(file.path);
+  };
+  factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
+}
+
 void SetFiles(Output& output, const Seen& seen) {
   std::vector<LogFile> mapped = MappedFiles(output.path, seen);
   std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+  if (!mapped.empty()) {
+    DropCopiedLinks(output.path, factory);
+  }
   // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
-  const bool factoryIsNewer = IsRegular(output.path);
+  const bool factoryIsNewer = !factory.empty() && factory.back().path == output.path;
   std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
   const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
   older.insert(older.end(), newer.begin(), newer.end());
