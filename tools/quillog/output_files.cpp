@@ -41,10 +41,7 @@ std::string OutputOfFactory(const std::string& name) {
     const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
     return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
   }
-  const size_t dot = name.rfind('.');
-  const bool isRotated =
-      dot != std::string::npos && name.size() == dot + 2 && name[dot + 1] >= '1' && name[dot + 1] <= '5';
-  return isRotated ? name.substr(0, dot) : "";
+  return OutputFiles::IsRotated(name) ? name.substr(0, name.size() - 2) : "";
 }
 
 LogFile Describe(const std::string& path, LogFile::Kind kind) {
@@ -239,6 +236,10 @@ std::string OutputFiles::OutputOfIndexed(const std::string& path) {
     }
   }
   return path[start - 1] == '/' ? std::string() : path.substr(0, start);
+}
+
+bool OutputFiles::IsRotated(const std::string& path) {
+  return path.size() > 2 && path[path.size() - 2] == '.' && path.back() >= '1' && path.back() <= '5';
 }
 
 void OutputFiles::List(Output& output) {

@@ -2,14 +2,17 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <numeric>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -19,6 +22,23 @@ constexpr char kDefault[] = "/data/log";
 bool IsDirectory(const std::string& path) {
   struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string WithDirectory(const std::string& path) {
+  return path.find('/') == std::string::npos ? "./" + path : path;
+}
+
+/// The file that a link of a directory that was pulled from elsewhere meant: it stands beside it. Empty: none.
+std::string TargetBeside(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t length = readlink(path.c_str(), target, sizeof target);
+  if (length <= 0) {
+    return {};
+  }
+  const std::string name(target, static_cast<size_t>(length));
+  const std::string beside = path.substr(0, path.rfind('/') + 1) + name.substr(name.rfind('/') + 1);
+  struct stat status = {};
+  return lstat(beside.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? beside : std::string();
 }
 
 bool Missing(const std::string& path, const char* why) {
@@ -41,7 +61,36 @@ bool Selection::Add(const std::vector<std::string>& paths) {
     OrderByAge(singles);
     found.push_back({singles.size() == 1 ? singles.front().path : "named files", singles, true});
   }
+  DropRepeated();
   return true;
+}
+
+/// A shell's "directory/*" names an output and its files one by one: what is part of another is not shown again.
+void Selection::DropRepeated() {
+  std::vector<size_t> places(found.size());
+  std::iota(places.begin(), places.end(), 0);
+  // The outputs first: they know the order of their files.
+  std::stable_sort(places.begin(), places.end(), [this](size_t a, size_t b) {
+    return std::make_pair(found[a].isFiles, found[b].files.size()) <
+           std::make_pair(found[b].isFiles, found[a].files.size());
+  });
+  std::set<std::pair<uint64_t, uint64_t>> known;
+  std::set<std::string> links;  // a copy of one is another file
+  for (const size_t place : places) {
+    std::vector<LogFile>& files = found[place].files;
+    const auto isKnown = [&](const LogFile& file) {
+      return known.count({file.device, file.inode}) > 0 || links.count(WithDirectory(file.path)) > 0;
+    };
+    if (found[place].isFiles || std::all_of(files.begin(), files.end(), isKnown)) {
+      files.erase(std::remove_if(files.begin(), files.end(), isKnown), files.end());
+    }
+    for (const LogFile& file : files) {
+      known.insert({file.device, file.inode});
+    }
+    links.insert(WithDirectory(found[place].path + ".1"));
+  }
+  found.erase(std::remove_if(found.begin(), found.end(), [](const Output& output) { return output.files.empty(); }),
+              found.end());
 }
 
 bool Selection::AddPath(const std::string& path, int looks) {
@@ -59,11 +108,15 @@ bool Selection::AddPath(const std::string& path, int looks) {
     return true;
   }
   // The names of an output's files are made of its directory and its name.
-  Output output{path.find('/') == std::string::npos ? "./" + path : path, {}, false};
+  Output output{WithDirectory(path), {}, false};
   OutputFiles::List(output);
   const bool isAlone = output.files.size() == 1 && output.files.front().path == output.path;
   if (!output.files.empty() && !isAlone) {
     found.push_back(output);
+    return true;
+  }
+  if (const std::string target = TargetBeside(path); !exists && !target.empty()) {
+    singles.push_back(OutputFiles::Single(target));
     return true;
   }
   if (!exists && error == ENOENT && looks > 1) {
@@ -77,7 +130,7 @@ bool Selection::AddPath(const std::string& path, int looks) {
   if (!S_ISREG(status.st_mode)) {
     return Missing(path, "not a regular file");
   }
-  if (isAlone && OutputFiles::Single(path).kind == LogFile::Kind::kPlain) {
+  if (isAlone && !OutputFiles::IsRotated(path) && OutputFiles::Single(path).kind == LogFile::Kind::kPlain) {
     found.push_back(output);  // a live file that has not been rotated yet
   } else {
     singles.push_back(OutputFiles::Single(path));
@@ -116,16 +169,12 @@ bool Selection::AddSubdirectories(const std::string& path) {
   return found.size() > before || Missing(path, "no log there");
 }
 
-/// Puts indexed files of one output into its order, whatever the shell made of it; others stay where they are named.
+/// Puts files of one output into its order, whatever the shell made of it; others stay where they are named.
 void Selection::OrderByAge(std::vector<LogFile>& files) {
-  const auto withDirectory = [](const std::string& path) {
-    return path.find('/') == std::string::npos ? "./" + path : path;
-  };
   std::set<std::string> directories;
-  for (const LogFile& file : files) {
-    if (const std::string path = withDirectory(file.path); !OutputFiles::OutputOfIndexed(path).empty()) {
-      directories.insert(path.substr(0, path.rfind('/') + 1));
-    }
+  for (size_t i = 0; files.size() > 1 && i < files.size(); ++i) {
+    const std::string path = WithDirectory(files[i].path);
+    directories.insert(path.substr(0, path.rfind('/') + 1));
   }
   std::unordered_map<std::string, size_t> ages;
   for (const std::string& directory : directories) {
@@ -138,7 +187,7 @@ void Selection::OrderByAge(std::vector<LogFile>& files) {
     }
   }
   const auto age = [&](const LogFile& file) {
-    const auto known = ages.find(withDirectory(file.path));
+    const auto known = ages.find(WithDirectory(file.path));
     return known == ages.end() ? SIZE_MAX : known->second;
   };
   std::stable_sort(files.begin(), files.end(), [&](const LogFile& a, const LogFile& b) { return age(a) < age(b); });

@@ -24,6 +24,7 @@ class Selection {
   bool AddPath(const std::string& path, int looks = kLooks);
   bool AddDirectory(const std::string& path);
   bool AddSubdirectories(const std::string& path);
+  void DropRepeated();
   static void OrderByAge(std::vector<LogFile>& files);
 
   std::vector<Output> found;
