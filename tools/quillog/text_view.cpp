@@ -130,6 +130,7 @@ void TextView::Follow() {
     usleep(kFlushTime);
     ReadOn();
     text.Flush();
+    text.EndWithoutReader();
     usleep(kLookInterval);
     OutputFiles::List(output);
     OutputFiles::Hold(output);
