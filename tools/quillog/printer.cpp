@@ -37,6 +37,10 @@ class TextPrinter : public Printer {
     static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
     const int level = color ? LevelOf(line) : -1;
     const char* const code = level >= 0 ? kColors[level] : nullptr;
+    if (isOpen && !line.follows) {
+      output.Write("\n", 1);  // together they would be a line that never was
+    }
+    isOpen = !line.ended;
     if (code != nullptr) {
       output.Write(std::string("\033[") + code + "m");
     }
@@ -52,6 +56,7 @@ class TextPrinter : public Printer {
  private:
   const bool color;
   TextOutput& output;
+  bool isOpen = false;  ///< the line before had no line feed
 };
 
 // As JSON (RFC 8259) -----------------------------------------------------------------------------------------------
