@@ -291,6 +291,10 @@ TEST(Csv, PutsValuesUnderTheirNames) {
   EXPECT_EQ(Lines(Quillog("-o csv -n 1 -U '2026-11-22 21:04:11'").text).back(), "2026-11-22T21:04:10,,4001,\"a,b\"");
   WriteFile(std::string(kOutput) + ".1", "2026-11-22 21:04:00 >  6");
   EXPECT_EQ(Quillog("-g '> *6'").text, "2026-11-22 21:04:00 >  6\n2026-11-22 21:04:05 >  62   4000  \"ok\"\n");
+  // A time in a line of its own.
+  WriteFile("/data/log/u/cat",
+            "\nTime                   soc  state\n\ncurrent time: 2026-11-22 21:4:5\r\n62   not full\n");
+  EXPECT_EQ(Quillog("-o csv /data/log/u").text, "time,soc,state\n2026-11-22T21:04:05.000,62,not full\n");
 }
 
 // What a killed packing leaves, step by step.

@@ -119,6 +119,8 @@ void Session::NoteTitle(Line& line) {
   }
   line.isRow = !isEmpty && !isTime && !isTitle;
   line.title = title;
+  line.isBehindTime = afterTimeLine;
   rowsTellTime |= line.isRow && line.hasOwnTime;
   afterEmptyLine = isEmpty;
+  afterTimeLine = isTime;
 }
