@@ -78,14 +78,17 @@ void Selection::DropRepeated() {
   std::set<std::string> links;  // a copy of one is another file
   for (const size_t place : places) {
     std::vector<LogFile>& files = found[place].files;
-    const auto isKnown = [&](const LogFile& file) {
-      return known.count({file.device, file.inode}) > 0 || links.count(WithDirectory(file.path)) > 0;
+    const auto isRepeated = [&](const LogFile& file) {
+      return links.count(WithDirectory(file.path)) > 0 ||
+             (file.inode != 0 && !known.insert({file.device, file.inode}).second);
     };
-    if (found[place].isFiles || std::all_of(files.begin(), files.end(), isKnown)) {
-      files.erase(std::remove_if(files.begin(), files.end(), isKnown), files.end());
+    if (found[place].isFiles) {
+      files.erase(std::remove_if(files.begin(), files.end(), isRepeated), files.end());
+    } else if (static_cast<size_t>(std::count_if(files.begin(), files.end(), isRepeated)) == files.size()) {
+      files.clear();
     }
-    for (const LogFile& file : files) {
-      known.insert({file.device, file.inode});
+    if (!files.empty()) {
+      files.back().newest = true;  // it may not have been the last
     }
     links.insert(WithDirectory(found[place].path + ".1"));
   }
