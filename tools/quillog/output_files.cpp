@@ -262,7 +262,7 @@ void OutputFiles::Hold(Output& output) {
     if (!isRenamed) {
       return;
     }
-    Output again{output.path, {}, false};
+    Output again{output.path, {}};
     List(again);
     const auto same = [](const LogFile& a, const LogFile& b) {
       return a.path == b.path && a.inode == b.inode && a.device == b.device;
@@ -280,7 +280,8 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   if (!Look(directory)) {
     return false;
   }
-  if (directory.outputs.empty()) {
+  const bool isGuess = directory.outputs.empty();
+  if (isGuess) {
     for (const std::string& name : directory.others) {
       if (name[0] != '.' && !EndsWith(name, ".gz") && LooksLikeText(directory.prefix + name)) {
         directory.outputs[name];
@@ -288,7 +289,7 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
     }
   }
   for (const auto& [name, seen] : directory.outputs) {
-    Output output{directory.prefix + name, {}, false};
+    Output output{directory.prefix + name, {}, false, isGuess};
     SetFiles(output, seen);
     if (!output.files.empty()) {
       outputs->push_back(output);

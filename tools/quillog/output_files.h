@@ -11,6 +11,7 @@ struct Output {
   std::string path;  ///< "/data/log/t/cat"; what was named, for single files
   std::vector<LogFile> files;
   bool isFiles = false;  ///< made of files that were named one by one
+  bool isGuess = false;  ///< a text of any name, as a live file is that was not rotated yet
 };
 
 /// Which files make an output. Only looks at directories; a look makes a daemon there write what it holds.

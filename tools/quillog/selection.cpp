@@ -50,7 +50,8 @@ bool Missing(const std::string& path, const char* why) {
 
 bool Selection::Add(const std::vector<std::string>& paths) {
   if (paths.empty()) {
-    return AddSubdirectories(kDefault);
+    return access(kDefault, R_OK) == 0 ? AddFound(kDefault, InDirectories(kDefault))
+                                       : Missing(kDefault, strerror(errno));
   }
   for (const std::string& path : paths) {
     if (!AddPath(path)) {
@@ -142,34 +143,46 @@ bool Selection::AddPath(const std::string& path, int looks) {
 }
 
 bool Selection::AddDirectory(const std::string& path) {
-  const size_t before = found.size();
-  if (!OutputFiles::Find(path, &found)) {
+  std::vector<Output> outputs;
+  if (!OutputFiles::Find(path, &outputs)) {
     return Missing(path, strerror(errno));
   }
-  ambiguous |= found.size() - before > 1;
-  return found.size() > before || AddSubdirectories(path);
+  const auto isSure = [](const Output& output) { return !output.isGuess; };
+  if (std::none_of(outputs.begin(), outputs.end(), isSure)) {
+    // A text beside directories with logs is somebody's note.
+    std::vector<Output> inside = InDirectories(path);
+    if (outputs.empty() || std::any_of(inside.begin(), inside.end(), isSure)) {
+      outputs = std::move(inside);
+    }
+  }
+  return AddFound(path, outputs);
 }
 
-bool Selection::AddSubdirectories(const std::string& path) {
-  DIR* stream = opendir(path.c_str());
-  if (stream == nullptr) {
-    return Missing(path, strerror(errno));
-  }
+bool Selection::AddFound(const std::string& path, const std::vector<Output>& outputs) {
+  ambiguous |= outputs.size() > 1;
+  found.insert(found.end(), outputs.begin(), outputs.end());
+  return !outputs.empty() || Missing(path, "no log there");
+}
+
+/// The outputs in the directories that stand in the one at `path`.
+std::vector<Output> Selection::InDirectories(const std::string& path) {
   std::vector<std::string> directories;
-  while (const dirent* entry = readdir(stream)) {
+  DIR* stream = opendir(path.c_str());
+  while (const dirent* entry = stream != nullptr ? readdir(stream) : nullptr) {
     const std::string name = entry->d_name;
     if (name[0] != '.' && IsDirectory(path + "/" + name)) {
       directories.push_back(path + (path.back() == '/' ? "" : "/") + name);
     }
   }
-  closedir(stream);
-  std::sort(directories.begin(), directories.end());
-  const size_t before = found.size();
-  for (const std::string& directory : directories) {
-    OutputFiles::Find(directory, &found);
+  if (stream != nullptr) {
+    closedir(stream);
   }
-  ambiguous |= found.size() - before > 1;
-  return found.size() > before || Missing(path, "no log there");
+  std::sort(directories.begin(), directories.end());
+  std::vector<Output> outputs;
+  for (const std::string& directory : directories) {
+    OutputFiles::Find(directory, &outputs);
+  }
+  return outputs;
 }
 
 /// Puts files of one output into its order, whatever the shell made of it; others stay where they are named.
