@@ -130,6 +130,7 @@ struct Wreck {
       WriteFile(IndexedPath(990 + i, started), Bytes(i, blocks));
     }
     symlink("/nowhere/else", kOutput);
+    WriteFile(std::string(kOutput) + ".1", Member("the copy of a link\n"));
   }
 
  private:
@@ -185,7 +186,8 @@ std::string LastLines(const std::string& text, size_t count) {
 
 TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
   const Wreck wreck;
-  for (const std::string path : {"/data/log/t", kOutput, "", "/data/log", "/data/log/t/cat.I*"}) {
+  WriteFile("/data/log/notes.txt", "not a log\n");
+  for (const std::string path : {"/data/log/t", kOutput, "", "/data/log", "/data/log/t/cat.I*", "/data/log/t/*"}) {
     const Result all = Quillog(path);
     EXPECT_TRUE(all.text == wreck.text) << path << "\n" << all.errors;
     EXPECT_EQ(all.status, 1) << path;
@@ -230,6 +232,8 @@ TEST(Times, FollowFromNamesAndOrder) {
        "2026-12-31T23:59:59.500 2027-01-01T00:00:00.000 2027-01-01T00:00:00.000"},
       {"19700101-000005 20261122-210000", "01-01 00:00:06.000 a\n11-22 20:04:05.042 set\n",
        "1970-01-01T00:00:06.000 2026-11-22T20:04:05.042"},
+      {"20200102-120000", "01-02 12:00:00.000 a\n09-01 00:00:00.000 b\n",
+       "2020-01-02T12:00:00.000 2020-09-01T00:00:00.000"},
       {"20240228-120000", "02-29 00:00:00.000 leap\n03-01 01:00:00.000 b\n",
        "2024-02-29T00:00:00.000 2024-03-01T01:00:00.000"},
       {"20261122-210000", "\nTime  x\n2026-11-22 21:04:05 > 1\ncurrent time: 2026-11-22 21:5:6\r\n",
@@ -281,13 +285,19 @@ TEST(Csv, PutsValuesUnderTheirNames) {
                          "2026-11-22 21:04:10 >       4001  a,b\n" +
                          "2026-11-22 21:04:15 >  Read Fail 4002 c\n" + "2026-11-22 21:04:16 >        not  charging\n" +
                          "2026-11-22 21:04:17 >             not charging\n" + "2026-11-22 21:04:18 >  123454000  ok\n" +
-                         title + "2026-11-22 21:04:20 >  1 2 3 4\n");
+                         "2026-11-22 21:04:19 >  7" + title + "2026-11-22 21:04:20 >  1 2 3 4\n");
   const Result csv = Quillog("-o csv");
   EXPECT_EQ(csv.text,
             "time,soc,volt,state\n2026-11-22T21:04:05,62,4000,\"\"\"ok\"\"\"\n2026-11-22T21:04:10,,4001,\"a,b\"\n"
             "2026-11-22T21:04:15,Read Fail,4002,c\n2026-11-22T21:04:17,,,not charging\n");
-  EXPECT_NE(csv.errors.find("3 rows"), std::string::npos) << csv.errors;
+  EXPECT_NE(csv.errors.find("4 rows"), std::string::npos) << csv.errors;
   EXPECT_EQ(Lines(Quillog("-o csv -n 1 -U '2026-11-22 21:04:11'").text).back(), "2026-11-22T21:04:10,,4001,\"a,b\"");
+  WriteFile(std::string(kOutput) + ".1", "2026-11-22 21:04:00 >  6");
+  EXPECT_EQ(Quillog("-g '> *6'").text, "2026-11-22 21:04:00 >  6\n2026-11-22 21:04:05 >  62   4000  \"ok\"\n");
+  // A time in a line of its own.
+  WriteFile("/data/log/u/cat",
+            "\nTime                   soc  state\n\ncurrent time: 2026-11-22 21:4:5\r\n62   not full\n");
+  EXPECT_EQ(Quillog("-o csv /data/log/u").text, "time,soc,state\n2026-11-22T21:04:05.000,62,not full\n");
 }
 
 // What a killed packing leaves, step by step.
@@ -429,8 +439,9 @@ TEST(OddInput, IsAnswered) {
   EXPECT_EQ(Count(bomb.text, "11-22 21:04:05.042 a\n"), 2u);
   EXPECT_EQ(bomb.text.size(), 42u);
   // A reader that goes away is no failure.
-  const Result pipe = Quillog("-l /data/log/many", "| head -n 1");
-  EXPECT_EQ(pipe.errors, "");
+  for (const char* arguments : {"-l /data/log/many", "-f /data/log/bomb"}) {
+    EXPECT_EQ(Quillog(arguments, "| head -n 1").errors.find("write"), std::string::npos) << arguments;
+  }
 }
 
 // The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.

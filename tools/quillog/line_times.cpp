@@ -139,6 +139,10 @@ Time LineTimes::OfStreamed(int month, int day) {
     if (IsClockSet(file.behind)) {
       nearest.OfferYears(month, day, file.behind, limit);
     }
+  } else if (nearest.best != kNoTime && file.started != kNoTime && nearest.best + kMonth < file.started) {
+    // Months before the file was begun. It was silent for half a year where it was written to as late as that.
+    const Time later = FromDate(YearOf(nearest.best) + 1, month, day);
+    nearest.best = later != kNoTime && later <= limit ? later : nearest.best;
   }
   return nearest.best;
 }

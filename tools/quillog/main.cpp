@@ -58,6 +58,9 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
     TextView view(options, query, output, *printer, text, report);
     view.Show();
     if (options.follow) {
+      if (options.last != 0) {
+        query.SetTimes(kNoTime, kNoTime);  // a day later, or when the clock is set, new lines are wanted all the same
+      }
       view.Follow();
     }
   }

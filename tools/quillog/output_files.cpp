@@ -41,10 +41,7 @@ std::string OutputOfFactory(const std::string& name) {
     const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
     return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
   }
-  const size_t dot = name.rfind('.');
-  const bool isRotated =
-      dot != std::string::npos && name.size() == dot + 2 && name[dot + 1] >= '1' && name[dot + 1] <= '5';
-  return isRotated ? name.substr(0, dot) : "";
+  return OutputFiles::IsRotated(name) ? name.substr(0, name.size() - 2) : "";
 }
 
 LogFile Describe(const std::string& path, LogFile::Kind kind) {
@@ -165,11 +162,34 @@ std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
+/// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
+bool IsBlankOrMembers(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  char first = 'x';
+  const ssize_t size = fd < 0 ? -1 : read(fd, &first, 1);
+  if (fd >= 0) {
+    close(fd);
+  }
+  return size == 0 || (size == 1 && (first == 0 || first == '\x1f'));
+}
+
+/// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
+/// text once more.
+void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
+  const auto isCopy = [&](const LogFile& file) {
+    return (file.path == output || file.path == output + ".1") && IsBlankOrMembers(file.path);
+  };
+  factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
+}
+
 void SetFiles(Output& output, const Seen& seen) {
   std::vector<LogFile> mapped = MappedFiles(output.path, seen);
   std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+  if (!mapped.empty()) {
+    DropCopiedLinks(output.path, factory);
+  }
   // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
-  const bool factoryIsNewer = IsRegular(output.path);
+  const bool factoryIsNewer = !factory.empty() && factory.back().path == output.path;
   std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
   const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
   older.insert(older.end(), newer.begin(), newer.end());
@@ -218,6 +238,10 @@ std::string OutputFiles::OutputOfIndexed(const std::string& path) {
   return path[start - 1] == '/' ? std::string() : path.substr(0, start);
 }
 
+bool OutputFiles::IsRotated(const std::string& path) {
+  return path.size() > 2 && path[path.size() - 2] == '.' && path.back() >= '1' && path.back() <= '5';
+}
+
 void OutputFiles::List(Output& output) {
   if (output.isFiles) {
     return;
@@ -238,7 +262,7 @@ void OutputFiles::Hold(Output& output) {
     if (!isRenamed) {
       return;
     }
-    Output again{output.path, {}, false};
+    Output again{output.path, {}};
     List(again);
     const auto same = [](const LogFile& a, const LogFile& b) {
       return a.path == b.path && a.inode == b.inode && a.device == b.device;
@@ -256,7 +280,8 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   if (!Look(directory)) {
     return false;
   }
-  if (directory.outputs.empty()) {
+  const bool isGuess = directory.outputs.empty();
+  if (isGuess) {
     for (const std::string& name : directory.others) {
       if (name[0] != '.' && !EndsWith(name, ".gz") && LooksLikeText(directory.prefix + name)) {
         directory.outputs[name];
@@ -264,7 +289,7 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
     }
   }
   for (const auto& [name, seen] : directory.outputs) {
-    Output output{directory.prefix + name, {}, false};
+    Output output{directory.prefix + name, {}, false, isGuess};
     SetFiles(output, seen);
     if (!output.files.empty()) {
       outputs->push_back(output);

@@ -11,6 +11,7 @@ struct Output {
   std::string path;  ///< "/data/log/t/cat"; what was named, for single files
   std::vector<LogFile> files;
   bool isFiles = false;  ///< made of files that were named one by one
+  bool isGuess = false;  ///< a text of any name, as a live file is that was not rotated yet
 };
 
 /// Which files make an output. Only looks at directories; a look makes a daemon there write what it holds.
@@ -31,6 +32,9 @@ LogFile Single(const std::string& path);
 
 /// "/d/cat.I007.20240131-235959.gz" -> "/d/cat"; empty for another name.
 std::string OutputOfIndexed(const std::string& path);
+
+/// True for "/d/cat.3".
+bool IsRotated(const std::string& path);
 
 }  // namespace OutputFiles
 

@@ -37,6 +37,10 @@ class TextPrinter : public Printer {
     static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
     const int level = color ? LevelOf(line) : -1;
     const char* const code = level >= 0 ? kColors[level] : nullptr;
+    if (isOpen && !line.follows) {
+      output.Write("\n", 1);  // together they would be a line that never was
+    }
+    isOpen = !line.ended;
     if (code != nullptr) {
       output.Write(std::string("\033[") + code + "m");
     }
@@ -52,6 +56,7 @@ class TextPrinter : public Printer {
  private:
   const bool color;
   TextOutput& output;
+  bool isOpen = false;  ///< the line before had no line feed
 };
 
 // As JSON (RFC 8259) -----------------------------------------------------------------------------------------------
@@ -158,13 +163,15 @@ class CsvPrinter : public Printer {
       output.Write(row + field + "\n");
       return;
     }
-    std::vector<Column> names = SplitColumns(*line.title, 0);
-    // The first name stands above the time, where the rows bear one.
-    if (isPolled && !names.empty() && names[0].start < timeLength) {
-      names.erase(names.begin());
+    if (line.title != title) {
+      title = line.title;
+      rowsBearTime = false;
     }
+    rowsBearTime |= isPolled;
+    const std::vector<Column> names = NamesAbove(line, isPolled);
     std::vector<std::string> values;
-    if (!Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
+    // Where rows bear the time, a line without is the rest of a value of several lines.
+    if (rowsBearTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
       ++misfits;
       return;
     }
@@ -194,6 +201,22 @@ class CsvPrinter : public Printer {
       header = text;
       output.Write(header + "\n");
     }
+  }
+
+  /// The names that stand above values: all but the first, where that one stands above the time.
+  static std::vector<Column> NamesAbove(const Line& line, bool isPolled) {
+    std::vector<Column> names = SplitColumns(*line.title, 0);
+    if (isPolled && !names.empty() && names[0].start < kPolledTime) {
+      names.erase(names.begin());
+    } else if (line.isBehindTime && names.size() > 1 && line.size < line.title->size()) {
+      // The time was a line of its own: the values begin where the row does, and the row is shorter than the title.
+      names.erase(names.begin());
+      const size_t shift = names[0].start;
+      for (Column& name : names) {
+        name.start -= shift;
+      }
+    }
+    return names;
   }
 
   /// Gives each name its value in a row of that length. False: nothing tells which value is whose.
@@ -236,6 +259,8 @@ class CsvPrinter : public Printer {
 
   TextOutput& output;
   std::string header;
+  std::shared_ptr<const std::string> title;
+  bool rowsBearTime = false;  ///< under that title
   size_t misfits = 0;
 };
 

@@ -23,7 +23,9 @@ class Selection {
 
   bool AddPath(const std::string& path, int looks = kLooks);
   bool AddDirectory(const std::string& path);
-  bool AddSubdirectories(const std::string& path);
+  bool AddFound(const std::string& path, const std::vector<Output>& outputs);
+  static std::vector<Output> InDirectories(const std::string& path);
+  void DropRepeated();
   static void OrderByAge(std::vector<LogFile>& files);
 
   std::vector<Output> found;

@@ -105,18 +105,22 @@ void Session::HandOn(Line& line) {
 }
 
 /// A title is the line behind an empty one. It has no time of its own, while rows have; where they have none it is
-/// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed.
+/// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed. The line feed of an
+/// empty line may have ended a row that its writer left unfinished, hence the same title is one anywhere.
 void Session::NoteTitle(Line& line) {
   ++lineNumber;
   const bool isEmpty = line.size == 0 || (line.size == 1 && line.text[0] == '\r');
   const bool isTime = line.hasOwnTime && line.text[0] == 'c';
   const bool sameTitle = title != nullptr && title->compare(0, std::string::npos, line.text, line.size) == 0;
-  const bool isTitle = !isEmpty && afterEmptyLine && !line.hasOwnTime && (lineNumber == 2 || rowsTellTime || sameTitle);
+  const bool isTitle =
+      !isEmpty && !line.hasOwnTime && (sameTitle || (afterEmptyLine && (lineNumber == 2 || rowsTellTime)));
   if (isTitle && !sameTitle) {
     title = std::make_shared<const std::string>(line.text, line.size);
   }
   line.isRow = !isEmpty && !isTime && !isTitle;
   line.title = title;
+  line.isBehindTime = afterTimeLine;
   rowsTellTime |= line.isRow && line.hasOwnTime;
   afterEmptyLine = isEmpty;
+  afterTimeLine = isTime;
 }

@@ -79,6 +79,7 @@ class Session : private LineSink {
   size_t lineNumber = 0;  ///< in the file
   bool rowsTellTime = false;
   bool afterEmptyLine = false;
+  bool afterTimeLine = false;
 };
 
 /// The times around the file of that place.

@@ -1,6 +1,7 @@
 #include "quillog/survey.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include "logfile/file_names.h"
 
@@ -44,7 +45,7 @@ std::string StateOf(const LogFile& file, const FileSummary& summary) {
   return {};
 }
 
-/// "cat.I007.20240131-235959.gz" -> "I007", "cat-0.tar.gz" -> "-0", "cat.3" -> ".3", "cat" -> "live"
+/// "cat.I007.20240131-235959.gz" -> "I007", "cat-10.tar.gz" -> "-10", "cat.3" -> ".3", "cat" -> "live"
 std::string IndexOf(const Output& output, const LogFile& file) {
   if (output.isFiles) {
     return file.Name();
@@ -57,7 +58,8 @@ std::string IndexOf(const Output& output, const LogFile& file) {
   if (name == base) {
     return "live";
   }
-  return name.compare(0, base.size(), base) == 0 ? name.substr(base.size(), 2) : name;
+  const size_t end = file.kind == LogFile::Kind::kArchive ? name.size() - strlen(".tar.gz") : name.size();
+  return name.compare(0, base.size(), base) == 0 ? name.substr(base.size(), end - base.size()) : name;
 }
 
 void ListOutput(const Output& output, TextOutput& text, Report& report) {

@@ -1,6 +1,7 @@
 #include "quillog/text_output.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -41,6 +42,13 @@ void TextOutput::Write(const char* text, size_t size) {
 void TextOutput::Flush() {
   WriteAll(buffer.data(), buffer.size());
   buffer.clear();
+}
+
+void TextOutput::EndWithoutReader() const {
+  pollfd output = {fd, 0, 0};
+  if (poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0) {
+    _exit(0);
+  }
 }
 
 void TextOutput::WriteAll(const char* text, size_t size) {

@@ -19,6 +19,8 @@ class TextOutput {
   void Write(const char* text, size_t size);
   void Write(const std::string& text) { Write(text.data(), text.size()); }
   void Flush();
+  /// Ends the program, as a write would, where the reader has gone away: nothing may be written for long.
+  void EndWithoutReader() const;
 
   /// Says how far the work is, when standard error is a terminal and the work takes longer than a second.
   void Progress(const std::string& text);

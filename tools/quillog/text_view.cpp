@@ -24,7 +24,14 @@ std::string KeyOf(const LogFile& file) {
 
 TextView::TextView(const Options& asked, const Query& wanted, Output& shown, Printer& form, TextOutput& to,
                    Report& reported)
-    : options(asked), query(wanted), output(shown), printer(form), text(to), report(reported), session(MakeSession()) {}
+    : options(asked),
+      query(wanted),
+      output(shown),
+      printer(form),
+      text(to),
+      report(reported),
+      session(MakeSession()),
+      leftOut(!query.TakesAll()) {}
 
 Session TextView::MakeSession() {
   Session::Options how;
@@ -37,8 +44,11 @@ Session TextView::MakeSession() {
   return Session(how, taker, report);
 }
 
-void TextView::Take(const Line& line) {
-  if ((printer.TakesRowsOnly() && !line.isRow) || !query.Matches(line)) {
+void TextView::Take(const Line& taken) {
+  Line line = taken;
+  line.follows = !leftOut;
+  leftOut = (printer.TakesRowsOnly() && !line.isRow) || !query.Matches(line);
+  if (leftOut) {
     return;
   }
   if (kept == nullptr) {
@@ -78,6 +88,7 @@ void TextView::ShowLast() {
     KeptLines part;
     kept = &part;
     keepAtMost = options.lines - lines.size();
+    leftOut = !query.TakesAll();
     if (place + 1 == output.files.size()) {
       ReadNewest();
     } else {
@@ -130,6 +141,7 @@ void TextView::Follow() {
     usleep(kFlushTime);
     ReadOn();
     text.Flush();
+    text.EndWithoutReader();
     usleep(kLookInterval);
     OutputFiles::List(output);
     OutputFiles::Hold(output);

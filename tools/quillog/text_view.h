@@ -28,7 +28,7 @@ class TextView {
   };
   using KeptLines = std::deque<KeptLine>;
 
-  void Take(const Line& line);
+  void Take(const Line& taken);
   void ShowAll();
   void ShowLast();
   void ReadNewest();
@@ -45,6 +45,7 @@ class TextView {
   TextOutput& text;
   Report& report;
   Session session;
+  bool leftOut;                        ///< the line before, or it may have been
   std::unique_ptr<FileReader> newest;  ///< while following
   LogFile newestFile;
   std::set<std::string> seen;  ///< files listed so far and still there

@@ -8,8 +8,6 @@
 namespace TimeText {
 namespace {
 
-constexpr Time kMonth = 30 * kDay;
-
 bool IsLeap(int year) {
   return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
 }

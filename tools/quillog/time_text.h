@@ -18,6 +18,7 @@ constexpr Time kSecond = 1000;
 constexpr Time kMinute = 60 * kSecond;
 constexpr Time kHour = 60 * kMinute;
 constexpr Time kDay = 24 * kHour;
+constexpr Time kMonth = 30 * kDay;
 
 /// kNoTime for a day that the year does not have.
 Time FromDate(int year, int month, int day);
