@@ -197,6 +197,7 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
       "mkdir ${O}_tmp; chmod 777 ${O}_tmp; ln -s /data/secret/shadow ${O}_tmp/unfinished.tar.gz",
       "ln -s /data/secret ${O}_tmp",
       "ln -s /data/secret/shadow $O.1; ln /data/secret/shadow $O.2",
+      "mkdir $O.1; ln /data/secret/shadow $O.1/cat-log.1",
   };
   for (const std::string& trap : traps) {
     for (const Mode mode : {kMapped, kFactory}) {
@@ -256,6 +257,15 @@ TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   EXPECT_EQ(fill(2), "");
   EXPECT_TRUE(KeptText(kFactory) == kept);
   EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp"));
+
+  // Nor may an archive that finds no place have the next five taken for its own.
+  Shell("rm -r /data/log/out/*; mkdir -p " + kOut + "-0.tar.gz/x");
+  settings.maxFiles = 1;
+  SetUpOutput(kFactory);
+  fill(11);
+  std::filesystem::remove_all(kOut + "-0.tar.gz");
+  fill(1);
+  EXPECT_TRUE(KeptText(kFactory) == kept.substr(kept.size() - 7 * 8000));
 }
 
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {

@@ -1,5 +1,6 @@
 #include "logfile/packing_directory.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -92,7 +93,12 @@ void PackingDirectory::DeleteFiles() const {
 }
 
 void PackingDirectory::Remove() const {
-  if (rmdir(path.c_str()) != 0) {
-    perror("unlink failed");
+  if (rmdir(path.c_str()) == 0) {
+    return;
+  }
+  const int error = errno;
+  perror("unlink failed");
+  if (error == ENOTEMPTY || error == EEXIST) {
+    MoveAway();
   }
 }

@@ -37,7 +37,7 @@ class RotatedFiles {
   void shiftInto(int vacant);
   int firstVacantNumber() const;
   void compressLogsFactory();
-  bool compressRunFactory(const PackingDirectory& directory);
+  void compressRunFactory(const PackingDirectory& directory);
   bool packMovedFiles(const PackingDirectory& directory);
   void moveArchivesUp(bool resumed);
 
