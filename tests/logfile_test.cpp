@@ -268,6 +268,23 @@ TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   EXPECT_TRUE(KeptText(kFactory) == kept.substr(kept.size() - 7 * 8000));
 }
 
+TEST_F(LogFileTest, NoEmptyFilePushesTextOutWhileTheDiskIsFull) {
+  MountSmallDisk(kDirectory, 300);
+  settings.keepRefused = true;
+  for (const Mode mode : {kMapped, kFactory}) {
+    SetUpOutput(mode);
+    std::string kept;
+    for (char c = 'a'; c < 'p'; ++c) {  // a file each
+      kept += std::string(999, c) + "\n";
+      Write(kept.substr(kept.size() - 1000));
+      if (c > 'd') Shell("cat /dev/zero >> /data/log/out/ballast || true");
+    }
+    Shell("rm /data/log/out/ballast");
+    SetUpOutput(mode);  // packs what could not be packed
+    EXPECT_EQ(KeptText(mode), kept.substr(mode == kMapped ? 3000 : 0));
+  }
+}
+
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
   // Archives to keep; rotations; what stands then; the first line in it.
   const std::tuple<size_t, int, std::string, int> cases[] = {

@@ -153,6 +153,9 @@ void FactoryOutput::openLogFileFactory() {
 
 void FactoryOutput::rotate() {
   deleteOldStyleFiles();
+  if (isRefusing && curFileBytes == collectedSize) {
+    return;  // the disk is full: one empty file after the other would push out those that hold text
+  }
   rotateLogsFactory();
 }
 

@@ -59,6 +59,11 @@ int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
 }
 
 void MappedOutput::rotate() {
+  mmapWriter.Flush();
+  if (!hasOldStyleFiles && mmapWriter.outputEmpty()) {
+    curFileBytes = 0;  // the disk is full: one empty file after the other would push out those that hold text
+    return;
+  }
   deleteOldStyleFiles();
   openLogFile();
   removeRedundancy();
