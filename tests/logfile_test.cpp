@@ -221,13 +221,14 @@ TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
             "#!/bin/sh\n"
             "setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $2 $2.away && ln -s /data/secret $2\"\n"
             "exec /bin/chown \"$@\"\n");
-  Shell("chmod 755 /tmp/bin/chown");
+  Shell("chmod 755 /tmp/bin/chown; mkdir -m 775 /data/log; /bin/chown root:system /data/log");
   const std::string path = getenv("PATH");
   setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
   for (const Mode mode : {kMapped, kFactory}) {
     SetUpOutput(mode);
     EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 644");
-    EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");  // and those of the group may write again
+    // And those of the group may write again.
+    EXPECT_EQ(OwnerAndMode(kDirectory) + OwnerAndMode("/data/log"), "root:system 775root:system 775");
   }
   setenv("PATH", path.c_str(), 1);
 }

@@ -84,6 +84,9 @@ void changeOwner(const char* path, const char* label, int file) {
   char message[kMessageSize];
   snprintf_s(message, sizeof message, sizeof message - 1, "%s[%s] err\n", label, path);
   const size_t length = strnlen(message, sizeof message);
+  const std::string text = path;
+  const size_t end = text.rfind('/');
+  const ClosedDirectory closed(text.substr(0, end != 0 ? end : 1));  // with a "/" behind it a link would be followed
   const pid_t child = fork();
   if (child == 0) {
     RunChown(const_cast<char*>(path), file, message, length);
@@ -91,11 +94,4 @@ void changeOwner(const char* path, const char* label, int file) {
   if (child > 0) {
     waitForChild(child);
   }
-}
-
-void changeFileOwner(const char* path, const char* label, int file) {
-  const std::string text = path;
-  const size_t end = text.rfind('/');
-  const ClosedDirectory closed(text.substr(0, end != 0 ? end : 1));  // with a "/" behind it a link would be followed
-  changeOwner(path, label, file);
 }

@@ -147,7 +147,7 @@ void FactoryOutput::openLogFileFactory() {
   if (fchmod(logFd, kLiveFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
   }
-  changeFileOwner(outputFilePath, "chown file", logFd);
+  changeOwner(outputFilePath, "chown file", logFd);
   startFile();
 }
 

@@ -99,7 +99,7 @@ bool MappedOutput::beginNextFile() {
   if (fchmod(file, kFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", logFilePath.c_str());
   }
-  changeFileOwner(logFilePath.c_str(), "chown ", file);
+  changeOwner(logFilePath.c_str(), "chown ", file);
   refreshSymlink();
   return true;
 }
