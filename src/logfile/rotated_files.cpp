@@ -35,6 +35,10 @@ std::string RotatedFiles::archive(int number) const {
 }
 
 void RotatedFiles::shift() {
+  // A full disk may have had no room for the directory that the five were to be packed in.
+  if (maxFiles != 0 && fileExists(numbered(kRotatedFiles))) {
+    compressLogsFactory();
+  }
   shiftInto(kRotatedFiles);
 }
 
@@ -59,6 +63,7 @@ void RotatedFiles::packIfFull() {
 
 /// Moves the five files into a directory of their own and packs them there.
 void RotatedFiles::compressLogsFactory() {
+  makeRoom();
   PackingDirectory directory(logFilePath);
   directory.Make();
   if (!directory.isOpen()) {
@@ -99,10 +104,14 @@ void RotatedFiles::compressRunFactory(const PackingDirectory& directory) {
   directory.Remove();
 }
 
+/// Deletes the oldest archive, which goes at the end of a packing anyway: its room is needed before.
+void RotatedFiles::makeRoom() const {
+  unlink(archive(static_cast<int>(maxFiles) - 1).c_str());
+}
+
 /// Leaves packed.tar.gz, or false.
 bool RotatedFiles::packMovedFiles(const PackingDirectory& directory) {
-  // The oldest archive goes at the end anyway: its room is needed now.
-  unlink(archive(static_cast<int>(maxFiles) - 1).c_str());
+  makeRoom();
   std::string names[kRotatedFiles];
   const char* paths[kRotatedFiles];
   for (int i = 0; i < kRotatedFiles; ++i) {
