@@ -59,12 +59,13 @@ int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
 }
 
 void MappedOutput::rotate() {
+  const bool wasCleaned = !hasOldStyleFiles;
+  deleteOldStyleFiles();
   mmapWriter.Flush();
-  if (!hasOldStyleFiles && mmapWriter.outputEmpty()) {
+  if (wasCleaned && mmapWriter.outputEmpty()) {
     curFileBytes = 0;  // the disk is full: one empty file after the other would push out those that hold text
     return;
   }
-  deleteOldStyleFiles();
   openLogFile();
   removeRedundancy();
 }
