@@ -197,6 +197,7 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
       "mkdir ${O}_tmp; chmod 777 ${O}_tmp; ln -s /data/secret/shadow ${O}_tmp/unfinished.tar.gz",
       "ln -s /data/secret ${O}_tmp",
       "ln -s /data/secret/shadow $O.1; ln /data/secret/shadow $O.2",
+      "mkdir $O.1; ln /data/secret/shadow $O.1/cat-log.1",
   };
   for (const std::string& trap : traps) {
     for (const Mode mode : {kMapped, kFactory}) {
@@ -220,13 +221,14 @@ TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
             "#!/bin/sh\n"
             "setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $2 $2.away && ln -s /data/secret $2\"\n"
             "exec /bin/chown \"$@\"\n");
-  Shell("chmod 755 /tmp/bin/chown");
+  Shell("chmod 755 /tmp/bin/chown; mkdir -m 775 /data/log; /bin/chown root:system /data/log");
   const std::string path = getenv("PATH");
   setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
   for (const Mode mode : {kMapped, kFactory}) {
     SetUpOutput(mode);
     EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 644");
-    EXPECT_EQ(OwnerAndMode(kDirectory), "root:system 775");  // and those of the group may write again
+    // And those of the group may write again.
+    EXPECT_EQ(OwnerAndMode(kDirectory) + OwnerAndMode("/data/log"), "root:system 775root:system 775");
   }
   setenv("PATH", path.c_str(), 1);
 }
@@ -256,6 +258,32 @@ TEST_F(LogFileTest, FactoryModeKeepsWhatItCannotPack) {
   EXPECT_EQ(fill(2), "");
   EXPECT_TRUE(KeptText(kFactory) == kept);
   EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp"));
+
+  // Nor may an archive that finds no place have the next five taken for its own.
+  Shell("rm -r /data/log/out/*; mkdir -p " + kOut + "-0.tar.gz/x");
+  settings.maxFiles = 1;
+  SetUpOutput(kFactory);
+  fill(11);
+  std::filesystem::remove_all(kOut + "-0.tar.gz");
+  fill(1);
+  EXPECT_TRUE(KeptText(kFactory) == kept.substr(kept.size() - 7 * 8000));
+}
+
+TEST_F(LogFileTest, NoEmptyFilePushesTextOutWhileTheDiskIsFull) {
+  MountSmallDisk(kDirectory, 300);
+  settings.keepRefused = true;
+  for (const Mode mode : {kMapped, kFactory}) {
+    SetUpOutput(mode);
+    std::string kept;
+    for (char c = 'a'; c < 'p'; ++c) {  // a file each
+      kept += std::string(999, c) + "\n";
+      Write(kept.substr(kept.size() - 1000));
+      if (c > 'd') Shell("cat /dev/zero >> /data/log/out/ballast || true");
+    }
+    Shell("rm /data/log/out/ballast");
+    SetUpOutput(mode);  // packs what could not be packed
+    EXPECT_EQ(KeptText(mode), kept.substr(mode == kMapped ? 3000 : 0));
+  }
 }
 
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {

@@ -21,12 +21,14 @@ constexpr mode_t kWritableByOthers = 022;
 /// changes the directory in one step, so that none is under way when this stands.
 class ClosedDirectory {
  public:
-  /// Takes the rights to write to `path`, but not of a directory that a link leads to. Opened as a path only: whoever
-  /// watches the directory for openings is not woken.
+  /// Takes the rights to write to `path`, but not of a directory that a link leads to, nor of one that is not the
+  /// process's own or that others share, as /tmp. Opened as a path only: whoever watches the directory for openings is
+  /// not woken.
   explicit ClosedDirectory(const std::string& path)
       : fd(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
     struct stat status;
-    if (fd >= 0 && fstat(fd, &status) == 0 && (status.st_mode & kWritableByOthers) != 0) {
+    if (fd >= 0 && fstat(fd, &status) == 0 && status.st_uid == geteuid() && (status.st_mode & S_ISVTX) == 0 &&
+        (status.st_mode & kWritableByOthers) != 0) {
       mode = status.st_mode & 07777;
       SetMode(mode & ~kWritableByOthers);
     }
@@ -84,6 +86,9 @@ void changeOwner(const char* path, const char* label, int file) {
   char message[kMessageSize];
   snprintf_s(message, sizeof message, sizeof message - 1, "%s[%s] err\n", label, path);
   const size_t length = strnlen(message, sizeof message);
+  const std::string text = path;
+  const size_t end = text.rfind('/');
+  const ClosedDirectory closed(text.substr(0, end != 0 ? end : 1));  // with a "/" behind it a link would be followed
   const pid_t child = fork();
   if (child == 0) {
     RunChown(const_cast<char*>(path), file, message, length);
@@ -91,11 +96,4 @@ void changeOwner(const char* path, const char* label, int file) {
   if (child > 0) {
     waitForChild(child);
   }
-}
-
-void changeFileOwner(const char* path, const char* label, int file) {
-  const std::string text = path;
-  const size_t end = text.rfind('/');
-  const ClosedDirectory closed(text.substr(0, end != 0 ? end : 1));  // with a "/" behind it a link would be followed
-  changeOwner(path, label, file);
 }

@@ -6,12 +6,10 @@
 /// can put another file in its place: the command is not run then. That, and a command that cannot be started, is
 /// reported on standard error as "<label>[<path>] err". Any thread may call it.
 ///
-/// Between the look and the command's own one lies its start, and the command follows links: `path` has to stand in a
-/// directory that nobody else may change meanwhile.
+/// Between the look and the command's own one lies its start, and the command follows links. So nobody else may write
+/// to the directory that `path` stands in while the command runs, if it is the daemon's own: 0775 is 0755 for so long.
+/// One with a sticky bit stays as it is, since many share it. A process that dies meanwhile leaves it so; the next
+/// set-up mends the directory of an output, the next boot the one above it.
 void changeOwner(const char* path, const char* label, int file);
-
-/// The same for a file in an output's directory, which group system may write to: it may not while the command runs,
-/// 0775 is 0755 for so long. A process that dies meanwhile leaves it so, and the next set-up mends it.
-void changeFileOwner(const char* path, const char* label, int file);
 
 #endif  // QUILCAT_LOGFILE_CHANGE_OWNER_H_

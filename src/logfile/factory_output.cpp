@@ -147,12 +147,15 @@ void FactoryOutput::openLogFileFactory() {
   if (fchmod(logFd, kLiveFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
   }
-  changeFileOwner(outputFilePath, "chown file", logFd);
+  changeOwner(outputFilePath, "chown file", logFd);
   startFile();
 }
 
 void FactoryOutput::rotate() {
   deleteOldStyleFiles();
+  if (isRefusing && curFileBytes == collectedSize) {
+    return;  // the disk is full: one empty file after the other would push out those that hold text
+  }
   rotateLogsFactory();
 }
 

@@ -59,7 +59,13 @@ int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
 }
 
 void MappedOutput::rotate() {
+  const bool wasCleaned = !hasOldStyleFiles;
   deleteOldStyleFiles();
+  mmapWriter.Flush();
+  if (wasCleaned && mmapWriter.outputEmpty()) {
+    curFileBytes = 0;  // the disk is full: one empty file after the other would push out those that hold text
+    return;
+  }
   openLogFile();
   removeRedundancy();
 }
@@ -94,7 +100,7 @@ bool MappedOutput::beginNextFile() {
   if (fchmod(file, kFileMode) != 0) {
     fprintf(stderr, "fchmod file[%s] err\n", logFilePath.c_str());
   }
-  changeFileOwner(logFilePath.c_str(), "chown ", file);
+  changeOwner(logFilePath.c_str(), "chown ", file);
   refreshSymlink();
   return true;
 }

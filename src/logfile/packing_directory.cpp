@@ -1,5 +1,6 @@
 #include "logfile/packing_directory.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -32,9 +33,10 @@ void PackingDirectory::Open() {
     return;
   }
   fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  const bool isOwn =
-      fd >= 0 && fstat(fd, &status) == 0 && status.st_uid == geteuid() && (status.st_mode & kWritableByOthers) == 0;
-  if (isOwn) {
+  // One that cannot be opened now, for want of a descriptor, is left alone if it is its own by the look of it.
+  const bool isExamined = fd < 0 || fstat(fd, &status) == 0;
+  if (isExamined && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
+      (status.st_mode & kWritableByOthers) == 0) {
     return;
   }
   if (fd >= 0) {
@@ -92,7 +94,12 @@ void PackingDirectory::DeleteFiles() const {
 }
 
 void PackingDirectory::Remove() const {
-  if (rmdir(path.c_str()) != 0) {
-    perror("unlink failed");
+  if (rmdir(path.c_str()) == 0) {
+    return;
+  }
+  const int error = errno;
+  perror("unlink failed");
+  if (error == ENOTEMPTY || error == EEXIST) {
+    MoveAway();
   }
 }

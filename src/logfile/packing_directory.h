@@ -36,7 +36,8 @@ class PackingDirectory {
   /// Deletes the five files; each failure, a missing file included, is reported on standard error.
   void DeleteFiles() const;
 
-  /// Removes the directory, which stays open. A failure is reported on standard error.
+  /// Removes the directory, which stays open. A failure is reported on standard error. What does not let itself be
+  /// deleted, as a directory in the place of a file, is moved out of the way with it.
   void Remove() const;
 
  private:

@@ -12,12 +12,11 @@ namespace {
 
 constexpr int kRotatedFiles = PackingDirectory::kFiles;
 
-/// Deletes `path` when another name leads to the same file: packed, it would be given away.
-void DropForeignName(const std::string& path) {
+/// True for a file that no other name leads to. Anything else was put in its place by somebody who may write in the
+/// log directory: another name of any file, or a directory with such names in it. Packed, it would be given away.
+bool IsOwnFile(const std::string& path) {
   struct stat status;
-  if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink > 1) {
-    unlinkFile(path);
-  }
+  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
 }  // namespace
@@ -36,6 +35,10 @@ std::string RotatedFiles::archive(int number) const {
 }
 
 void RotatedFiles::shift() {
+  // A full disk may have had no room for the directory that the five were to be packed in.
+  if (maxFiles != 0 && fileExists(numbered(kRotatedFiles))) {
+    compressLogsFactory();
+  }
   shiftInto(kRotatedFiles);
 }
 
@@ -60,14 +63,16 @@ void RotatedFiles::packIfFull() {
 
 /// Moves the five files into a directory of their own and packs them there.
 void RotatedFiles::compressLogsFactory() {
+  makeRoom();
   PackingDirectory directory(logFilePath);
   directory.Make();
   if (!directory.isOpen()) {
     return;
   }
-  if (directory.holdsFiles()) {
+  if (directory.holdsFiles() || fileExists(directory.packed())) {
     fprintf(stderr, "giving up five log files of %s that could not be packed\n", logFilePath.c_str());
     directory.DeleteFiles();
+    unlink(directory.packed().c_str());  // or the new five would be taken for those that are in it
   }
   for (int number = kRotatedFiles; number >= 1; --number) {
     if (rename(numbered(number).c_str(), directory.file(number).c_str()) != 0) {
@@ -81,32 +86,37 @@ void RotatedFiles::compressLogsFactory() {
 ///
 /// The archive is written inside the directory and only takes its place when it is whole, so that the process may die
 /// at any step: a file "packed.tar.gz" there says that the files are in it and may go, without it they are packed anew.
-/// False: they could not be packed and stay.
-bool RotatedFiles::compressRunFactory(const PackingDirectory& directory) {
+/// What could not be packed, and a whole archive that could not take its place, stays there.
+void RotatedFiles::compressRunFactory(const PackingDirectory& directory) {
   const bool resumed = fileExists(directory.packed());
   if (!resumed && directory.holdsFiles() && !packMovedFiles(directory)) {
     fprintf(stderr, "couldn't pack log files of %s, they stay in its compress dir\n", logFilePath.c_str());
-    return false;
+    return;
   }
   if (fileExists(directory.packed())) {
     directory.DeleteFiles();
     moveArchivesUp(resumed);
     renameIfThere(directory.packed(), archive(0), "while rename compressed files");
+    if (fileExists(directory.packed())) {
+      return;
+    }
   }
   directory.Remove();
-  return true;
+}
+
+/// Deletes the oldest archive, which goes at the end of a packing anyway: its room is needed before.
+void RotatedFiles::makeRoom() const {
+  unlink(archive(static_cast<int>(maxFiles) - 1).c_str());
 }
 
 /// Leaves packed.tar.gz, or false.
 bool RotatedFiles::packMovedFiles(const PackingDirectory& directory) {
-  // The oldest archive goes at the end anyway: its room is needed now.
-  unlink(archive(static_cast<int>(maxFiles) - 1).c_str());
+  makeRoom();
   std::string names[kRotatedFiles];
   const char* paths[kRotatedFiles];
   for (int i = 0; i < kRotatedFiles; ++i) {
     names[i] = directory.file(i + 1);
-    paths[i] = names[i].c_str();
-    DropForeignName(names[i]);
+    paths[i] = IsOwnFile(names[i]) ? names[i].c_str() : nullptr;
   }
   if (!tar_zip_files(kRotatedFiles, paths, directory.unfinished().c_str(), 0)) {
     return false;
@@ -145,9 +155,7 @@ void RotatedFiles::finishInterruptedRotation() {
         renameIfThere(numbered(number), directory.file(number), "while rename log files");
       }
     }
-    if (!compressRunFactory(directory)) {
-      return;
-    }
+    compressRunFactory(directory);
   }
   if (!fileExists(numbered(kRotatedFiles))) {
     return;

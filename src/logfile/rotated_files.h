@@ -19,7 +19,8 @@ class RotatedFiles {
   /// `livePath` is O; `maxFiles` archives are kept. With 0 there are none, and O.5 is replaced at each rotation.
   RotatedFiles(std::string livePath, uint64_t maxFiles);
 
-  /// Moves O.4 to O.5 and so on down to O to O.1. O is then free; it must be closed.
+  /// Moves O.4 to O.5 and so on down to O to O.1. O is then free; it must be closed. Five files that could not be moved
+  /// away to be packed are tried again first; the oldest is replaced when they still cannot.
   void shift();
 
   /// Makes an archive of the five files if there are that many. Files that could not be packed earlier are tried again
@@ -37,7 +38,8 @@ class RotatedFiles {
   void shiftInto(int vacant);
   int firstVacantNumber() const;
   void compressLogsFactory();
-  bool compressRunFactory(const PackingDirectory& directory);
+  void compressRunFactory(const PackingDirectory& directory);
+  void makeRoom() const;
   bool packMovedFiles(const PackingDirectory& directory);
   void moveArchivesUp(bool resumed);
 

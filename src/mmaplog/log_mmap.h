@@ -32,6 +32,9 @@ class LogMmap {
   /// True when the file is lost: all writes are refused from then on.
   bool isLost() const { return lost; }
 
+  /// True when nothing was written so far.
+  bool isEmpty() const { return writtenSize == 0; }
+
   /// The open file, borrowed, or -1.
   int descriptor() const { return fd; }
 

@@ -101,6 +101,11 @@ int Quil::outputDescriptor() {
   return file != nullptr ? file->descriptor() : -1;
 }
 
+bool Quil::outputEmpty() {
+  MutexLock held(writerLock);
+  return file != nullptr && file->descriptor() >= 0 && file->isEmpty();
+}
+
 bool Quil::Write(const void* data, size_t len) {
   MutexLock held(writerLock);
   const bool written = buffer->Write(data, len);

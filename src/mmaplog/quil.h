@@ -53,6 +53,9 @@ class Quil {
   /// text from the block on that it could not take waits, as far as it fits, for SetOutputPath(). Takes no lock.
   bool outputLost() const { return lost; }
 
+  /// True when there is a current file and no text is in it yet.
+  bool outputEmpty() EXCLUDES(writerLock);
+
   /// Appends `len` bytes of text. False: the text was dropped for lack of room, or the block that it completed was
   /// lost; with `keepRefused`: the text was not taken.
   bool Write(const void* data, size_t len) EXCLUDES(writerLock);

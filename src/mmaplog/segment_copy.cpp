@@ -25,7 +25,8 @@ struct Copy {
 // A key rather than a thread_local: where the system has no thread-local variables of its own, the first use of one in
 // a thread allocates memory, which a handler must not.
 pthread_key_t currentCopy;
-pthread_once_t handlerOnce = PTHREAD_ONCE_INIT;
+// One for all kinds of stores: installed twice, the handler would have itself for the previous one.
+pthread_once_t installation = PTHREAD_ONCE_INIT;
 bool handlerInstalled = false;
 struct sigaction previousAction;
 
@@ -71,7 +72,7 @@ void SetCurrentCopy(const Copy* copy) {
 /// Calls `store`, which stores to `segment`. False: a page was missing.
 template <typename Store>
 bool StoreGuarded(uint8_t* segment, const Store& store) {
-  pthread_once(&handlerOnce, InstallHandler);
+  pthread_once(&installation, InstallHandler);
   Copy copy = {segment, 0};
   SetCurrentCopy(&copy);
   std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -94,4 +95,3 @@ bool openPages(uint8_t* segment, size_t position, size_t size) {
 bool copyToSegment(uint8_t* segment, size_t position, const uint8_t* bytes, size_t size) {
   return StoreGuarded(segment, [=] { memcpy(segment + position, bytes, size); });
 }
-
