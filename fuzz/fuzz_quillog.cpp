@@ -61,13 +61,9 @@ struct Case {
       const size_t size = kMostText / 2 - choose.ConsumeIntegralInRange<size_t>(0, kMostText / 2 - 1);
       bytes += Member(text.substr(at, size));
       at += size;
-      if (choose.ConsumeIntegral<uint8_t>() < 8) {
-        bytes += choose.ConsumeRandomLengthString(40);
-      }
+      if (choose.ConsumeIntegral<uint8_t>() < 8) bytes += choose.ConsumeRandomLengthString(40);
     }
-    for (int count = choose.ConsumeIntegralInRange(0, 4); count > 0; --count) {
-      Damage(choose);
-    }
+    for (int count = choose.ConsumeIntegralInRange(0, 4); count > 0; --count) Damage(choose);
   }
 
  private:
@@ -99,15 +95,11 @@ class Model : public LineSink {
   explicit Model(const Case& logged) : all(logged) {}
 
   void OnLines(const char* text, size_t size, bool verified) override {
-    if (!verified && all.junkInMember) {
-      return;
-    }
+    if (!verified && all.junkInMember) return;
     for (const char* end = text + size; text < end;) {
       const char* feed = std::find(text, end, '\n');
       const std::string line(text, feed);
-      while (next < all.lines.size() && all.lines[next] != line) {
-        ++next;
-      }
+      while (next < all.lines.size() && all.lines[next] != line) ++next;
       // The last line of a file need not be finished.
       const bool isBeginning = feed == end && !all.lines.empty();
       if (next == all.lines.size() && !isBeginning) {
@@ -130,17 +122,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider choose(data, size);
   const Case log(choose);
   const int fd = memfd_create("log", MFD_CLOEXEC);
-  if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) {
-    abort();
-  }
+  if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
   Model model(log);
   LineAssembler assembler(model, [](uint64_t, const std::string&) {});
   MemberReader reader(fd, assembler, false);
   reader.Read(true);
   reader.Read(false);
   assembler.Finish(true);
-  if (!log.junkInMember && log.bytes.empty() != (reader.Summary().bytes == 0)) {
-    abort();
-  }
+  if (!log.junkInMember && log.bytes.empty() != (reader.Summary().bytes == 0)) abort();
   return 0;
 }
