@@ -70,22 +70,14 @@ struct Case {
   void Damage(FuzzedDataProvider& choose) {
     const size_t at = choose.ConsumeIntegralInRange<size_t>(0, bytes.size());
     const size_t size = std::min(bytes.size() - at, choose.ConsumeIntegralInRange<size_t>(kHole, 3000));
-    switch (choose.ConsumeIntegralInRange(0, 3)) {
-      case 0:
-        bytes.resize(at);
-        break;
-      case 1:
-        bytes.resize(at);
-        bytes.resize((at + 65535) / 65536 * 65536);
-        break;
-      case 2:
-        bytes.replace(at, size, size >= kHole ? size : 0, '\0');
-        break;
-      default:
-        junkInMember = true;
-        const std::string junk = choose.ConsumeRandomLengthString(100);
-        bytes.replace(at, std::min(bytes.size() - at, junk.size()), junk);
-    }
+    const int kind = choose.ConsumeIntegralInRange(0, 3);
+    if (kind <= 1) bytes.resize(at);
+    if (kind == 1) bytes.resize((at + 65535) / 65536 * 65536);
+    if (kind == 2) bytes.replace(at, size, size >= kHole ? size : 0, '\0');
+    if (kind <= 2) return;
+    junkInMember = true;
+    const std::string junk = choose.ConsumeRandomLengthString(100);
+    bytes.replace(at, std::min(bytes.size() - at, junk.size()), junk);
   }
 };
 
