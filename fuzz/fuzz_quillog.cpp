@@ -5,7 +5,6 @@
 // numbered, so that each is another. Verified lines are always a subsequence of the lines logged. Others are as well,
 // unless junk stands where a member's bytes should: nothing tells it from them.
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -16,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "choices.h"
 #include "quillog/line_assembler.h"
 #include "quillog/member_reader.h"
 
@@ -38,59 +38,67 @@ std::string Member(const std::string& text) {
   return member;
 }
 
-/// A log and what has become of it.
-struct Case {
+/// A log and what has become of it. Damages and blocks are chosen before the lines, which use up the rest of the input.
+class Case {
+ public:
+  explicit Case(Choices& choose) {
+    damages.resize(choose.Below(5));
+    for (Damage& damage : damages)
+      damage = {choose.Below(4), choose.Below(65536), choose.Below(3000), Junk(choose, 100)};
+    const std::string between = choose.Below(8) == 1 ? Junk(choose, 40) : "";
+    size_t sizes[4];
+    for (size_t& size : sizes) size = kMostText / 2 - choose.Below(kMostText / 2);
+    const std::string text = Lines(choose);
+    for (size_t at = 0, i = 0; at < text.size(); at += sizes[i++ % 4]) {
+      bytes += Member(text.substr(at, sizes[i % 4])) + between;
+    }
+    for (const Damage& damage : damages) Apply(damage);
+  }
+
   std::vector<std::string> lines;
   std::string bytes;
   bool junkInMember = false;
 
-  explicit Case(FuzzedDataProvider& choose) {
+ private:
+  struct Damage {
+    size_t kind, place, size;
+    std::string junk;
+  };
+
+  static std::string Junk(Choices& choose, size_t most) {
+    std::string junk(choose.Below(most), '\0');
+    for (char& byte : junk) byte = static_cast<char>(choose.Below(256));
+    return junk;
+  }
+
+  std::string Lines(Choices& choose) {
     std::string text;
-    const bool timed = choose.ConsumeBool();
-    for (int count = choose.ConsumeIntegralInRange(0, 600); count > 0 && text.size() < kMostText; --count) {
+    const bool timed = choose.Below(2) == 1;
+    for (size_t count = choose.Below(600); count > 0 && text.size() < kMostText; --count) {
       char head[64];
-      snprintf(head, sizeof head, "11-22 20:17:%02d.%03d <6>[%zu] ", count % 60, count % 1000, lines.size());
-      std::string line = (timed ? head : std::to_string(lines.size())) + choose.ConsumeRandomLengthString(20);
-      line.append(choose.ConsumeIntegral<uint8_t>(), static_cast<char>('a' + count % 26));
+      snprintf(head, sizeof head, "11-22 20:17:%02zu.%03zu <6>[%zu] ", count % 60, count, lines.size());
+      std::string line = (timed ? head : std::to_string(lines.size())) + Junk(choose, 20);
+      line.append(choose.Below(256), static_cast<char>('a' + count % 26));
       std::replace_if(
           line.begin(), line.end(), [](char c) { return c == '\n' || c == '\0'; }, '.');
       lines.push_back(line);
       text += line + '\n';
     }
-    for (size_t at = 0; at < text.size();) {
-      const size_t size = kMostText / 2 - choose.ConsumeIntegralInRange<size_t>(0, kMostText / 2 - 1);
-      bytes += Member(text.substr(at, size));
-      at += size;
-      if (choose.ConsumeIntegral<uint8_t>() < 8) {
-        bytes += choose.ConsumeRandomLengthString(40);
-      }
-    }
-    for (int count = choose.ConsumeIntegralInRange(0, 4); count > 0; --count) {
-      Damage(choose);
-    }
+    return text;
   }
 
- private:
-  void Damage(FuzzedDataProvider& choose) {
-    const size_t at = choose.ConsumeIntegralInRange<size_t>(0, bytes.size());
-    const size_t size = std::min(bytes.size() - at, choose.ConsumeIntegralInRange<size_t>(kHole, 3000));
-    switch (choose.ConsumeIntegralInRange(0, 3)) {
-      case 0:
-        bytes.resize(at);
-        break;
-      case 1:
-        bytes.resize(at);
-        bytes.resize((at + 65535) / 65536 * 65536);
-        break;
-      case 2:
-        bytes.replace(at, size, size >= kHole ? size : 0, '\0');
-        break;
-      default:
-        junkInMember = true;
-        const std::string junk = choose.ConsumeRandomLengthString(100);
-        bytes.replace(at, std::min(bytes.size() - at, junk.size()), junk);
-    }
+  void Apply(const Damage& damage) {
+    const size_t at = bytes.size() * damage.place / 65535;
+    const size_t size = std::min(bytes.size() - at, kHole + damage.size);
+    if (damage.kind <= 1) bytes.resize(at);
+    if (damage.kind == 1) bytes.resize((at + 65535) / 65536 * 65536);
+    if (damage.kind == 2) bytes.replace(at, size, size >= kHole ? size : 0, '\0');
+    if (damage.kind <= 2) return;
+    junkInMember = true;
+    bytes.replace(at, std::min(bytes.size() - at, damage.junk.size()), damage.junk);
   }
+
+  std::vector<Damage> damages;
 };
 
 /// Checks lines as they come against those logged.
@@ -99,15 +107,11 @@ class Model : public LineSink {
   explicit Model(const Case& logged) : all(logged) {}
 
   void OnLines(const char* text, size_t size, bool verified) override {
-    if (!verified && all.junkInMember) {
-      return;
-    }
+    if (!verified && all.junkInMember) return;
     for (const char* end = text + size; text < end;) {
       const char* feed = std::find(text, end, '\n');
       const std::string line(text, feed);
-      while (next < all.lines.size() && all.lines[next] != line) {
-        ++next;
-      }
+      while (next < all.lines.size() && all.lines[next] != line) ++next;
       // The last line of a file need not be finished.
       const bool isBeginning = feed == end && !all.lines.empty();
       if (next == all.lines.size() && !isBeginning) {
@@ -127,20 +131,16 @@ class Model : public LineSink {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider choose(data, size);
+  Choices choose(data, size);
   const Case log(choose);
   const int fd = memfd_create("log", MFD_CLOEXEC);
-  if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) {
-    abort();
-  }
+  if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
   Model model(log);
   LineAssembler assembler(model, [](uint64_t, const std::string&) {});
   MemberReader reader(fd, assembler, false);
   reader.Read(true);
   reader.Read(false);
   assembler.Finish(true);
-  if (!log.junkInMember && log.bytes.empty() != (reader.Summary().bytes == 0)) {
-    abort();
-  }
+  if (!log.junkInMember && log.bytes.empty() != (reader.Summary().bytes == 0)) abort();
   return 0;
 }

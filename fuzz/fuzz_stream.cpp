@@ -91,9 +91,8 @@ class Machine {
       if (kind == 2) failingWrites_ = 1 + choices_.Below(3);
       if (kind == 3) now.tv_usec += static_cast<suseconds_t>(43217 * choices_.Below(256));
       if (kind == 4) piece_.append(8100 + choices_.Below(128), 'x');
-      if (kind == 5) {
+      if (kind == 5)
         for (size_t lines = 16 * choices_.Below(256); lines > 0; --lines) piece_ += "a\n";
-      }
       for (size_t length = kind > 5 ? choices_.Below(32) : 0; length > 0; --length) {
         const size_t byte = choices_.Below(512);
         piece_ += byte == 'q' ? 'Q' : byte > 256 ? '\n' : static_cast<char>(byte);  // a "q" begins notes only

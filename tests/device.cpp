@@ -95,9 +95,8 @@ void MountSmallDisk(const std::string& directory, int kilobytes) {
 std::string Noise(size_t size, size_t seed) {
   std::mt19937 random(static_cast<unsigned>(seed));
   std::string bytes(size, '\0');
-  for (char& byte : bytes) {
+  for (char& byte : bytes)
     while (byte == '\0' || byte == '\n') byte = static_cast<char>(random());
-  }
   return bytes;
 }
 
@@ -247,9 +246,8 @@ std::vector<int> KernelLog::Numbers(const std::string& text) {
 }
 
 void KernelLoad::Feed() const {
-  for (int i = 0; !done;) {
+  for (int i = 0; !done;)
     if (kernel.Write(KernelLog::Line(i)) && ++i % 500 == 0) List("/data/log/t");
-  }
 }
 
 std::string Group(const std::string& style, const std::string& output, const std::string& node) {

@@ -68,9 +68,7 @@ std::string LinesOf(const std::string& bytes) {
 
 std::string Stamp(Time time) {
   std::string iso = TimeText::Iso(time, false);
-  for (const char c : {'-', '-', ':', ':'}) {
-    iso.erase(iso.find(c), 1);
-  }
+  for (const char c : {'-', '-', ':', ':'}) iso.erase(iso.find(c), 1);
   return iso.replace(8, 1, "-");
 }
 
@@ -86,9 +84,7 @@ class Clock {
   }
   std::string Lines(int count) {
     std::string text;
-    while (count-- > 0) {
-      text += Line();
-    }
+    while (count-- > 0) text += Line();
     return text;
   }
   Time time = 0;
@@ -120,9 +116,7 @@ struct Wreck {
       }
       const Time started = clock.time;
       std::vector<std::string> blocks;
-      for (int block = 0; block < 3; ++block) {
-        blocks.push_back(clock.Lines(300 + i));
-      }
+      for (int block = 0; block < 3; ++block) blocks.push_back(clock.Lines(300 + i));
       if (i == 4) {  // a block need not end with a line
         blocks[1] = blocks[0].substr(1000) + blocks[1];
         blocks[0].resize(1000);
@@ -144,41 +138,29 @@ struct Wreck {
     const std::string first = Member(blocks[0]);
     const std::string second = Member(blocks[1]);
     std::string third = Member(blocks[2]);
-    if (i == 16 || i == 18) {
-      return std::string(i == 16 ? 65536 : 0, '\0');
-    }
+    if (i == 16 || i == 18) return std::string(i == 16 ? 65536 : 0, '\0');
     const std::string hole = first.substr(0, first.size() / 2);
     Expect(i == 10 ? LinesOf(hole) : blocks[0], i != 10);
     Expect(blocks[1], true);
     const bool torn = i == 2 || i == 20;
-    if (torn) {
-      third.resize(third.size() * 2 / 3);
-    }
+    if (torn) third.resize(third.size() * 2 / 3);
     Expect(torn ? LinesOf(third) : blocks[2], !torn);
     std::string bytes = first + second + third;
-    if (i == 10) {
-      bytes.replace(hole.size(), 512, 512, '\0');
-    }
-    if (i == 20 || i == 15) {
-      bytes.resize(65536);
-    }
+    if (i == 10) bytes.replace(hole.size(), 512, 512, '\0');
+    if (i == 20 || i == 15) bytes.resize(65536);
     return bytes;
   }
 };
 
 size_t Count(const std::string& text, const std::string& part) {
   size_t count = 0;
-  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
-    ++count;
-  }
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
   return count;
 }
 
 std::string LastLines(const std::string& text, size_t count) {
   size_t at = text.size() - 1;
-  while (count-- > 0) {
-    at = text.rfind('\n', at - 1);
-  }
+  while (count-- > 0) at = text.rfind('\n', at - 1);
   return text.substr(at + 1);
 }
 
@@ -217,9 +199,7 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
       {"--last 5s", LastLines(wreck.text, 6)},
       {"-g '\\[7\\] '", Lines(wreck.text)[7] + "\n"},
       {"-v -g '<6>'", ""}};
-  for (const auto& [arguments, text] : filters) {
-    EXPECT_EQ(Quillog(arguments).text, text) << arguments;
-  }
+  for (const auto& [arguments, text] : filters) EXPECT_EQ(Quillog(arguments).text, text) << arguments;
 }
 
 TEST(Times, FollowFromNamesAndOrder) {
@@ -310,9 +290,7 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
       WriteFile(paths.back(), prefix + std::to_string(number) + "\n");
     }
     std::filesystem::create_directories(std::filesystem::path(archive).parent_path());
-    for (std::string& path : paths) {
-      names.push_back(path.data());
-    }
+    for (std::string& path : paths) names.push_back(path.data());
     EXPECT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
   };
   const std::string output = kOutput;
@@ -336,9 +314,7 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   EXPECT_EQ(text("not to be packed"), archived + "r5\nr4\nr3\nnewer\nr2\nr1\nlive\n");
   std::filesystem::remove(output + ".4");
   pack(output + "_tmp/packed.tar.gz", "p");
-  for (int number = 1; number <= 2; ++number) {
-    std::filesystem::remove(output + "." + std::to_string(number));
-  }
+  for (int number = 1; number <= 2; ++number) std::filesystem::remove(output + "." + std::to_string(number));
   EXPECT_EQ(text("packed"), archived + "p5\np4\np3\np2\np1\nlive\n");
 
   // An archive that was cut, and zeros in a file that the disk had not.
@@ -369,9 +345,7 @@ TEST(Damage, NothingIsShownOfAMemberThatContradictsItself) {
 }
 
 TEST(Lnav, KnowsBothKindsOfLines) {
-  if (system("command -v lnav > /dev/null") != 0) {
-    GTEST_SKIP() << "lnav is not installed";
-  }
+  if (system("command -v lnav > /dev/null") != 0) GTEST_SKIP() << "lnav is not installed";
   WriteFile("/tmp/formats/quilcat/quilcat.json", ReadFile(QUILCAT_LNAV_FORMAT));
   WriteFile("/tmp/kernel", "11-22 20:17:29.042 <6>[  101.000421] usb 1-1: new\n11-22 20:17:29.043 <12>[  102.5] hot\n");
   WriteFile("/tmp/rows", "2026-11-22 21:04:05 >  62   4000\n2026-11-22 21:04:10 >  63   4001\n");
@@ -402,9 +376,7 @@ TEST(OddInput, IsAnswered) {
   for (int i = 0; i < (Sanitized() ? 10000 : 100000); ++i) {
     char name[64];
     snprintf(name, sizeof name, "/data/log/many/cat.I%03d.2026%04d-000000.gz", i % 1000, i / 1000);
-    if (i == 0) {
-      WriteFile(name, "");
-    }
+    if (i == 0) WriteFile(name, "");
     close(open(name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
   }
   const struct {
@@ -458,9 +430,7 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
       ASSERT_TRUE(daemon.WaitUntilRunning()) << daemon.Errors();
       KernelLog kernel;
       for (const int end = line + 6000; line < end;) {
-        if (!kernel.Write(KernelLog::Line(line))) {
-          continue;
-        }
+        if (!kernel.Write(KernelLog::Line(line))) continue;
         last = line++;
         if (line % 1500 == 0) {
           const Result read = Quillog(kOutput);
@@ -483,9 +453,7 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
     EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end()), numbers.end());
     std::string decoded;
-    for (const std::string& path : IndexedPaths("/data/log/t")) {
-      decoded += Decode(path).text;
-    }
+    for (const std::string& path : IndexedPaths("/data/log/t")) decoded += Decode(path).text;
     EXPECT_TRUE(all.text == (mode[0] == 'm' ? decoded : FactoryText(kOutput)));
     EXPECT_TRUE(WaitFor([&] { return ReadFile("/tmp/followed").size() >= all.text.size(); })) << all.text.size();
     EXPECT_TRUE(ReadFile("/tmp/followed") == all.text) << ReadFile("/tmp/followed").size() << " " << all.text.size();
@@ -506,9 +474,7 @@ TEST(Follow, GoesOnBehindADeletedFile) {
   ASSERT_TRUE(WaitFor([] { return !IndexedPaths("/data/log/t").empty(); }));
   sleep(1);
   EXPECT_TRUE(comes(1));
-  for (const std::string& path : IndexedPaths("/data/log/t")) {
-    unlink(path.c_str());
-  }
+  for (const std::string& path : IndexedPaths("/data/log/t")) unlink(path.c_str());
   EXPECT_TRUE(comes(2));
   EXPECT_TRUE(comes(3));
   EXPECT_EQ(KernelLog::Numbers(ReadFile("/tmp/followed")), (std::vector<int>{1, 2, 3}));

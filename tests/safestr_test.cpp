@@ -31,9 +31,8 @@ int Model(char function, char* dest, size_t dest_max, const char* src, size_t co
     return memcpy(dest, copied.c_str(), moved), 0;
   }
   size_t length = 0;
-  for (; length < dest_max && dest[length] != '\0'; ++length) {
+  for (; length < dest_max && dest[length] != '\0'; ++length)
     if (dest < src && dest + length == src) return reset(182);
-  }
   if (length == dest_max) return reset(150);
   for (size_t j = 0;; ++j) {
     dest[length + j] = src[j];

@@ -44,14 +44,18 @@ class Quilbase : private LogOutput::Owner {
   int logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone);
 
   /// Reads the node at `path` to its end and writes each piece of up to 8191 bytes, less its last character, as a
-  /// column. A node that cannot be read gives the column "Read Fail", or 1 when `width` is 0.
+  /// column. A node that cannot be read gives the column "Read Fail", or 1 when `width` is 0. With a `failureRetry` in
+  /// the group a failed read is repeated after a second; when that many have failed, it gives 1 and no column. A stop
+  /// gives 1, too.
   int node_cat_once(const char* path, size_t width, bool lineDone);
 
-  /// The same for one read from the first node of `list` that opens.
+  /// The same for one read, never repeated, from the first node of `list` that opens; of no bytes it is an empty
+  /// column.
   int node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone);
 
-  /// Reads the node at `path` and writes each line behind the time of its arrival, until the node or a write fails or
-  /// the thread is asked to stop. Always 1.
+  /// Reads the node at `path` and writes each line behind the time of its arrival, until the node or a write fails in a
+  /// way that the group's `on_write_failure` and `failureRetry` do not outlive, or the thread is asked to stop.
+  /// Always 1.
   int node_cat_stream(const char* path);
 
  private:

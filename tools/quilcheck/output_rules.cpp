@@ -50,7 +50,7 @@ struct Output {
     return suffixes;
   }
 
-  /// The same for names that it removes or replaces whatever stands there. In mapped mode these are its links, and what
+  /// The same for names that it removes or replaces whatever stands there. In mmap mode these are its links, and what
   /// factory mode may have left.
   std::vector<std::string> ReplacedSuffixes() const {
     std::vector<std::string> suffixes = {"", mapped ? ".0" : "_tmp"};

@@ -44,9 +44,9 @@ std::string Json(const Report& report, bool withServices);
 std::string StyleName(const GroupReading& group);
 /// The keyword of the service's write mode.
 std::string WriteModeName(const ServiceReading& service);
-/// KiB of text that one output of the service keeps at most, before compression; 0: no bound, or nothing.
+/// KiB of text that one output of the service keeps at most, before compression; 0: no bound.
 unsigned long long MostKilobytes(const ServiceReading& service);
-/// Log files kept of each output in mapped mode, archives of five files in factory mode.
+/// Log files kept of each output in mmap mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);
 /// The row that each file of a polled group begins with; empty when it has none. A title that a node gives shows as the
 /// node's name in angle brackets.

@@ -96,14 +96,10 @@ std::string MostDisk(const ServiceReading& service) {
   if (service.record->rotate_size_kbytes == 0) {
     return "without bound";
   }
-  if (MostKilobytes(service) == 0) {
-    return "nothing is kept";
-  }
   const bool mapped = service.record->writeMode == WRITE_MMAP;
   const size_t files = FilesKept(service);
-  const std::string count = mapped       ? std::to_string(files)
-                            : files == 0 ? "6"
-                                         : "5 x (1 + " + std::to_string(files) + ')';
+  const std::string sum = "(1 + " + std::to_string(files) + ')';
+  const std::string count = mapped ? sum : files == 0 ? "6" : "5 x " + sum;
   return Size(MostKilobytes(service)) + " for each output: " + count + " x " +
          Size(service.record->rotate_size_kbytes) +
          (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
@@ -179,7 +175,7 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
   const unsigned long long size = service.record->rotate_size_kbytes;
   const size_t files = FilesKept(service);
   if (service.record->writeMode == WRITE_MMAP) {
-    return files * size;
+    return (files + 1) * size;  // a start keeps that many beside the file that it begins
   }
   // Without archives the live file and five rotated ones; else five rotated ones that are being packed.
   return (files == 0 ? kFilesPerArchive + 1 : kFilesPerArchive * (files + 1)) * size;
@@ -212,7 +208,8 @@ std::string Summary(const ServiceReading& service) {
   text += Row("write mode", WriteModeName(service) + ": " + service.whyWriteMode);
   text += Row("rotation", Rotation(service)) + Row("kept", Kept(service)) + Row("most disk", MostDisk(service));
   const size_t seconds = service.record->sync_seconds;
-  text += Row("synced", seconds == 0 ? "when the kernel does" : "within " + std::to_string(seconds) + " s");
+  text +=
+      Row("synced", seconds == 0 ? "when the kernel does" : "every " + std::to_string(seconds) + " s while text comes");
   text += Row("CPUs", service.record->cpu_set == CPU_SET_LITTLE ? "0 to 3" : "all");
   size_t number = 0;
   for (const GroupReading& group : service.groups) {
