@@ -44,7 +44,7 @@ std::string Json(const Report& report, bool withServices);
 std::string StyleName(const GroupReading& group);
 /// The keyword of the service's write mode.
 std::string WriteModeName(const ServiceReading& service);
-/// KiB of text that one output of the service keeps at most, before compression; 0: no bound, or nothing.
+/// KiB that one output of the service takes at most, its text not being compressed; 0: no bound, or nothing.
 unsigned long long MostKilobytes(const ServiceReading& service);
 /// Log files kept of each output in mapped mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);
