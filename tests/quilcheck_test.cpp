@@ -85,7 +85,8 @@ std::string Style(const std::string& attributes, const std::string& inputs = kNo
 std::string Outputs(const std::vector<std::string>& paths) {
   std::string groups;
   for (const std::string& path : paths) {
-    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + '>' + kNode + "</quilcatGroup>\n";
+    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + "><inputNodeSet><dataPath=/dev/n" +
+              (groups.empty() ? "" : std::to_string(groups.size())) + "></inputNodeSet></quilcatGroup>\n";
   }
   return groups;
 }
@@ -123,6 +124,8 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {kStream + "<logRotateSizeKBytes=0>", {"2 warning: *until the disk is full", "3 warning: *again*"}},
       {kStream + "<maxCompressdFiles=1001>", {"2 warning: *takes 1000", "3 warning: *again*"}},
       // Keywords.
+      {kStream + "<writeMode/>", {"3 error: writeMode without value: the daemon takes factory"}},
+      {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"2 warning: *no archive is made", "3 warning: *again*"}},
       {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
       {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
       {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
@@ -132,7 +135,9 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Poll("<inputNodeSet><dataPath=/d/></inputNodeSet>"), {"4 error: *ends in*"}},
       {Poll("<inputNodeSet><dataPath=/" + x256 + "></inputNodeSet>"), {"4 error: *is longer than 255 bytes*"}},
       {Poll("<inputNodeSet><dataPath=/d><title=" + x256 + "></inputNodeSet>"), {"4 warning: *longer than 255 bytes*"}},
-      {Outputs({"log"}), {"3 error: *is not an absolute path*"}},
+      {Outputs({"log"}), {"3 error: *is not an absolute path: nothing is logged"}},
+      {Outputs({"/data/log/.."}), {"3 error: *ends in \"..\": the daemon makes hidden files*"}},
+      {Outputs({"/data/log/log-%d"}), {"3 warning: *looks like a pattern*"}},
       {Outputs({"/data/" + x256.substr(0, 232)}), {"3 error: *more than 231 bytes*"}},
       {Outputs({"/log/x"}), {"3 warning: *outside /data*"}},
       // Validity.
@@ -218,8 +223,9 @@ TEST(Quilcheck, WholeFiles) {
                   Outputs({path}) + "</quilcat>");
   };
   const std::string two = open + group("s", "/data/a/log") + group("t", "/data/a/log2") + "<quilcat name='s'/>" + close;
-  ExpectFindings(*CheckText(two, "t"), {"2 error: the clean-up*"}, two);
-  ExpectFindings(*CheckText(two, "s"), {"2 error: the clean-up*", "4 error: service \"s\" again*"}, two);
+  const std::string clash = "2 error: the clean-up*", shared = "3 warning: *\"/dev/n\" is streamed in line 2 too*";
+  ExpectFindings(*CheckText(two, "t"), {clash, shared}, two);
+  ExpectFindings(*CheckText(two, "s"), {clash, shared, "4 error: service \"s\" again*"}, two);
   std::string late = open + std::string(70000, '\n') + "<quilcat name='s'>\n<oops/>\n</quilcat>" + close;
   ExpectFindings(*CheckText(late, "s"), {"7000? warning: *", "7000? warning: *", "7000? error: *", "7000? error: *"},
                  "");
@@ -478,7 +484,7 @@ TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_NE(usual.find("/quilcat_config.xml:1: warning: no service kmsglogcat in this file"), std::string::npos)
       << usual;
   EXPECT_NE(usual.find("write mode    mmap: as writeMode says\n"), std::string::npos) << usual;
-  EXPECT_NE(usual.find("most disk     5 KiB for each output: 5 x 1 KiB of text"), std::string::npos) << usual;
+  EXPECT_NE(usual.find("most disk     320 KiB for each output: 5 x 64 KiB, which"), std::string::npos) << usual;
   EXPECT_EQ(usual.substr(usual.size() - 9), "status 0\n");
   EXPECT_EQ(Shell("-q -s s"), "status 0\n");
   EXPECT_NE(Shell("-q -W").find("status 1"), std::string::npos);

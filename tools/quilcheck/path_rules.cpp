@@ -63,9 +63,14 @@ std::string NormalPath(const std::string& path) {
   return normal;
 }
 
+bool NamesFile(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name != "." && name != "..";
+}
+
 bool HasUsableOutput(const GroupReading& group) {
   const std::string path = group.Output();
-  return !path.empty() && path.front() == '/' && path.back() != '/';
+  return !path.empty() && path.front() == '/' && NamesFile(path);
 }
 
 void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings) {

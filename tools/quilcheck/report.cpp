@@ -96,6 +96,7 @@ void CheckAll(const Root* root, bool allServices, Report* report) {
     }
     report->findings.SetService("");
   }
+  CheckStreams(report->services, &report->findings);
   CheckOutputs(report->services, &report->findings);
 }
 
