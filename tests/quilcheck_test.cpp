@@ -120,12 +120,12 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='poll_node' interval='0.5'"),
        {"3 error: *takes it for 0; there are no fractions", "3 warning: *polls without a pause"}},
       {Style("value='poll_node'"), {"3 warning: *polls without a pause"}},
-      {kStream + "<maxCompressdFiles=0>", {"2 warning: *no log is kept*", "3 warning: *again*"}},
-      {kStream + "<logRotateSizeKBytes=0>", {"2 warning: *until the disk is full", "3 warning: *again*"}},
-      {kStream + "<maxCompressdFiles=1001>", {"2 warning: *takes 1000", "3 warning: *again*"}},
+      {kStream + "<maxCompressdFiles=0>", {"3 warning: *again*", "3 warning: *no log is kept*"}},
+      {kStream + "<logRotateSizeKBytes=0>", {"3 warning: *again*", "3 warning: *until the disk is full"}},
+      {kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
       // Keywords.
       {kStream + "<writeMode/>", {"3 error: writeMode without value: the daemon takes factory"}},
-      {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"2 warning: *no archive is made", "3 warning: *again*"}},
+      {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"3 warning: *again*", "3 warning: *no archive is made"}},
       {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
       {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
       {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
@@ -462,9 +462,11 @@ TEST(Quilcheck, RootIsLookedUp) {
   EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
   ExpectFindings(*CheckText(Service(Outputs({"/data/new/log"})), "s", "/data/root"), {}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/file></inputNodeSet>\n<inputNodeSet>"
-                                         "<alterdataPath=/link/log><alterdataPath=/none></inputNodeSet>")),
+                                         "<alterdataPath=/none><alterdataPath=/link/log></inputNodeSet>\n<inputNodeSet>"
+                                         "<alterdataPath=/none>\n<alterdataPath=/no></inputNodeSet>")),
                             "s", "/data/root"),
-                 {"3 warning: *is a directory; did*", "5 warning: *is a directory*", "5 warning: *does not exist*"},
+                 {"3 warning: *is a directory; did*", "5 warning: *is a directory*", "6 warning: *does not exist*",
+                  "7 warning: *does not exist*"},
                  "");
 }
 

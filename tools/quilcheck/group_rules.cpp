@@ -32,6 +32,15 @@ int LineOfChild(const xmlNode* element, const char* name) {
   return LineOf(child != nullptr ? child : element);
 }
 
+/// The line of the last child of that name, which counts, or of the element itself.
+int LineOfSetting(const xmlNode* element, const char* name) {
+  const xmlNode* last = element;
+  for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
+    last = IsElement(child, name) ? child : last;
+  }
+  return LineOf(last);
+}
+
 /// What a group needs and does not have; null when nothing is missing.
 const char* MissingInput(const GroupReading& group) {
   const bool isEmpty = group.record->input == nullptr;
@@ -76,22 +85,22 @@ class ServiceRules {
 void ServiceRules::CheckSettings() const {
   const int line = LineOf(service.element);
   if (service.record->rotate_size_kbytes == 0) {
-    findings->Warning(LineOfChild(service.element, "logRotateSizeKBytes"),
+    findings->Warning(LineOfSetting(service.element, "logRotateSizeKBytes"),
                       "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
   }
   const size_t files = service.record->maxCompressdFiles;
   if (files == 0) {
     const bool isMapped = service.record->writeMode == WRITE_MMAP;
     findings->Warning(
-        LineOfChild(service.element, "maxCompressdFiles"),
+        LineOfSetting(service.element, "maxCompressdFiles"),
         std::string("maxCompressdFiles is 0 or missing: ") +
             (isMapped ? "no log is kept at a rotation" : "five rotated files are kept, and no archive is made"));
   } else if (files > kMostFiles) {
-    findings->Warning(LineOfChild(service.element, "maxCompressdFiles"),
+    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
                       "maxCompressdFiles is above 1000: the daemon takes 1000");
   }
   if (service.record->cpu_set == CPU_SET_BIG) {
-    findings->Warning(LineOfChild(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
+    findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
   }
   if (service.groups.empty()) {
     findings->Error(line, "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
