@@ -128,7 +128,7 @@ std::string FindFile(const std::string& root) {
   const Root directory(root.empty() ? "/" : root);
   for (const char* path : QuilConfig::kCandidates) {
     if (directory.Look(path).has_value()) {
-      return root + path;
+      return root.substr(0, root.find_last_not_of('/') + 1) + path;
     }
   }
   return "";
