@@ -523,6 +523,8 @@ TEST(Quilcheck, HostileFilesAreRefusedSoon) {
       repeat(100000, "<c>"),
       repeat(20000, "<c>") + repeat(10000, "</c>"),
       "<c>" + repeat(20000, "<a/>") + "</c>",
+      "<c><quilcat name='s'>" + repeat(2200, "<quilcatGroup><outputFilePath value='/d/a'/></quilcatGroup>") +
+          "</quilcat></c>",
       "<c>" + repeat(5, "<quilcat name='s'>" + repeat(600, "<quilcatGroup/>") + "</quilcat>") + "</c>",
   };
   const std::string limit = Device::Sanitized() ? "" : "ulimit -v 100000; ";
