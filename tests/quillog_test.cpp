@@ -130,6 +130,7 @@ struct Wreck {
       WriteFile(IndexedPath(990 + i, started), Bytes(i, blocks));
     }
     symlink("/nowhere/else", kOutput);
+    WriteFile(std::string(kOutput) + ".1", Member("a link that was copied as what it leads to\n"));
   }
 
  private:

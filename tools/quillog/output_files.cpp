@@ -165,11 +165,26 @@ std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
+/// Beside indexed files, what has a plain file's name and gzip's first bytes: a copy of what one of their two links
+/// leads to. `adb pull` follows links.
+bool IsCopyOfLink(const LogFile& file) {
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  char bytes[2] = {};
+  const bool isGzip = fd >= 0 && read(fd, bytes, sizeof bytes) == sizeof bytes && memcmp(bytes, "\x1f\x8b", 2) == 0;
+  if (fd >= 0) {
+    close(fd);
+  }
+  return file.kind == LogFile::Kind::kPlain && isGzip;
+}
+
 void SetFiles(Output& output, const Seen& seen) {
   std::vector<LogFile> mapped = MappedFiles(output.path, seen);
   std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+  if (!mapped.empty()) {
+    factory.erase(std::remove_if(factory.begin(), factory.end(), IsCopyOfLink), factory.end());
+  }
   // The write mode may have changed: the files of the mode before are deleted at the first rotation, not earlier.
-  const bool factoryIsNewer = IsRegular(output.path);
+  const bool factoryIsNewer = !factory.empty() && factory.back().path == output.path;
   std::vector<LogFile>& older = factoryIsNewer ? mapped : factory;
   const std::vector<LogFile>& newer = factoryIsNewer ? factory : mapped;
   older.insert(older.end(), newer.begin(), newer.end());
