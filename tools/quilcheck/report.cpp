@@ -127,8 +127,9 @@ bool Check(const Request& request, Report* report, std::string* reason) {
 std::string FindFile(const std::string& root) {
   const Root directory(root.empty() ? "/" : root);
   for (const char* path : QuilConfig::kCandidates) {
-    if (directory.Look(path).has_value()) {
-      return root.substr(0, root.find_last_not_of('/') + 1) + path;
+    std::string file = directory.Outside(path);
+    if (!file.empty()) {
+      return file;
     }
   }
   return "";
