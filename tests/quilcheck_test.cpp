@@ -85,7 +85,8 @@ std::string Style(const std::string& attributes, const std::string& inputs = kNo
 std::string Outputs(const std::vector<std::string>& paths) {
   std::string groups;
   for (const std::string& path : paths) {
-    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + '>' + kNode + "</quilcatGroup>\n";
+    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + "><inputNodeSet><dataPath=/dev/n" +
+              (groups.empty() ? "" : std::to_string(groups.size())) + "></inputNodeSet></quilcatGroup>\n";
   }
   return groups;
 }
@@ -119,10 +120,12 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='poll_node' interval='0.5'"),
        {"3 error: *takes it for 0; there are no fractions", "3 warning: *polls without a pause"}},
       {Style("value='poll_node'"), {"3 warning: *polls without a pause"}},
-      {kStream + "<maxCompressdFiles=0>", {"2 warning: *no log is kept*", "3 warning: *again*"}},
-      {kStream + "<logRotateSizeKBytes=0>", {"2 warning: *until the disk is full", "3 warning: *again*"}},
-      {kStream + "<maxCompressdFiles=1001>", {"2 warning: *takes 1000", "3 warning: *again*"}},
+      {kStream + "<maxCompressdFiles=0>", {"3 warning: *again*", "3 warning: *no log is kept*"}},
+      {kStream + "<logRotateSizeKBytes=0>", {"3 warning: *again*", "3 warning: *until the disk is full"}},
+      {kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
       // Keywords.
+      {kStream + "<writeMode/>", {"3 error: writeMode without value: the daemon takes factory"}},
+      {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"3 warning: *again*", "3 warning: *no archive is made"}},
       {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
       {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
       {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
@@ -132,7 +135,9 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Poll("<inputNodeSet><dataPath=/d/></inputNodeSet>"), {"4 error: *ends in*"}},
       {Poll("<inputNodeSet><dataPath=/" + x256 + "></inputNodeSet>"), {"4 error: *is longer than 255 bytes*"}},
       {Poll("<inputNodeSet><dataPath=/d><title=" + x256 + "></inputNodeSet>"), {"4 warning: *longer than 255 bytes*"}},
-      {Outputs({"log"}), {"3 error: *is not an absolute path*"}},
+      {Outputs({"log"}), {"3 error: *is not an absolute path: nothing is logged"}},
+      {Outputs({"/data/log/.."}), {"3 error: *ends in \"..\": the daemon makes hidden files*"}},
+      {Outputs({"/data/log/log-%d"}), {"3 warning: *looks like a pattern*"}},
       {Outputs({"/data/" + x256.substr(0, 232)}), {"3 error: *more than 231 bytes*"}},
       {Outputs({"/log/x"}), {"3 warning: *outside /data*"}},
       // Validity.
@@ -214,8 +219,9 @@ TEST(Quilcheck, WholeFiles) {
                   Outputs({path}) + "</quilcat>");
   };
   const std::string two = open + group("s", "/data/a/log") + group("t", "/data/a/log2") + "<quilcat name='s'/>" + close;
-  ExpectFindings(*CheckText(two, "t"), {"2 error: the clean-up*"}, two);
-  ExpectFindings(*CheckText(two, "s"), {"2 error: the clean-up*", "4 error: service \"s\" again*"}, two);
+  const std::string clash = "2 error: the clean-up*", shared = "3 warning: *\"/dev/n\" is streamed in line 2 too*";
+  ExpectFindings(*CheckText(two, "t"), {clash, shared}, two);
+  ExpectFindings(*CheckText(two, "s"), {clash, shared, "4 error: service \"s\" again*"}, two);
   std::string late = open + std::string(70000, '\n') + "<quilcat name='s'>\n<oops/>\n</quilcat>" + close;
   ExpectFindings(*CheckText(late, "s"), {"7000? warning: *", "7000? warning: *", "7000? error: *", "7000? error: *"},
                  "");
@@ -419,9 +425,11 @@ TEST(Quilcheck, RootIsLookedUp) {
   EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
   ExpectFindings(*CheckText(Service(Outputs({"/data/new/log"})), "s", "/data/root"), {}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/file></inputNodeSet>\n<inputNodeSet>"
-                                         "<alterdataPath=/link/log><alterdataPath=/none></inputNodeSet>")),
+                                         "<alterdataPath=/none><alterdataPath=/link/log></inputNodeSet>\n<inputNodeSet>"
+                                         "<alterdataPath=/none>\n<alterdataPath=/no></inputNodeSet>")),
                             "s", "/data/root"),
-                 {"3 warning: *is a directory; did*", "5 warning: *is a directory*", "5 warning: *does not exist*"},
+                 {"3 warning: *is a directory; did*", "5 warning: *is a directory*", "6 warning: *does not exist*",
+                  "7 warning: *does not exist*"},
                  "");
 }
 
@@ -441,7 +449,7 @@ TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_NE(usual.find("/quilcat_config.xml:1: warning: no service kmsglogcat in this file"), std::string::npos)
       << usual;
   EXPECT_NE(usual.find("write mode    mmap: as writeMode says\n"), std::string::npos) << usual;
-  EXPECT_NE(usual.find("most disk     6 KiB for each output: (1 + 5) x 1 KiB of text"), std::string::npos) << usual;
+  EXPECT_NE(usual.find("most disk     384 KiB for each output: (1 + 5) x 64 KiB, which"), std::string::npos) << usual;
   EXPECT_EQ(usual.substr(usual.size() - 9), "status 0\n");
   EXPECT_EQ(Shell("-q -s s"), "status 0\n");
   EXPECT_NE(Shell("-q -W").find("status 1"), std::string::npos);
@@ -478,6 +486,8 @@ TEST(Quilcheck, HostileFilesAreRefusedSoon) {
       repeat(100000, "<c>"),
       repeat(20000, "<c>") + repeat(10000, "</c>"),
       "<c>" + repeat(20000, "<a/>") + "</c>",
+      "<c><quilcat name='s'>" + repeat(2200, "<quilcatGroup><outputFilePath value='/d/a'/></quilcatGroup>") +
+          "</quilcat></c>",
       "<c>" + repeat(5, "<quilcat name='s'>" + repeat(600, "<quilcatGroup/>") + "</quilcat>") + "</c>",
   };
   const std::string limit = Device::Sanitized() ? "" : "ulimit -v 100000; ";

@@ -62,7 +62,6 @@ type init, domain, coredomain;
 type kernel, domain, coredomain;
 type proc, fs_type;
 type sysfs, fs_type, sysfs_type;
-type debugfs_tracing, fs_type;
 type system_data_file, file_type, data_file_type, core_data_file_type;
 type toolbox_exec, exec_type, file_type;
 type property_socket, file_type;
@@ -74,5 +73,4 @@ user u roles { r } level s0 range s0 - s0:c0;
 sid kernel u:r:kernel:s0
 genfscon proc / u:object_r:proc:s0
 genfscon sysfs / u:object_r:sysfs:s0
-genfscon debugfs /tracing u:object_r:debugfs_tracing:s0
 include(QUILCAT_GENFS)

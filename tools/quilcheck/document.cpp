@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace Quilcheck {
 
 namespace {
@@ -72,6 +74,7 @@ void TakeParserError(void* context, ParserError* error) {
   while (!text.empty() && text.back() == '\n') {
     text.pop_back();
   }
+  std::replace(text.begin(), text.end(), '\n', ' ');
   auto* findings = static_cast<Findings*>(context);
   if (error->level == XML_ERR_FATAL) {
     findings->Error(error->line, "not well-formed: " + text + ": a process that needs this file idles");

@@ -111,7 +111,11 @@ std::string HintAmong(const std::vector<std::string>& names, const std::string& 
       closest = &name;
     }
   }
-  return closest != nullptr ? "; did you mean " + *closest + '?' : "";
+  if (closest == nullptr) {
+    return "";
+  }
+  const bool hasBlank = closest->find(' ') != std::string::npos;
+  return "; did you mean " + (hasBlank ? '"' + *closest + '"' : *closest) + '?';
 }
 
 std::string HintForElement(const std::string& parent, const std::string& name) {

@@ -1,5 +1,7 @@
 // What the daemon makes of a service and its groups.
 
+#include <map>
+
 #include "config/records.h"
 #include "quilcheck/document.h"
 #include "quilcheck/report.h"
@@ -28,6 +30,15 @@ bool HasAttribute(const xmlNode* element, const char* name) {
 int LineOfChild(const xmlNode* element, const char* name) {
   const xmlNode* child = ChildOf(element, name);
   return LineOf(child != nullptr ? child : element);
+}
+
+/// The line of the last child of that name, which counts, or of the element itself.
+int LineOfSetting(const xmlNode* element, const char* name) {
+  const xmlNode* last = element;
+  for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
+    last = IsElement(child, name) ? child : last;
+  }
+  return LineOf(last);
 }
 
 /// What a group needs and does not have; null when nothing is missing.
@@ -74,19 +85,22 @@ class ServiceRules {
 void ServiceRules::CheckSettings() const {
   const int line = LineOf(service.element);
   if (service.record->rotate_size_kbytes == 0) {
-    findings->Warning(LineOfChild(service.element, "logRotateSizeKBytes"),
+    findings->Warning(LineOfSetting(service.element, "logRotateSizeKBytes"),
                       "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
   }
   const size_t files = service.record->maxCompressdFiles;
   if (files == 0) {
-    findings->Warning(LineOfChild(service.element, "maxCompressdFiles"),
-                      "maxCompressdFiles is 0 or missing: no log is kept at a rotation");
+    const bool isMapped = service.record->writeMode == WRITE_MMAP;
+    findings->Warning(
+        LineOfSetting(service.element, "maxCompressdFiles"),
+        std::string("maxCompressdFiles is 0 or missing: ") +
+            (isMapped ? "no log is kept at a rotation" : "five rotated files are kept, and no archive is made"));
   } else if (files > kMostFiles) {
-    findings->Warning(LineOfChild(service.element, "maxCompressdFiles"),
+    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
                       "maxCompressdFiles is above 1000: the daemon takes 1000");
   }
   if (service.record->cpu_set == CPU_SET_BIG) {
-    findings->Warning(LineOfChild(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
+    findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
   }
   if (service.groups.empty()) {
     findings->Error(line, "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
@@ -176,8 +190,8 @@ void ServiceRules::CheckStyle(const GroupReading& group) const {
                                              " comes after inputs of its group: the daemon keeps " + StyleName(group));
   }
   if (group.record->style == STYLE_MONITOR_DIR || group.record->style == STYLE_POLL_CMD) {
-    findings->Warning(LineOf(group.style), "a group of style " + AttributeOf(group.style, "value").value_or("?") +
-                                               " collects nothing: its log stays empty");
+    findings->Warning(LineOf(group.style),
+                      "a group of style " + StyleName(group) + " collects nothing: its log stays empty");
   }
   if (!group.Polls()) {
     WithoutEffect(group.style, "interval", "only poll_node has one");
@@ -292,6 +306,29 @@ void ServiceRules::CheckHeadings(const GroupReading& group) const {
 }
 
 }  // namespace
+
+void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings) {
+  std::map<std::string, std::pair<const ServiceReading*, int>> readers;
+  for (const ServiceReading& service : services) {
+    for (const GroupReading& group : service.groups) {
+      const std::string path =
+          group.Streams() && !group.nodeSets.empty() ? Text(group.nodeSets.front().record->data_path) : "";
+      if (path.empty() || path.front() != '/') {
+        continue;
+      }
+      const int line = LineOfChild(group.nodeSets.front().element, "dataPath");
+      const auto [first, isNew] = readers.emplace(NormalPath(path), std::pair(&service, line));
+      if (!isNew) {
+        findings->SetService(service.name);
+        findings->Warning(line,
+                          "dataPath " + Quoted(path) + " is streamed in line " + std::to_string(first->second.second) +
+                              " too: a node that gives each line once, as /proc/kmsg does, gives it to one of them");
+        findings->AlsoAbout(first->second.first->name);
+        findings->SetService("");
+      }
+    }
+  }
+}
 
 void CheckService(const ServiceReading& service, Findings* findings) {
   const ServiceRules rules(service, findings);

@@ -93,10 +93,11 @@ Options ReadOptions(int argc, char** argv) {
   if (argc - optind > 1) {
     Refuse("one file at a time");
   }
-  options.request.file = optind < argc ? argv[optind] : FindFile(options.request.root);
-  if (options.request.file.empty()) {
-    Refuse(optind < argc ? "no file has an empty name"
-                         : "there is no configuration file: the daemon has its built-in services");
+  if (optind < argc) {
+    options.request.file = argv[optind];
+    if (options.request.file.empty()) {
+      Refuse("no file has an empty name");
+    }
   }
   return options;
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
+#include <string_view>
 
 #include "config/records.h"
 #include "quilcheck/document.h"
@@ -16,6 +18,9 @@ namespace {
 
 constexpr char kIndexAndTime[] = ".I000.20260101-000000.gz";
 constexpr size_t kIndexedSuffix = sizeof kIndexAndTime - 1;
+constexpr char kCompressed[] = ".gz";
+// Each output may clash with each; whoever has mended so many asks again.
+constexpr size_t kMostFindings = 10000;
 constexpr size_t kRotatedFiles = 5;
 constexpr size_t kOldNumbers = 5;
 
@@ -25,6 +30,8 @@ std::string Number(size_t number) {
 std::string Archive(size_t number) {
   return '-' + std::to_string(number) + ".tar.gz";
 }
+
+using Suffixes = std::set<std::string, std::less<>>;
 
 /// One output, its paths spelled as in the file: the daemon compares and measures them so.
 struct Output {
@@ -36,29 +43,34 @@ struct Output {
         base(path.substr(path.rfind('/') + 1)),
         mapped(owner.record->writeMode == WRITE_MMAP),
         archives(FilesKept(owner)),
-        madeSuffixes(MadeSuffixes()) {}
+        normal(NormalPath(path)),
+        madeNames(MadeNames()),
+        replacedSuffixes(ReplacedSuffixes()),
+        directoryHasBase((directory + '/').find(base) != std::string::npos),
+        directoryHasGz((directory + '/').find(kCompressed) != std::string::npos) {}
 
-  /// What stands behind its path in names of files that it makes: an example of each kind and length.
-  std::vector<std::string> MadeSuffixes() const {
+  /// The files that it makes: an example of each kind and length of name, and whether it is a link.
+  std::vector<std::pair<std::string, bool>> MadeNames() const {
     if (mapped) {
-      return {"", ".1", kIndexAndTime};
+      return {{base, true}, {base + ".1", true}, {base + kIndexAndTime, false}};
     }
-    std::vector<std::string> suffixes = {"", ".1", Number(kRotatedFiles)};
+    std::vector<std::pair<std::string, bool>> names = {
+        {base, false}, {base + ".1", false}, {base + Number(kRotatedFiles), false}};
     for (size_t number = 0; number < archives; number = number == 0 ? 10 : number * 10) {
-      suffixes.push_back(Archive(number));
+      names.emplace_back(base + Archive(number), false);
     }
-    return suffixes;
+    return names;
   }
 
-  /// The same for names that it removes or replaces whatever stands there. In mmap mode these are its links, and what
-  /// factory mode may have left.
-  std::vector<std::string> ReplacedSuffixes() const {
-    std::vector<std::string> suffixes = {"", mapped ? ".0" : "_tmp"};
+  /// What stands behind its path in names that it removes or replaces whatever stands there. In mmap mode these are its
+  /// links, and what factory mode may have left.
+  Suffixes ReplacedSuffixes() const {
+    Suffixes suffixes = {"", mapped ? ".0" : "_tmp"};
     for (size_t number = 1; number <= (mapped ? kOldNumbers - 1 : kRotatedFiles); ++number) {
-      suffixes.push_back(Number(number));
+      suffixes.insert(Number(number));
     }
     for (size_t number = 0; number < (mapped ? kOldNumbers : archives); ++number) {
-      suffixes.push_back(Archive(number));
+      suffixes.insert(Archive(number));
     }
     return suffixes;
   }
@@ -66,16 +78,14 @@ struct Output {
   /// Whether it takes a file `name` of its directory: by a file or link of its own, or in its clean-up. That takes what
   /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name.
   bool Takes(const std::string& name, bool isLink) const {
-    const std::string full = directory + '/' + name;
-    if (full.compare(0, path.size(), path) == 0) {
-      const std::vector<std::string> suffixes = ReplacedSuffixes();
-      if (std::find(suffixes.begin(), suffixes.end(), full.substr(path.size())) != suffixes.end()) {
-        return true;
-      }
+    if (name.compare(0, base.size(), base) == 0 &&
+        replacedSuffixes.find(std::string_view(name).substr(base.size())) != replacedSuffixes.end()) {
+      return true;
     }
-    const bool looksLikeOwn = full.find(base) != std::string::npos && full.find(".gz") != std::string::npos;
-    const bool isIndexed = full.size() == path.size() + kIndexedSuffix;
-    return looksLikeOwn && !isLink && (mapped || isIndexed);
+    const bool hasBase = directoryHasBase || name.find(base) != std::string::npos;
+    const bool hasGz = directoryHasGz || name.find(kCompressed) != std::string::npos;
+    const bool isIndexed = name.size() == base.size() + kIndexedSuffix;
+    return hasBase && hasGz && !isLink && (mapped || isIndexed);
   }
 
   const ServiceReading* service;
@@ -84,16 +94,19 @@ struct Output {
   std::string directory;
   std::string base;
   bool mapped;
-  size_t archives;  ///< kept in factory mode
-  std::vector<std::string> madeSuffixes;
+  size_t archives;     ///< kept in factory mode
+  std::string normal;  ///< its path as others may spell it
+  std::vector<std::pair<std::string, bool>> madeNames;
+  Suffixes replacedSuffixes;
+  bool directoryHasBase;
+  bool directoryHasGz;
 };
 
 /// A file of `victim` that `output` takes; empty when there is none.
 std::string TakenFile(const Output& output, const Output& victim) {
-  for (const std::string& suffix : victim.madeSuffixes) {
-    const bool isLink = victim.mapped && suffix != kIndexAndTime;
-    if (output.Takes(victim.base + suffix, isLink)) {
-      return victim.path + suffix;
+  for (const auto& [name, isLink] : victim.madeNames) {
+    if (output.Takes(name, isLink)) {
+      return victim.directory + '/' + name;
     }
   }
   return "";
@@ -107,13 +120,6 @@ void Report(const Output& first, const Output& second, const std::string& text, 
 }
 
 void CheckPair(const Output& first, const Output& second, Findings* findings) {
-  if (NormalPath(first.path) == NormalPath(second.path)) {
-    Report(second, first,
-           "outputFilePath " + Quoted(second.path) + " is that of line " + std::to_string(first.line) +
-               ": two groups write into one log",
-           findings);
-    return;
-  }
   const auto report = [findings](const Output& output, const Output& victim) {
     const std::string file = TakenFile(output, victim);
     if (!file.empty()) {
@@ -128,11 +134,33 @@ void CheckPair(const Output& first, const Output& second, Findings* findings) {
   report(second, first);
 }
 
+void CompareOutputs(const std::vector<Output>& outputs, Findings* findings) {
+  // Only outputs in one directory meet.
+  std::map<std::string, std::vector<const Output*>> directories;
+  std::map<std::string, const Output*> byPath;
+  for (const Output& output : outputs) {
+    const auto [first, isNew] = byPath.emplace(output.normal, &output);
+    if (!isNew) {
+      Report(output, *first->second,
+             "outputFilePath " + Quoted(output.path) + " is that of line " + std::to_string(first->second->line) +
+                 ": two groups write into one log",
+             findings);
+    }
+    std::vector<const Output*>& neighbours = directories[NormalPath(output.directory)];
+    for (const Output* earlier : neighbours) {
+      if (earlier->normal != output.normal && findings->All().size() < kMostFindings) {
+        CheckPair(*earlier, output, findings);
+      }
+    }
+    neighbours.push_back(&output);
+  }
+}
+
 /// An output that stands where another one needs a directory.
 void CheckNesting(const std::vector<Output>& outputs, Findings* findings) {
   std::map<std::string, const Output*> byPath;
   for (const Output& output : outputs) {
-    byPath.emplace(NormalPath(output.path), &output);
+    byPath.emplace(output.normal, &output);
   }
   for (const Output& output : outputs) {
     std::string directory = NormalPath(output.directory);
@@ -160,15 +188,7 @@ void CheckOutputs(const std::vector<ServiceReading>& services, Findings* finding
       }
     }
   }
-  // Only outputs in one directory meet.
-  std::map<std::string, std::vector<const Output*>> directories;
-  for (const Output& output : outputs) {
-    std::vector<const Output*>& neighbours = directories[NormalPath(output.directory)];
-    for (const Output* earlier : neighbours) {
-      CheckPair(*earlier, output, findings);
-    }
-    neighbours.push_back(&output);
-  }
+  CompareOutputs(outputs, findings);
   CheckNesting(outputs, findings);
 }
 

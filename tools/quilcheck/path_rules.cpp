@@ -9,15 +9,13 @@ namespace Quilcheck {
 
 namespace {
 
-void CheckNode(const NodeSetReading& set, const char* name, const char* path, const Root& root, bool streams,
-               Findings* findings) {
+void CheckNode(const xmlNode* element, const char* path, const Root& root, bool streams, Findings* findings) {
   if (path == nullptr || *path != '/') {
     return;
   }
-  const xmlNode* child = ChildOf(set.element, name);
-  const int line = LineOf(child != nullptr ? child : set.element);
+  const int line = LineOf(element);
   const std::optional<struct stat> found = root.Look(path);
-  const std::string what = name + (' ' + Quoted(path));
+  const std::string what = NameOf(element) + ' ' + Quoted(path);
   if (!found.has_value()) {
     findings->Warning(line, what + " does not exist: " + (streams ? "the log stays empty" : "it cannot be read"));
   } else if (S_ISDIR(found->st_mode)) {
@@ -25,6 +23,38 @@ void CheckNode(const NodeSetReading& set, const char* name, const char* path, co
   } else if (streams && S_ISREG(found->st_mode) && NormalPath(path).rfind("/proc/", 0) != 0 &&
              NormalPath(path).rfind("/sys/", 0) != 0) {
     findings->Warning(line, what + " is a regular file: streamed, it is read again and again without a pause");
+  }
+}
+
+/// The first alternative that exists is read, whatever it is.
+void CheckAlternatives(const NodeSetReading& set, const Root& root, Findings* findings) {
+  // Each element has given one entry of the list.
+  std::vector<std::pair<const xmlNode*, const char*>> missing;
+  const xmlNode* element = set.element->children;
+  for (const QuilcatStrList_t* path = set.record->alter_data_path; path != nullptr; path = path->next) {
+    while (!IsElement(element, "alterdataPath")) {
+      element = element->next;
+    }
+    if (path->str != nullptr && root.Look(path->str).has_value()) {
+      CheckNode(element, path->str, root, false, findings);
+      return;
+    }
+    missing.emplace_back(element, path->str);
+    element = element->next;
+  }
+  for (const auto& [where, path] : missing) {
+    CheckNode(where, path, root, false, findings);
+  }
+}
+
+void CheckNodeSet(const NodeSetReading& set, const Root& root, bool streams, Findings* findings) {
+  if (set.record->data_path != nullptr) {
+    CheckNode(ChildOf(set.element, "dataPath"), set.record->data_path, root, streams, findings);
+  } else {
+    CheckAlternatives(set, root, findings);
+  }
+  if (set.record->title == nullptr && set.record->title_path != nullptr) {
+    CheckNode(ChildOf(set.element, "titlePath"), set.record->title_path, root, false, findings);
   }
 }
 
@@ -63,9 +93,14 @@ std::string NormalPath(const std::string& path) {
   return normal;
 }
 
+bool NamesFile(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name != "." && name != "..";
+}
+
 bool HasUsableOutput(const GroupReading& group) {
   const std::string path = group.Output();
-  return !path.empty() && path.front() == '/' && path.back() != '/';
+  return !path.empty() && path.front() == '/' && NamesFile(path);
 }
 
 void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings) {
@@ -74,11 +109,7 @@ void CheckPaths(const ServiceReading& service, const Root& root, Findings* findi
       CheckOutputPath(group, root, findings);
     }
     for (const NodeSetReading& set : group.nodeSets) {
-      CheckNode(set, "dataPath", set.record->data_path, root, group.Streams(), findings);
-      CheckNode(set, "titlePath", set.record->title_path, root, false, findings);
-      for (const QuilcatStrList_t* path = set.record->alter_data_path; path != nullptr; path = path->next) {
-        CheckNode(set, "alterdataPath", path->str, root, false, findings);
-      }
+      CheckNodeSet(set, root, group.Streams(), findings);
     }
   }
 }

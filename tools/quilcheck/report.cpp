@@ -96,21 +96,37 @@ void CheckAll(const Root* root, bool allServices, Report* report) {
     }
     report->findings.SetService("");
   }
+  CheckStreams(report->services, &report->findings);
   CheckOutputs(report->services, &report->findings);
+}
+
+/// The configuration file that a device with this root directory takes; empty when it has none.
+std::string FindFile(const Root& root) {
+  for (const char* path : QuilConfig::kCandidates) {
+    std::string file = root.Outside(path);
+    if (!file.empty()) {
+      return file;
+    }
+  }
+  return "";
 }
 
 }  // namespace
 
 bool Check(const Request& request, Report* report, std::string* reason) {
-  const Root root(request.root);
-  if (!request.root.empty() && !root.IsOpen()) {
+  const Root root(request.root.empty() ? "/" : request.root);
+  if (!root.IsOpen()) {
     *reason = request.root + ": " + strerror(errno);
     return false;
   }
   AssumeProperties(request.properties);
-  report->file = request.file;
-  if (!report->document.Load(request.file, &report->findings, reason)) {
-    *reason = request.file + ": " + *reason;
+  report->file = request.file.empty() ? FindFile(root) : request.file;
+  if (report->file.empty()) {
+    *reason = "there is no configuration file: the daemon has its built-in services";
+    return false;
+  }
+  if (!report->document.Load(report->file, &report->findings, reason)) {
+    *reason = report->file + ": " + *reason;
     return false;
   }
   if (report->document.Root() != nullptr) {
@@ -121,16 +137,6 @@ bool Check(const Request& request, Report* report, std::string* reason) {
   }
   report->findings.Sort();
   return true;
-}
-
-std::string FindFile(const std::string& root) {
-  const Root directory(root.empty() ? "/" : root);
-  for (const char* path : QuilConfig::kCandidates) {
-    if (directory.Look(path).has_value()) {
-      return root + path;
-    }
-  }
-  return "";
 }
 
 }  // namespace Quilcheck

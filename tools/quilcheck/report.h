@@ -13,7 +13,7 @@ namespace Quilcheck {
 
 /// What to check.
 struct Request {
-  std::string file;
+  std::string file;       ///< empty: the one that a device with this root directory takes
   std::string service;    ///< empty: all of them
   Properties properties;  ///< to assume
   std::string root;       ///< directory to look up nodes and outputs in; empty: they are not looked up
@@ -28,11 +28,8 @@ struct Report {
   std::vector<ServiceReading> services;
 };
 
-/// Fills `report`. False, with `*reason`: the file or the root directory cannot be read.
+/// Fills `report`. False, with `*reason`: the file or the root directory cannot be read, or there is no file.
 bool Check(const Request& request, Report* report, std::string* reason);
-
-/// The configuration file that a device with this root directory takes; empty when it has none.
-std::string FindFile(const std::string& root);
 
 /// A table of how the service runs, a part a group.
 std::string Summary(const ServiceReading& service);
@@ -44,7 +41,7 @@ std::string Json(const Report& report, bool withServices);
 std::string StyleName(const GroupReading& group);
 /// The keyword of the service's write mode.
 std::string WriteModeName(const ServiceReading& service);
-/// KiB of text that one output of the service keeps at most, before compression; 0: no bound.
+/// KiB that one output of the service takes at most, its text not being compressed; 0: no bound.
 unsigned long long MostKilobytes(const ServiceReading& service);
 /// Log files kept of each output in mmap mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);

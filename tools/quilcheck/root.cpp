@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #if __has_include(<linux/openat2.h>)
 #include <linux/openat2.h>
 #endif
@@ -51,6 +52,26 @@ std::optional<struct stat> Root::Look(const std::string& path) const {
     return status;
   }
   return std::nullopt;
+}
+
+std::string Root::Outside(const std::string& path) const {
+  const std::optional<struct stat> inside = Look(path);
+  if (!inside.has_value()) {
+    return "";
+  }
+  const std::string plain = prefix.substr(0, prefix.find_last_not_of('/') + 1) + path;
+  struct stat outside;
+  if (stat(plain.c_str(), &outside) == 0 && outside.st_dev == inside->st_dev && outside.st_ino == inside->st_ino) {
+    return plain;
+  }
+  // A link leads elsewhere when it is followed from outside.
+  const int found = OpenInRoot(fd, path);
+  char target[PATH_MAX];
+  const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(found)).c_str(), target, sizeof target);
+  if (found >= 0) {
+    close(found);
+  }
+  return length > 0 ? std::string(target, static_cast<size_t>(length)) : plain;
 }
 
 }  // namespace Quilcheck

@@ -21,6 +21,8 @@ class Root {
   bool IsOpen() const { return fd >= 0; }
   /// What stands at an absolute path; nothing when there is none.
   std::optional<struct stat> Look(const std::string& path) const;
+  /// The path, for the rest of this machine, of what stands at an absolute path; empty when there is none.
+  std::string Outside(const std::string& path) const;
 
  private:
   const std::string prefix;

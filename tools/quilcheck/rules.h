@@ -25,11 +25,17 @@ bool IsTimeColumn(const std::string& path);
 /// The absolute path with single slashes, without "." and ".." steps. Links are not looked at.
 std::string NormalPath(const std::string& path);
 
+/// True when the path ends in a name: not in "/", "." or "..".
+bool NamesFile(const std::string& path);
+
 /// True when a group's output is one that the daemon can make files of.
 bool HasUsableOutput(const GroupReading& group);
 
 /// Checks what the daemon makes of a service: whether it is valid, what has no effect, what it costs, what is lost.
 void CheckService(const ServiceReading& service, Findings* findings);
+
+/// Checks the streams of all services against each other: which read one node.
+void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings);
 
 /// Checks the outputs of all services against each other: which share a file, which delete each other's.
 void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings);

@@ -73,8 +73,9 @@ void CheckAttributes(const xmlNode* element, const ElementRule& rule, Findings* 
     if (text.has_value()) {
       CheckValue(rule, *attribute, *text, line, findings);
     } else if (attribute->required) {
-      findings->Error(line,
-                      std::string(rule.name) + " without " + attribute->name + ": the daemon finds nothing in it");
+      const bool isWriteMode = rule.name == std::string("writeMode");
+      findings->Error(line, std::string(rule.name) + " without " + attribute->name + ": the daemon " +
+                                (isWriteMode ? "takes factory" : "finds nothing in it"));
     }
   }
 }
@@ -85,8 +86,10 @@ void CheckRepeat(const xmlNode* element, const ElementRule& rule, std::map<std::
   if (isNew || rule.repeat == Repeat::All) {
     return;
   }
+  const bool isStyle = rule.name == std::string("logStyle");
   findings->Warning(LineOf(element), std::string(rule.name) + " again (first in line " + std::to_string(first->second) +
-                                         "): the " + (rule.repeat == Repeat::First ? "first" : "last") + " one counts");
+                                         "): " + (isStyle ? "of each attribute " : "") + "the " +
+                                         (rule.repeat == Repeat::First ? "first" : "last") + " one counts");
 }
 
 }  // namespace

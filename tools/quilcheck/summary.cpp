@@ -17,6 +17,8 @@ namespace {
 
 constexpr size_t kMostFiles = 1000;
 constexpr size_t kFilesPerArchive = 5;
+// KiB that a file in mmap mode has while it is open, and keeps when its process is killed.
+constexpr unsigned long long kLeastMapped = 64;
 
 __attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...) {
   char text[512];
@@ -89,7 +91,8 @@ std::string Kept(const ServiceReading& service) {
   if (service.record->writeMode == WRITE_MMAP) {
     return files == 0 ? "none: each file goes when the next begins" : std::to_string(files) + " files of each output";
   }
-  return "the live file, 5 rotated ones, " + std::to_string(files) + " archives of 5 files";
+  return files == 0 ? "the live file, 5 rotated ones, no archives"
+                    : "the live file, 4 rotated ones, " + std::to_string(files) + " archives of 5 files";
 }
 
 std::string MostDisk(const ServiceReading& service) {
@@ -97,11 +100,15 @@ std::string MostDisk(const ServiceReading& service) {
     return "without bound";
   }
   const bool mapped = service.record->writeMode == WRITE_MMAP;
+  const unsigned long long size = service.record->rotate_size_kbytes;
   const size_t files = FilesKept(service);
   const std::string sum = "(1 + " + std::to_string(files) + ')';
   const std::string count = mapped ? sum : files == 0 ? "6" : "5 x " + sum;
-  return Size(MostKilobytes(service)) + " for each output: " + count + " x " +
-         Size(service.record->rotate_size_kbytes) +
+  const std::string total = Size(MostKilobytes(service)) + " for each output: " + count + " x ";
+  if (mapped && size < kLeastMapped) {
+    return total + Size(kLeastMapped) + ", which a file takes while it is open";
+  }
+  return total + Size(size) +
          (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
 }
 
@@ -175,7 +182,7 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
   const unsigned long long size = service.record->rotate_size_kbytes;
   const size_t files = FilesKept(service);
   if (service.record->writeMode == WRITE_MMAP) {
-    return (files + 1) * size;  // a start keeps that many beside the file that it begins
+    return (files + 1) * std::max(size, kLeastMapped);  // a start keeps that many beside the file that it begins
   }
   // Without archives the live file and five rotated ones; else five rotated ones that are being packed.
   return (files == 0 ? kFilesPerArchive + 1 : kFilesPerArchive * (files + 1)) * size;

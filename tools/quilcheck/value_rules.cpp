@@ -92,11 +92,15 @@ std::string PathProblem(Kind kind, const std::string& path) {
   }
   if (path.front() != '/') {
     const std::vector<std::string> times = {"DateTime", "CurrentTime"};
-    return " is not an absolute path: it depends on where the daemon was started" +
+    const bool isNowhere = isOutput && path.find('/') == std::string::npos;
+    return " is not an absolute path" + (isNowhere ? consequence : ": it depends on where the daemon was started") +
            (kind == Kind::Column ? HintAmong(times, path) : "");
   }
-  if (path.back() == '/' && kind != Kind::Directory) {
-    return " ends in \"/\"" + consequence;
+  if (kind != Kind::Directory && !NamesFile(path)) {
+    const std::string end = path.substr(path.rfind('/') + 1);
+    return " ends in \"" + (end.empty() ? "/" : end) + '"' +
+           (isOutput ? ": the daemon makes hidden files there, in factory mode none; did you mean a name behind it?"
+                     : consequence);
   }
   if (isOutput && path.size() - path.rfind('/') - 1 > kLongestBase) {
     return " has a file name of more than 231 bytes, too long with an index behind it: nothing is logged";
@@ -168,6 +172,8 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
     findings->Warning(line, what + " is longer than 255 bytes: the daemon stores an empty text");
   } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
     findings->Warning(line, what + " begins or ends with a blank: the daemon takes it for a part of it");
+  } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
+    findings->Warning(line, what + " looks like a pattern: the daemon takes it as it stands");
   }
 }
 
