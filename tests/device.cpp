@@ -75,7 +75,9 @@ bool Sanitized() {
 double CpuSecondsOfPrograms() {
   rusage usage;
   getrusage(RUSAGE_CHILDREN, &usage);
-  const auto seconds = [](timeval time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; };
+  const auto seconds = [](timeval time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  };
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 

@@ -15,8 +15,9 @@ class FactoryOutput : public LogOutput {
   /// Brings the live file to disk and closes it.
   ~FactoryOutput() override;
 
-  /// After a failed write the file is closed, and what follows is dropped with 0 until it is opened anew: a second later
-  /// at the earliest, or at a rotation. With `keepRefused` it stays open, and what follows is held too; 1: not taken.
+  /// After a failed write the file is closed, and what follows is dropped with 0 until it is opened anew: a second
+  /// later at the earliest, or at a rotation. With `keepRefused` it stays open, and what follows is held too; 1: not
+  /// taken.
   int logcatWrite(const char* data, size_t len, bool lineDone) override { return factoryWrite(data, len, lineDone); }
   void logcatClose() override;
   /// Nothing: what was written is in the file.

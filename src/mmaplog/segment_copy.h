@@ -4,7 +4,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-// Stores to a mapped segment of a file, kSegmentSize bytes long, in which `position` and the `size` bytes behind it lie.
+// Stores to a mapped segment of a file, kSegmentSize bytes long, in which `position` and the `size` bytes behind it
+// lie.
 //
 // The file may be cut from outside, or its disk fail under a page that is not in memory: the store then raises SIGBUS.
 // False: that happened. Anonymous memory stands in place of the whole segment, which the caller unmaps as before; what
