@@ -288,7 +288,7 @@ class Generator {
     if (!attribute.empty() && !Wrong()) text += ' ' + attribute + "='" + Value(value) + '\'';
     if (Wrong()) text += " failureRetry='" + Value("3") + '\'';
     if (Wrong()) text += " xmlns='urn:x'";
-    text += '>' + children + "</" + name + '>';
+    text += (Wrong() ? ">\n" : ">") + children + "</" + name + '>';
     return Wrong() ? text + text : text;
   }
   std::string Settings() {
@@ -358,7 +358,11 @@ TEST(Quilcheck, AgreesWithTheDaemonAndWithTheSchema) {
     ASSERT_EQ(saysInvalid, result != 0) << document;
     ASSERT_EQ(report->services.empty() || !report->services[0].valid, result != 0) << document;
     const bool accepted = schema.Accepts(report->document.get());
-    ASSERT_TRUE(accepted || !CheckText(document, "")->findings.All().empty()) << document;
+    size_t found = 0;
+    for (const std::string& line : Lines(*CheckText(document, ""))) {
+      found += line.find("warning: no service") == line.npos;  // the built-in ones are in none of these
+    }
+    ASSERT_TRUE(accepted || found > 0) << document;
     if (perThousand == 0) {
       ASSERT_TRUE(accepted && report->findings.Count(Severity::Error) == 0) << document << '\n'
                                                                             << testing::PrintToString(lines);
