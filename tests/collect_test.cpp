@@ -151,11 +151,13 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
 
 TEST_F(CollectTest, AStopBreaksARowOffInsteadOfFillingIt) {
   ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
-  for (const char* second : {"/tmp/fifo", "/dev/zero"}) {
-    QuilcatInputNodeSet_t third = {10, Text("/tmp/missing"), nullptr, nullptr, nullptr, nullptr};
+  QuilcatInputNodeSet_t third = {10, Text("/tmp/missing"), nullptr, nullptr, nullptr, nullptr};
+  const std::pair<const char*, QuilcatInputNodeSet_t*> cases[] = {
+      {"/tmp/fifo", &third}, {"/dev/zero", &third}, {"/dev/zero", nullptr}};
+  for (const auto& [second, next] : cases) {
     QuilcatInputNodeSet_t columns[] = {
         {10, Text("/tmp/missing"), nullptr, nullptr, nullptr, &columns[1]},
-        {10, Text(second), nullptr, nullptr, nullptr, &third},
+        {10, Text(second), nullptr, nullptr, nullptr, next},
     };
     group.style = STYLE_POLL_NODE;
     group.input = columns;
