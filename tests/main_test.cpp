@@ -91,6 +91,7 @@ TEST(Service, ClosesAfterAnyStart) {
       {"exec 2>&-", "/tmp", SIGUSR2, true, false},
       {"alias exec='exec env --block-signal'", "/tmp", SIGUSR2, true, true},
       {"true < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
+      {"sleep 30 < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
       {"ulimit -f 32", "/tmp", SIGUSR2, false, true},
       {"", "/tmp/node", SIGUSR2, true, true},
       {"PATH=/tmp/bin", "/tmp", SIGUSR2, false, true},
@@ -116,6 +117,7 @@ TEST(Service, ClosesAfterAnyStart) {
       EXPECT_TRUE(file.find("/data") == std::string::npos && file.find("inotify") == std::string::npos) << file;
     }
     EXPECT_TRUE(!isStuck || WaitFor([&] { return daemon.HasReported("fault injected"); }));
+    Shell("dd if=/dev/zero of=/tmp/errors oflag=nonblock 2> /dev/null || true");  // full, where it has a reader
     daemon.Signal(start.signal);
     EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
     EXPECT_EQ(daemon.HasReported("debug closelogcat by signal\n"), start.reports);
