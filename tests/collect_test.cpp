@@ -177,35 +177,35 @@ TEST_F(CollectTest, AStreamThatRetriesOutlivesAFullDisk) {
   const KernelLog kernel;
   Collect(STYLE_MONITOR_NODE, "/proc/kmsg");
   group.on_write_failure = WRITE_FAILURE_RETRY;
-  int fed = 0;
-  const auto feedOne = [&] {
-    return kernel.Write("<6>[" + std::to_string(fed) + "] " + Noise(3000, static_cast<size_t>(fed)) + "\n");
-  };
-  const std::pair<type_write, bool> cases[] = {{WRITE_MMAP, false}, {WRITE_FACTORY, false}, {WRITE_MMAP, true}};
-  for (const auto& [mode, closedAtOnce] : cases) {
+  const auto isDrained = [&kernel] { return kernel.IsDrained(); };
+  for (const int i : {0, 1, 2}) {
+    const type_write mode = i == 1 ? WRITE_FACTORY : WRITE_MMAP;
+    const bool isLate = i == 2;  // there is no directory, and a close as soon as there can be one
+    const std::string obstacle = isLate ? "/data/late" : "/data/log/ballast";
+    int fed = 0;
+    const auto feedOne = [&] {
+      return kernel.Write("<6>[" + std::to_string(fed) + "] " + Noise(3000, static_cast<size_t>(fed)) + "\n");
+    };
     collector.reset();
     MountSmallDisk("/data/log", 500);
-    fed = 0;
-    StandardErrorOf([&, atOnce = closedAtOnce, writeMode = mode] {
-      collector = std::make_unique<Quilcat>(&group, writeMode);
+    WriteFile(obstacle, std::string(360 << 10, 'x'));
+    group.output_file_path = Text(isLate ? "/data/late/out" : kOutput);
+    StandardErrorOf([&] {
+      collector = std::make_unique<Quilcat>(&group, mode);
       collector->start();
-      WriteFile("/data/log/ballast", std::string(360 << 10, 'x'));
       while (WaitFor(feedOne, 1)) ++fed;  // text for the disk, for all buffers and for the node
-      std::filesystem::remove("/data/log/ballast");
-      if (!atOnce) {
-        WaitFor([&] { return kernel.IsDrained(); });
-        fed += feedOne();
-        WaitFor([&] { return kernel.IsDrained(); });
-      }
+      std::filesystem::remove(obstacle);
+      fed += !isLate && WaitFor(isDrained) && feedOne() && WaitFor(isDrained);
       EXPECT_TRUE(Stop());
       collector.reset();
     });
-    const std::string text = mode == WRITE_MMAP ? DecodeAll(IndexedPaths("/data/log")) : ReadFile(kOutput);
+    const std::string text =
+        mode == WRITE_MMAP ? DecodeAll(IndexedPaths(isLate ? "/data/late" : "/data/log")) : ReadFile(kOutput);
     const std::string unread = kernel.ReadAll();
     int next = 0;
     for (size_t at = 0; (at = text.find("<6>[" + std::to_string(next) + "]", at)) != std::string::npos;) ++next;
     EXPECT_EQ(next, fed - std::count(unread.begin(), unread.end(), '\n'));  // all that were read to their end
-    EXPECT_TRUE(closedAtOnce || text.find("quilcat: nothing could be written for ") != text.npos);
+    EXPECT_TRUE(isLate || text.find("quilcat: nothing could be written for ") != text.npos);
   }
 }
 

@@ -152,6 +152,9 @@ int Quilbase::node_cat_stream(const char* path) {
       lines.NoteFailedRead(error);
     }
   }
+  if (retriesStream) {
+    output->offerAgain();  // no line comes any more that would have what it holds tried again
+  }
   close(fd);
   return 1;
 }

@@ -114,9 +114,9 @@ bool Quil::Write(const void* data, size_t len) {
   return written;
 }
 
-void Quil::Flush() {
+bool Quil::Flush() {
   MutexLock held(writerLock);
-  FlushBuffer();
+  return FlushBuffer();
 }
 
 void Quil::FlushUnlessBusy() {
