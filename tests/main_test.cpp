@@ -89,7 +89,9 @@ TEST(Service, ClosesAfterAnyStart) {
       {"", "/tmp", SIGTERM, true, true},
       {"exec 0<&- 1>&- 2>&-", "/tmp", SIGUSR2, true, false},
       {"exec 2>&-", "/tmp", SIGUSR2, true, false},
+      {"alias exec='exec env --block-signal'", "/tmp", SIGUSR2, true, true},
       {"true < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
+      {"sleep 30 < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
       {"ulimit -f 32", "/tmp", SIGUSR2, false, true},
       {"", "/tmp/node", SIGUSR2, true, true},
       {"PATH=/tmp/bin", "/tmp", SIGUSR2, false, true},
@@ -115,10 +117,14 @@ TEST(Service, ClosesAfterAnyStart) {
       EXPECT_TRUE(file.find("/data") == std::string::npos && file.find("inotify") == std::string::npos) << file;
     }
     EXPECT_TRUE(!isStuck || WaitFor([&] { return daemon.HasReported("fault injected"); }));
+    Shell("dd if=/dev/zero of=/tmp/errors oflag=nonblock 2> /dev/null || true");  // full, where it has a reader
     daemon.Signal(start.signal);
     EXPECT_EQ(daemon.Wait(8), start.signal) << daemon.Errors();
     EXPECT_EQ(daemon.HasReported("debug closelogcat by signal\n"), start.reports);
-    ExpectConsecutive(KernelLog::Numbers(DecodeAll(IndexedPaths("/data/log/t"))), start.keeps);
+    const auto files = IndexedPaths("/data/log/t");
+    ExpectConsecutive(KernelLog::Numbers(DecodeAll(files)), start.keeps);
+    // Its collector came to its end; a busy machine may leave a slow one no time.
+    EXPECT_TRUE(!start.keeps || isStuck || Sanitized() || Decode(files[0]).zeroTail == 0);
   }
 }
 

@@ -106,12 +106,13 @@ bool LineStream::WriteLine(const char* line) {
   return true;
 }
 
-/// Waits for a second. False: there is to be no further try.
+/// Waits for a second. False: there is to be no further try. A stop ends the wait and has one more follow: the room
+/// that the disk lacked may be there by now.
 bool LineStream::Pause() {
-  if (!retries) {
+  if (!retries || ThreadBase::currentStopRequested()) {
     return false;
   }
   sleepSeconds(1);
   ++pauses;
-  return !ThreadBase::currentStopRequested();
+  return true;
 }

@@ -30,8 +30,8 @@ class LineStream {
  public:
   static constexpr size_t kTextSize = 8192;
 
-  /// Borrows `output`. With `retries`, a line that the output refuses is offered again once a second until it is taken
-  /// or the thread is asked to stop; a line of the log then tells how long that took.
+  /// Borrows `output`. With `retries`, a line that the output refuses is offered again once a second until it is taken;
+  /// a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at once.
   LineStream(LogOutput& output, bool retries);
 
   /// Where the next bytes of the node belong, and how many have room.

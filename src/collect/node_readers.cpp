@@ -72,26 +72,32 @@ int Quilbase::node_cat_once(const char* path, size_t width, bool lineDone) {
 int Quilbase::readToEnd(int fd, size_t width, bool lineDone) {
   char chunk[kTextSize] = {};
   bool written = false;
-  while (!ThreadBase::currentStopRequested()) {
+  while (true) {
     const ssize_t size = readNode(fd, chunk, kTextLength);
     if (size > 0) {
       if (writeChunk(chunk, static_cast<size_t>(size), width, lineDone) != 0) {
         return 1;
       }
+      // More may follow: a value that a stop breaks off is not to count as whole, nor its row.
+      if (written && ThreadBase::currentStopRequested()) {
+        return 1;
+      }
       written = true;
-    } else if (written) {
-      return 0;
     } else if (WasStopped(size)) {
       return 1;
+    } else if (written) {
+      return 0;
     } else if (failureRetry == 0) {
       return writeFailureColumn(width, lineDone);
     } else if (isRetryBudgetUsedUp()) {
       return 1;
     } else {
       sleepSeconds(1);
+      if (ThreadBase::currentStopRequested()) {
+        return 1;
+      }
     }
   }
-  return written ? 0 : 1;
 }
 
 int Quilbase::node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone) {
@@ -145,6 +151,9 @@ int Quilbase::node_cat_stream(const char* path) {
     if (retriesStream) {
       lines.NoteFailedRead(error);
     }
+  }
+  if (retriesStream) {
+    output->offerAgain();  // no line comes any more that would have what it holds tried again
   }
   close(fd);
   return 1;

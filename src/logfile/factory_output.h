@@ -27,6 +27,7 @@ class FactoryOutput : public LogOutput {
   int openOutput() override;
   void rotate() override;
   int writeCollected() override;
+  bool holdsText() override { return collectedSize != 0; }
   bool isFileDead() const override { return logFd < 0 && Clock::now() >= nextOpening; }
 
   int factoryWrite(const char* data, size_t len, bool lineDone);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "logfile/output_directory.h"
+#include "thread/thread_base.h"
 
 namespace {
 
@@ -55,7 +56,8 @@ void LogOutput::prepareWrite(size_t len, bool lineDone) {
 }
 
 void LogOutput::setUpIfNeeded() {
-  if (!needsSetUp() || Clock::now() < nextSetUp) {
+  // For a thread that is to stop there is no later time.
+  if (!needsSetUp() || (Clock::now() < nextSetUp && !ThreadBase::currentStopRequested())) {
     return;
   }
   setupOutput();
@@ -82,7 +84,9 @@ int LogOutput::endRun() {
 }
 
 int LogOutput::offerAgain() {
-  setUpIfNeeded();
+  if (holdsText()) {
+    setUpIfNeeded();
+  }
   return writeCollected();
 }
 

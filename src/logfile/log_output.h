@@ -55,7 +55,7 @@ class LogOutput {
   /// Ends the run; its text is with the system when this returns 0. 1: text was refused, and with `keepRefused` is
   /// held.
   int endRun();
-  /// Sets up a file that is gone, and offers text that is held again. 1: it was refused again.
+  /// Offers text that is held again, after a file that is gone was set up for it. 1: it was refused again.
   int offerAgain();
 
   /// Brings all text to the file (mapped output), or closes the file (factory output).
@@ -85,6 +85,8 @@ class LogOutput {
 
   /// Writes what a run has collected. 1: text was refused.
   virtual int writeCollected() = 0;
+  /// Brings text to the file as far as it takes any. True: there is some that no file took.
+  virtual bool holdsText() = 0;
   bool isInRun() const { return inRun; }
 
   /// Lets the owner write the first text of a new file. That text rotates nothing, however long it is: the file that it

@@ -23,6 +23,7 @@ class MappedOutput : public LogOutput {
   int openOutput() override;
   void rotate() override;
   int writeCollected() override { return 0; }
+  bool holdsText() override { return !mmapWriter.Flush(); }
   bool isFileDead() const override { return mmapWriter.outputLost(); }
 
   int mmapWrite(const char* data, size_t len, bool lineDone);

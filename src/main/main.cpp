@@ -45,6 +45,13 @@ void OpenStandardStreams() {
   }
 }
 
+/// Whoever started the daemon may have blocked them: nothing could end it then, nor its threads.
+void UnblockSignals() {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 /// A reader of the messages that went away, and a limit of the file size, make a write fail; they end nothing.
 void IgnoreSignalsOfFailedWrites() {
   signal(SIGPIPE, SIG_IGN);
@@ -95,6 +102,7 @@ void RegisterWithWatchdog() {
 
 int main(int argc, char** argv) {
   OpenStandardStreams();
+  UnblockSignals();
   IgnoreSignalsOfFailedWrites();
   std::set_new_handler(WaitForMemory);
   char quilcatName[kNameSize] = {};

@@ -1,6 +1,7 @@
 #include "main/service.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <stdio.h>
@@ -29,6 +30,7 @@ struct WorkerNode {
 /// hold the process.
 constexpr std::chrono::seconds kClosePatience{2};
 constexpr unsigned kCloseLimitSeconds = 5;
+constexpr int kReportPatience = 1000;  // milliseconds
 
 QuilcatInfo_t* serviceInfo = nullptr;
 
@@ -156,11 +158,23 @@ void ExitAtOnce(int) {
   _exit(closeSignal);
 }
 
+/// Says that the service closes. A full pipe that nobody reads must not hold up the text that waits for its file.
+void ReportClose() {
+  pollfd errors = {STDERR_FILENO, POLLOUT, 0};
+  int ready;
+  do {
+    ready = poll(&errors, 1, kReportPatience);
+  } while (ready < 0 && errno == EINTR);
+  if (ready > 0) {
+    fprintf(stderr, "debug closelogcat by signal\n");
+  }
+}
+
 /// Closes the service; `step` is what runs beside the workers, or null.
 [[noreturn]] void Close(Step* step) {
   signal(SIGALRM, ExitAtOnce);
   alarm(kCloseLimitSeconds);
-  fprintf(stderr, "debug closelogcat by signal\n");
+  ReportClose();
   const bool stepEnded = StopThreads(step);
   const bool workersEnded = DestroyWorkers();
   if (stepEnded && workersEnded) {

@@ -119,9 +119,9 @@ bool Quil::Write(const void* data, size_t len) {
   return written;
 }
 
-void Quil::Flush() {
+bool Quil::Flush() {
   MutexLock held(writerLock);
-  FlushBuffer();
+  return FlushBuffer();
 }
 
 void Quil::FlushUnlessBusy() {

@@ -60,8 +60,8 @@ class Quil {
   /// lost; with `keepRefused`: the text was not taken.
   bool Write(const void* data, size_t len) EXCLUDES(writerLock);
 
-  /// Brings all pending text to the current file.
-  void Flush() EXCLUDES(writerLock);
+  /// Brings all pending text to the current file. False: there is text that no file took.
+  bool Flush() EXCLUDES(writerLock);
 
   /// The same, but nothing when another thread is using the writer, since that may be stuck.
   void FlushUnlessBusy() EXCLUDES(writerLock);
