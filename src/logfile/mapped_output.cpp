@@ -61,8 +61,8 @@ int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
 void MappedOutput::rotate() {
   const bool wasCleaned = !hasOldStyleFiles;
   deleteOldStyleFiles();
-  mmapWriter.Flush();
-  if (wasCleaned && mmapWriter.outputEmpty()) {
+  const bool hadText = !mmapWriter.Flush() || curFileBytes != 0;
+  if (wasCleaned && hadText && mmapWriter.outputEmpty()) {
     curFileBytes = 0;  // the disk is full: one empty file after the other would push out those that hold text
     return;
   }
