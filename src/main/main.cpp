@@ -49,7 +49,7 @@ void OpenStandardStreams() {
 void UnblockSignals() {
   sigset_t none;
   sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 /// A reader of the messages that went away, and a limit of the file size, make a write fail; they end nothing.
