@@ -233,7 +233,7 @@ bool KernelLog::IsDrained() const {
 }
 
 std::string KernelLog::Line(int i) {
-  std::string line = "<6>[" + std::to_string(i) + "] driver " + std::to_string(i * 7919 % 1000) + ": ";
+  std::string line = "<6>[" + std::to_string(i) + "] driver " + std::to_string(i % 1000 * 919 % 1000) + ": ";
   return line.append(static_cast<size_t>(i % 40), static_cast<char>('a' + i % 26)) + " end\n";
 }
 

@@ -80,7 +80,7 @@ class Clock {
     time += 1000;
     std::string line =
         TimeText::Iso(time, true).substr(5).replace(5, 1, " ") + " <6>[" + std::to_string(number++) + "] ";
-    return line.append(static_cast<size_t>(number * 7919 % 61), static_cast<char>('a' + number % 26)) + "\n";
+    return line.append(static_cast<size_t>(number % 61 * 50 % 61), static_cast<char>('a' + number % 26)) + "\n";
   }
   std::string Lines(int count) {
     std::string text;
