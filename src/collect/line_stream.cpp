@@ -27,6 +27,10 @@ bool LineClock::Update() {
 
 LineStream::LineStream(LogOutput& target, bool mayRetry) : output(target), retries(mayRetry) {}
 
+size_t LineStream::FormattedLength(const char* text, int result) {
+  return result >= 0 ? static_cast<size_t>(result) : strnlen(text, kTextSize);
+}
+
 bool LineStream::Take(size_t size) {
   output.beginRun();
   const bool written = EmitLines(size);
@@ -94,7 +98,7 @@ bool LineStream::WriteLine(const char* line) {
   const int result = clock.Update() ? snprintf_s(text, kTextSize, kTextLength, "%s.%03ld %s\n", clock.text(),
                                                  clock.milliseconds(), line)
                                     : snprintf_s(text, kTextSize, kTextLength, "%s\n", line);
-  const size_t length = result >= 0 ? static_cast<size_t>(result) : strnlen(text, kTextSize);
+  const size_t length = FormattedLength(text, result);
   while (output.logcatWrite(text, length, true) != 0) {
     // The file may go meanwhile: the next write is to look again.
     output.endRun();

@@ -34,6 +34,10 @@ class LineStream {
   /// a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at once.
   LineStream(LogOutput& output, bool retries);
 
+  /// Length of what snprintf_s left in `text` of kTextSize bytes, given its result: the count, or -1 when it cut the
+  /// text.
+  static size_t FormattedLength(const char* text, int result);
+
   /// Where the next bytes of the node belong, and how many have room.
   char* freeSpace() { return buffer + kept; }
   size_t freeSize() const { return kTextSize - 1 - kept; }

@@ -18,11 +18,6 @@ constexpr size_t kTextSize = LineStream::kTextSize;
 constexpr size_t kTextLength = kTextSize - 1;
 constexpr char kShellLogNode[] = "/dev/cshell_log";
 
-/// Length of what snprintf_s left in `text`, given its result: the count, or -1 when it cut the text.
-size_t FormattedLength(const char* text, int result) {
-  return result >= 0 ? static_cast<size_t>(result) : strnlen(text, kTextSize);
-}
-
 /// Drops the line feed that ends a node's value: the last character of the text, unless that is its only one or a
 /// carriage return. Returns the length left.
 size_t CutLastCharacter(char* text) {
@@ -213,5 +208,5 @@ int Quilbase::writeFailureColumn(size_t width, bool lineDone) {
 int Quilbase::writeColumn(const char* text, size_t width, bool lineDone) {
   char column[kTextSize];
   const int result = snprintf_s(column, kTextSize, kTextLength, "%-*s", static_cast<int>(width), text);
-  return logcatWrite(column, FormattedLength(column, result), lineDone);
+  return logcatWrite(column, LineStream::FormattedLength(column, result), lineDone);
 }

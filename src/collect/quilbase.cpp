@@ -1,14 +1,14 @@
 #include "collect/quilbase.h"
 
 #include "logfile/factory_output.h"
+#include "logfile/file_names.h"
 #include "logfile/mapped_output.h"
 
 using namespace QuilCommon;
 
 namespace {
 
-constexpr size_t kMostFiles = 1000;  // as many as there are indexes
-constexpr size_t kFilesPerArchive = 5;
+constexpr size_t kMostFiles = FileNames::kIndexes;
 constexpr uint64_t kDefaultFiles = 10;
 constexpr uint64_t kDefaultArchives = 2;
 
@@ -29,7 +29,7 @@ LogOutput::Settings OutputSettings(const QuilcatGroup_t& group, bool mapped) {
     info->maxCompressdFiles = kMostFiles;
   }
   const size_t files = info->maxCompressdFiles;
-  settings.maxFiles = mapped ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
+  settings.maxFiles = mapped ? files : FileNames::archivesFor(files);
   settings.rotateSizeKB = info->rotate_size_kbytes;
   settings.syncSeconds = info->sync_seconds;
   return settings;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "logfile/file_names.h"
+
 /// The directory O_tmp in which five rotated files of an output O become an archive: B.1 to B.5, with B the base name
 /// of O, unfinished.tar.gz while it is written, packed.tar.gz once it is whole.
 ///
@@ -12,7 +14,7 @@
 /// thread-safe.
 class PackingDirectory {
  public:
-  static constexpr int kFiles = 5;
+  static constexpr int kFiles = FileNames::kFilesPerArchive;
 
   /// Opens the directory of the output at `livePath` if it is there.
   explicit PackingDirectory(const std::string& livePath);

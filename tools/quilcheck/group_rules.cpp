@@ -3,6 +3,7 @@
 #include <map>
 
 #include "config/records.h"
+#include "logfile/file_names.h"
 #include "quilcheck/document.h"
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
@@ -13,10 +14,9 @@ namespace Quilcheck {
 
 namespace {
 
-constexpr size_t kMostFiles = 1000;
+constexpr size_t kMostFiles = FileNames::kIndexes;
 constexpr size_t kFailureText = sizeof "Read Fail" - 1;
 constexpr size_t kDateText = 22;
-constexpr size_t kWidest = 8191;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -274,7 +274,7 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
                                 (isDate ? "the date, which has 22" : "\"Read Fail\", which has 9") +
                                 " characters: it moves the columns behind it");
   }
-  if (width > kWidest) {
+  if (width > kWidestColumn) {
     findings->Warning(line, "width " + std::to_string(width) + " is more than 8191: the daemon writes 8191 characters");
   }
   const std::string title = Text(set.record->title);

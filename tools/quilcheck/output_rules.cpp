@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "config/records.h"
+#include "logfile/file_names.h"
 #include "quilcheck/document.h"
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
@@ -17,12 +18,12 @@ namespace Quilcheck {
 namespace {
 
 constexpr char kIndexAndTime[] = ".I000.20260101-000000.gz";
-constexpr size_t kIndexedSuffix = sizeof kIndexAndTime - 1;
+static_assert(sizeof kIndexAndTime - 1 == FileNames::kSuffixLength);
 constexpr char kCompressed[] = ".gz";
 // Each output may clash with each; whoever has mended so many asks again.
 constexpr size_t kMostFindings = 10000;
-constexpr size_t kRotatedFiles = 5;
-constexpr size_t kOldNumbers = 5;
+constexpr size_t kRotatedFiles = FileNames::kFilesPerArchive;
+constexpr size_t kOldNumbers = FileNames::kOldStyleNumbers;
 
 std::string Number(size_t number) {
   return '.' + std::to_string(number);
@@ -84,7 +85,7 @@ struct Output {
     }
     const bool hasBase = directoryHasBase || name.find(base) != std::string::npos;
     const bool hasGz = directoryHasGz || name.find(kCompressed) != std::string::npos;
-    const bool isIndexed = name.size() == base.size() + kIndexedSuffix;
+    const bool isIndexed = name.size() == base.size() + FileNames::kSuffixLength;
     return hasBase && hasGz && !isLink && (mapped || isIndexed);
   }
 

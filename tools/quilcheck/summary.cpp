@@ -6,6 +6,8 @@
 #include <algorithm>
 
 #include "config/records.h"
+#include "logfile/file_names.h"
+#include "mmaplog/log_format.h"
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
@@ -15,10 +17,8 @@ namespace Quilcheck {
 
 namespace {
 
-constexpr size_t kMostFiles = 1000;
-constexpr size_t kFilesPerArchive = 5;
 // KiB that a file in mmap mode has while it is open, and keeps when its process is killed.
-constexpr unsigned long long kLeastMapped = 64;
+constexpr unsigned long long kLeastMapped = LogFormat::kSegmentSize / 1024;
 
 __attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...) {
   char text[512];
@@ -69,8 +69,7 @@ std::string Value(const QuilcatInputNodeSet_t& set) {
 
 /// The text as a column: filled with blanks to the width.
 std::string Column(std::string text, size_t width) {
-  constexpr size_t kWidest = 8191;
-  text.resize(std::max(text.size(), std::min(width, kWidest)), ' ');
+  text.resize(std::max(text.size(), std::min(width, kWidestColumn)), ' ');
   return text;
 }
 
@@ -174,8 +173,8 @@ std::string WriteModeName(const ServiceReading& service) {
 }
 
 size_t FilesKept(const ServiceReading& service) {
-  const size_t files = std::min(service.record->maxCompressdFiles, kMostFiles);
-  return service.record->writeMode == WRITE_MMAP ? files : (files + kFilesPerArchive - 1) / kFilesPerArchive;
+  const size_t files = std::min<size_t>(service.record->maxCompressdFiles, FileNames::kIndexes);
+  return service.record->writeMode == WRITE_MMAP ? files : FileNames::archivesFor(files);
 }
 
 unsigned long long MostKilobytes(const ServiceReading& service) {
@@ -185,7 +184,7 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
     return (files + 1) * std::max(size, kLeastMapped);  // a start keeps that many beside the file that it begins
   }
   // Without archives the live file and five rotated ones; else five rotated ones that are being packed.
-  return (files == 0 ? kFilesPerArchive + 1 : kFilesPerArchive * (files + 1)) * size;
+  return (files == 0 ? FileNames::kFilesPerArchive + 1 : FileNames::kFilesPerArchive * (files + 1)) * size;
 }
 
 std::string HeadingRow(const GroupReading& group) {
