@@ -84,6 +84,10 @@ WRAP(tm*, localtime_r, (const time_t* time, tm* result), (time, result), "localt
 WRAP(int, pthread_create, (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
      (thread, attributes, run, argument), "thread", EAGAIN, EAGAIN)
 WRAP(pid_t, fork, (), (), "fork", EAGAIN, -1)
+// The child of a vfork may not return from a function.
+extern "C" pid_t __wrap_vfork() {
+  return __wrap_fork();
+}
 
 extern "C" {
 
