@@ -81,6 +81,19 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
   EXPECT_EQ(ReadFile("/data/other"), "other");
 }
 
+TEST_F(LogFileTest, FollowsALinkThatOnlyRootCanHaveMade) {
+  for (const std::string link : {"/data/log", "/data/log/out"}) {
+    for (const Mode mode : {kMapped, kFactory}) {
+      Shell("rm -rf /data/*; mkdir -p /data/big /data/log/out; rm -r " + link + "; ln -s /data/big " + link);
+      SetUpOutput(mode);
+      output.reset();
+      EXPECT_TRUE(std::filesystem::is_symlink(link));
+      EXPECT_EQ(OwnerAndMode(link == kDirectory ? "/data/big" : "/data/big/out"), "root:system 775") << link;
+      EXPECT_TRUE(std::filesystem::is_regular_file(kOut));
+    }
+  }
+}
+
 TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFileUpAgain) {
   const std::string a(1000, 'a'), b(24, 'b'), c(23, 'c'), d(1000, 'd'), longTitle(1500, 't');
   for (const Mode mode : {kMapped, kFactory}) {
@@ -193,7 +206,9 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
       "ln -s /data/secret/new $O",
       "ln /data/secret/shadow $O",
       "mkfifo $O",
-      "rmdir /data/log/out; ln -s /data/secret /data/log/out",
+      "rmdir /data/log/out; ln -s /data/secret /data/log/out; chown -h 2000 /data/log/out",
+      "rmdir /data/log/out; ln -s /data/secret /data/log/out; chmod 775 /data/log",
+      "rm -r /data/log; ln -s /data/secret /data/log; chmod 1777 /data",
       "mkdir ${O}_tmp; chmod 777 ${O}_tmp; ln -s /data/secret/shadow ${O}_tmp/unfinished.tar.gz",
       "ln -s /data/secret ${O}_tmp",
       "ln -s /data/secret/shadow $O.1; ln /data/secret/shadow $O.2",
@@ -214,8 +229,8 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
   }
 }
 
-/// While the chown command starts, a member of the group, who may write as ever, puts a link where the directory or file
-/// was.
+/// While the chown command starts, a member of the group, who may write as ever, puts a link where the directory or
+/// file was.
 TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
   WriteFile("/data/secret", "secret");
   WriteFile("/tmp/bin/chown",
