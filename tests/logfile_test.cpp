@@ -126,6 +126,20 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
   EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
 }
 
+TEST_F(LogFileTest, AStartRemovesFilesWithoutTextThatNobodyWrites) {
+  const std::string zeros(65536, '\0'), texts[] = {"x", zeros, zeros + "x", "", zeros};
+  for (size_t i = 0; i < 5; ++i) WriteFile(kOut + ".I00" + std::to_string(i) + ".20240131-235959.gz", texts[i]);
+  settings.removeEmpty = true;
+  settings.maxFiles = 4;
+  const auto kept = [&] {
+    SetUpOutput(kMapped);
+    return Shell("cd /data/log/out; for f in *.gz; do echo -n ${f#*.} | head -c 4; done");
+  };
+  EXPECT_EQ(kept(), "I000I001I002I003");  // where 001 was, a gap would be
+  const std::unique_ptr<LogOutput> living = std::move(output);
+  EXPECT_EQ(kept(), "I000I001I002I003I004");
+}
+
 TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
   const std::string a(1000, 'a'), b(1000, 'b');
   WriteFile("/data/log/out/foreign.gz.txt", "");

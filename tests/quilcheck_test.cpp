@@ -129,6 +129,7 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
       {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
       {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
+      {"<writeMode=factory><emptyFiles=remove>" + kStream, {"3 warning: emptyFiles has no effect*"}},
       // Paths.
       {Poll("<inputNodeSet><dataPath=datetime></inputNodeSet>"), {"4 error: *did you mean DateTime?"}},
       {Poll("<inputNodeSet><alterdataPath=></inputNodeSet>"), {"4 error: *is empty*"}},
@@ -294,7 +295,7 @@ class Generator {
   std::string Settings() {
     std::string text = Tag("logRotateSizeKBytes", "value", std::to_string(Number(1, 4096)));
     text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 1000)));
-    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little");
+    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little") + Tag("emptyFiles", "value", "remove");
     if (Number(0, 1) == 0) text += Tag("writeMode", "value", Number(0, 1) == 0 ? "mmap" : "factory");
     return text;
   }

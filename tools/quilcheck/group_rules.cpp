@@ -99,6 +99,9 @@ void ServiceRules::CheckSettings() const {
     findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
                       "maxCompressdFiles is above 1000: the daemon takes 1000");
   }
+  if (service.record->empty_files == EMPTY_FILES_REMOVE && service.record->writeMode != WRITE_MMAP) {
+    findings->Warning(LineOfSetting(service.element, "emptyFiles"), "emptyFiles has no effect in factory mode");
+  }
   if (service.record->cpu_set == CPU_SET_BIG) {
     findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
   }
