@@ -116,14 +116,18 @@ TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFil
 }
 
 TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
-  for (const char* index : {"997", "998", "999", "000", "001"}) {
-    WriteFile(kOut + ".I" + index + ".20240131-235959.gz", "");
+  for (const char* fault : {"", "type"}) {
+    Shell("rm -rf /data/*");
+    for (const char* index : {"997", "998", "999", "000", "001"}) {
+      WriteFile(kOut + ".I" + index + ".20240131-235959.gz", "");
+    }
+    const FailNthCall unknown(fault, 1);
+    SetUpOutput(kMapped);
+    const std::vector<std::string> files = IndexedPaths(kDirectory);
+    ASSERT_EQ(files.size(), 4u);  // three, and the one just opened
+    EXPECT_EQ(files[2].substr(0, kOut.size() + 6), kOut + ".I002.");
+    EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
   }
-  SetUpOutput(kMapped);
-  const std::vector<std::string> files = IndexedPaths(kDirectory);
-  ASSERT_EQ(files.size(), 4u);  // three, and the one just opened
-  EXPECT_EQ(files[2].substr(0, kOut.size() + 6), kOut + ".I002.");
-  EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
 }
 
 TEST_F(LogFileTest, AStartRemovesFilesWithoutTextThatNobodyWrites) {

@@ -122,7 +122,9 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='poll_node'"), {"3 warning: *polls without a pause"}},
       {kStream + "<maxCompressdFiles=0>", {"3 warning: *again*", "3 warning: *no log is kept*"}},
       {kStream + "<logRotateSizeKBytes=0>", {"3 warning: *again*", "3 warning: *until the disk is full"}},
-      {kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
+      {kStream + "<maxCompressdFiles=998>", {"3 warning: *again*"}},
+      {kStream + "<maxCompressdFiles=999>", {"3 warning: *again*", "3 warning: *deletes the newest first"}},
+      {"<writeMode=factory>" + kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
       // Keywords.
       {kStream + "<writeMode/>", {"3 error: writeMode without value: the daemon takes factory"}},
       {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"3 warning: *again*", "3 warning: *no archive is made"}},
@@ -294,7 +296,7 @@ class Generator {
   }
   std::string Settings() {
     std::string text = Tag("logRotateSizeKBytes", "value", std::to_string(Number(1, 4096)));
-    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 1000)));
+    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 998)));
     if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little") + Tag("emptyFiles", "value", "remove");
     if (Number(0, 1) == 0) text += Tag("writeMode", "value", Number(0, 1) == 0 ? "mmap" : "factory");
     return text;
