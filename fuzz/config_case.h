@@ -75,7 +75,7 @@ class ConfigCase {
   Text Attribute(const char* name) {
     if (Below(5) == 0) return {};
     static constexpr char kValues[] =
-        "monitor_node|monitor_dir|poll_node|poll_cmd|mmap|factory|little|big|LITTLE|retry|/d||0|5|7|-5|+7x| 12 "
+        "monitor_node|monitor_dir|poll_node|poll_cmd|mmap|factory|little|big|LITTLE|retry|remove|/d||0|5|7|-5|+7x| 12 "
         "|\t1|0x10|"
         "2147483648|4294967301|99999999999999999999|-99999999999999999999|<&|\xc3\xa4|%s%n";
     const size_t length = 255 + Below(32);
@@ -107,24 +107,26 @@ class ConfigCase {
   static std::string Line(const char* label, int number) { return Line(label, std::to_string(number)); }
 
   std::string Service() {
-    int rotate = 0, files = 0, sync = 0, cpu = 0, write = 0;
+    int rotate = 0, files = 0, sync = 0, cpu = 0, write = 0, empty = 0;
     std::string groups, messages;
     bool valid = true;
     Text value;
     for (size_t count = 1 + Below(5); count > 0; --count) {
-      const size_t kind = Below(9);
+      const size_t kind = Below(10);
       if (kind == 0) Number(Element("logRotateSizeKBytes"), &rotate);
       if (kind == 1) Number(Element("maxCompressdFiles"), &files);
       if (kind == 2) Number(Element("syncSeconds"), &sync);
       if (kind == 3) cpu = (value = Element("cpuSets")) == "little" ? 1 : value == "big" ? 2 : 0;
       if (kind == 4) write = Element("writeMode") != "mmap";
       if (kind == 5) Element("other");
-      if (kind >= 6) groups += Group(&valid, &messages);
+      if (kind == 6 && Element("emptyFiles") == "remove") empty = 1;
+      if (kind >= 7) groups += Group(&valid, &messages);
     }
     return (valid && !groups.empty() ? "0\n" : "1\n") + messages +
            "------------- printQuilcatInfo begin -------------\n" + Line("name", "s") +
            Line("rotate_size_kbytes", rotate) + Line("maxCompressdFiles", files) + Line("cpu_set", cpu) +
-           Line("writeMode", write) + (sync > 0 ? Line("sync_seconds", sync) : "") + groups +
+           Line("writeMode", write) + (sync > 0 ? Line("sync_seconds", sync) : "") +
+           (empty > 0 ? Line("empty_files", empty) : "") + groups +
            "------------- printQuilcatInfo end ---------------\n";
   }
 

@@ -18,7 +18,8 @@ namespace {
 
 constexpr char kLibrary[] = "/system/lib64/libxml2.so";
 constexpr char kService[] =
-    "<c><quilcat name='s'><syncSeconds value='30'/><quilcatGroup><logStyle value='poll_node' onWriteFailure='retry'/>"
+    "<c><quilcat name='s'><syncSeconds value='30'/><emptyFiles value='remove'/><quilcatGroup><logStyle "
+    "value='poll_node' onWriteFailure='retry'/>"
     "<outputFilePath value='/o'/><inputNodeSet><dataPath value='/n'/><alterdataPath value='/a'/><title value='t'/>"
     "</inputNodeSet></quilcatGroup><quilcatGroup><logStyle value='monitor_dir'/><outputFilePath "
     "value='/o'/><inputDirSet>"

@@ -84,6 +84,10 @@ WRAP(tm*, localtime_r, (const time_t* time, tm* result), (time, result), "localt
 WRAP(int, pthread_create, (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
      (thread, attributes, run, argument), "thread", EAGAIN, EAGAIN)
 WRAP(pid_t, fork, (), (), "fork", EAGAIN, -1)
+// The child of a vfork may not return from a function.
+extern "C" pid_t __wrap_vfork() {
+  return __wrap_fork();
+}
 
 extern "C" {
 
@@ -91,6 +95,13 @@ ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
 void* __real__Znwm(size_t size);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 
+struct dirent* __real_readdir64(DIR* directory);
+
+struct dirent* __wrap_readdir64(DIR* directory) {
+  struct dirent* entry = __real_readdir64(directory);
+  if (entry != nullptr && strcmp(failing, "type") == 0) entry->d_type = DT_UNKNOWN;
+  return entry;
+}
 int __wrap_asprintf(char** text, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);

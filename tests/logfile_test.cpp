@@ -81,6 +81,16 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
   EXPECT_EQ(ReadFile("/data/other"), "other");
 }
 
+TEST_F(LogFileTest, FollowsALinkThatOnlyRootCanHaveMade) {
+  for (const std::string link : {"/data/log", kDirectory}) {
+    Shell("rm -rf /data/*; mkdir -p /data/big /data/log/out; rm -r " + link + "; ln -s /data/big " + link);
+    SetUpOutput(link == kDirectory ? kMapped : kFactory);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(OwnerAndMode(link == kDirectory ? "/data/big" : "/data/big/out"), "root:system 775") << link;
+    EXPECT_TRUE(std::filesystem::is_regular_file(kOut));
+  }
+}
+
 TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFileUpAgain) {
   const std::string a(1000, 'a'), b(24, 'b'), c(23, 'c'), d(1000, 'd'), longTitle(1500, 't');
   for (const Mode mode : {kMapped, kFactory}) {
@@ -106,11 +116,26 @@ TEST_F(LogFileTest, KeepsTheNewestFilesOnly) {
   for (const char* index : {"997", "998", "999", "000", "001"}) {
     WriteFile(kOut + ".I" + index + ".20240131-235959.gz", "");
   }
+  const FailNthCall unknown("type", 1);
   SetUpOutput(kMapped);
   const std::vector<std::string> files = IndexedPaths(kDirectory);
   ASSERT_EQ(files.size(), 4u);  // three, and the one just opened
   EXPECT_EQ(files[2].substr(0, kOut.size() + 6), kOut + ".I002.");
   EXPECT_EQ(files[3], kOut + ".I999.20240131-235959.gz");
+}
+
+TEST_F(LogFileTest, AStartRemovesFilesWithoutTextThatNobodyWrites) {
+  const std::string zeros(65536, '\0'), texts[] = {"x", zeros, zeros + "x", "", zeros};
+  for (size_t i = 0; i < 5; ++i) WriteFile(kOut + ".I00" + std::to_string(i) + ".20240131-235959.gz", texts[i]);
+  settings.removeEmpty = true;
+  settings.maxFiles = 4;
+  const auto kept = [&] {
+    SetUpOutput(kMapped);
+    return Shell("cd /data/log/out; for f in *.gz; do echo -n ${f#*.} | head -c 4; done");
+  };
+  EXPECT_EQ(kept(), "I000I001I002I003");  // where 001 was, a gap would be
+  const std::unique_ptr<LogOutput> living = std::move(output);
+  EXPECT_EQ(kept(), "I000I001I002I003I004");
 }
 
 TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
@@ -193,7 +218,9 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
       "ln -s /data/secret/new $O",
       "ln /data/secret/shadow $O",
       "mkfifo $O",
-      "rmdir /data/log/out; ln -s /data/secret /data/log/out",
+      "rmdir /data/log/out; ln -s /data/secret /data/log/out; chown -h 2000 /data/log/out",
+      "rmdir /data/log/out; ln -s /data/secret /data/log/out; chmod 775 /data/log",
+      "rm -r /data/log; ln -s /data/secret /data/log; chmod 1777 /data",
       "mkdir ${O}_tmp; chmod 777 ${O}_tmp; ln -s /data/secret/shadow ${O}_tmp/unfinished.tar.gz",
       "ln -s /data/secret ${O}_tmp",
       "ln -s /data/secret/shadow $O.1; ln /data/secret/shadow $O.2",
@@ -214,21 +241,25 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
   }
 }
 
-/// The chown command follows links, and takes a while to start.
+/// While the chown command starts, a member of the group, who may write as ever, puts a link where the directory or
+/// file was.
 TEST_F(LogFileTest, NobodyPutsALinkInTheWayOfTheChownCommand) {
   WriteFile("/data/secret", "secret");
   WriteFile("/tmp/bin/chown",
             "#!/bin/sh\n"
-            "setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $2 $2.away && ln -s /data/secret $2\"\n"
+            "P=$(readlink -f $2)\n"
+            "[ ! $KIND $P ] || setpriv --reuid 2000 --regid 1000 --clear-groups sh -c \"mv $P /data/log/away\n"
+            "ln -s /data/secret $P\"\n"
             "exec /bin/chown \"$@\"\n");
-  Shell("chmod 755 /tmp/bin/chown; mkdir -m 775 /data/log; /bin/chown root:system /data/log");
+  Shell("chmod 755 /tmp/bin/chown");
   const std::string path = getenv("PATH");
   setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
-  for (const Mode mode : {kMapped, kFactory}) {
-    SetUpOutput(mode);
+  for (const std::string kind : {"-d", "-f"}) {
+    setenv("KIND", kind.c_str(), 1);
+    Shell("rm -rf /data/log; mkdir -m 775 /data/log; /bin/chown root:system /data/log");
+    const std::string errors = SetUpOutput(kind == "-d" ? kMapped : kFactory);
     EXPECT_EQ(OwnerAndMode("/data/secret"), "root:root 644");
-    // And those of the group may write again.
-    EXPECT_EQ(OwnerAndMode(kDirectory) + OwnerAndMode("/data/log"), "root:system 775root:system 775");
+    EXPECT_EQ(OwnerAndMode("/data/log/away"), kind == "-d" ? "root:system 775" : "root:system 664") << errors;
   }
   setenv("PATH", path.c_str(), 1);
 }

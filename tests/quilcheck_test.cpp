@@ -122,13 +122,15 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='poll_node'"), {"3 warning: *polls without a pause"}},
       {kStream + "<maxCompressdFiles=0>", {"3 warning: *again*", "3 warning: *no log is kept*"}},
       {kStream + "<logRotateSizeKBytes=0>", {"3 warning: *again*", "3 warning: *until the disk is full"}},
-      {kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
+      {kStream + "<maxCompressdFiles=999>", {"3 warning: *again*", "3 warning: *deletes the newest first"}},
+      {"<writeMode=factory>" + kStream + "<maxCompressdFiles=1001>", {"3 warning: *again*", "3 warning: *takes 1000"}},
       // Keywords.
       {kStream + "<writeMode/>", {"3 error: writeMode without value: the daemon takes factory"}},
       {"<writeMode=factory><maxCompressdFiles=0>" + kStream, {"3 warning: *again*", "3 warning: *no archive is made"}},
       {kStream + "<writeMode=map>", {"3 error: *the daemon takes factory; did you mean mmap?"}},
       {kStream + "<cpuSets=0-3>", {"3 error: *there are little, big"}},
       {kStream + "<cpuSets=big>", {"3 warning: *binds nothing"}},
+      {"<writeMode=factory><emptyFiles=remove>" + kStream, {"3 warning: emptyFiles has no effect*"}},
       // Paths.
       {Poll("<inputNodeSet><dataPath=datetime></inputNodeSet>"), {"4 error: *did you mean DateTime?"}},
       {Poll("<inputNodeSet><alterdataPath=></inputNodeSet>"), {"4 error: *is empty*"}},
@@ -293,8 +295,8 @@ class Generator {
   }
   std::string Settings() {
     std::string text = Tag("logRotateSizeKBytes", "value", std::to_string(Number(1, 4096)));
-    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 1000)));
-    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little");
+    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 998)));
+    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little") + Tag("emptyFiles", "value", "remove");
     if (Number(0, 1) == 0) text += Tag("writeMode", "value", Number(0, 1) == 0 ? "mmap" : "factory");
     return text;
   }

@@ -32,6 +32,7 @@ LogOutput::Settings OutputSettings(const QuilcatGroup_t& group, bool mapped) {
   settings.maxFiles = mapped ? files : FileNames::archivesFor(files);
   settings.rotateSizeKB = info->rotate_size_kbytes;
   settings.syncSeconds = info->sync_seconds;
+  settings.removeEmpty = info->empty_files == EMPTY_FILES_REMOVE;
   return settings;
 }
 

@@ -156,6 +156,7 @@ void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
   fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
   fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
   PrintIfSet("sync_seconds", info->sync_seconds);
+  PrintIfSet("empty_files", static_cast<size_t>(info->empty_files));
   for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
     PrintGroup(*group);
   }

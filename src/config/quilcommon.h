@@ -34,6 +34,12 @@ enum type_write_failure : uint32_t {
   WRITE_FAILURE_RETRY = 1,  ///< the line is kept and tried again, and nothing is read meanwhile
 };
 
+/// What a start in mmap mode does with files of its outputs that hold no text.
+enum type_empty_files : uint32_t {
+  EMPTY_FILES_KEEP = 0,
+  EMPTY_FILES_REMOVE = 1,
+};
+
 /// CPUs that a service is bound to.
 enum : uint32_t {
   CPU_SET_NONE = 0,
@@ -80,6 +86,7 @@ struct QuilcatInfo_t {
   char* name;
   QuilcatGroup_t* group_list;
   size_t sync_seconds;  ///< time between two syncs of a file that is written; 0: the kernel decides
+  type_empty_files empty_files;
 };
 
 }  // namespace QuilCommon

@@ -106,6 +106,11 @@ void ReadCpuSet(xmlNode* node, QuilcatInfo_t* info) {
   ReadKeyword(node, "value", kKeywords, &info->cpu_set);
 }
 
+void ReadEmptyFiles(xmlNode* node, QuilcatInfo_t* info) {
+  static constexpr Keyword<type_empty_files> kKeywords[] = {{"remove", EMPTY_FILES_REMOVE}};
+  ReadKeyword(node, "value", kKeywords, &info->empty_files);
+}
+
 void ReadWidth(xmlNode* node, QuilcatInputNodeSet_t* set) {
   if (set->width == 0) {
     ReadInteger(node, "value", &set->width);
@@ -120,6 +125,7 @@ constexpr ElementReader<QuilcatInfo_t> kServiceElements[] = {
     {"cpuSets", ReadCpuSet},
     {"writeMode", QuilConfig::parseXmlNodeWriteMode},
     {"syncSeconds", [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->sync_seconds); }},
+    {"emptyFiles", ReadEmptyFiles},
     {"quilcatGroup", QuilConfig::parseXmlNodeQuilcatGroup},
 };
 

@@ -2,9 +2,11 @@
 
 #include <ctype.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
@@ -53,6 +55,14 @@ struct FreeText {
   void operator()(char* text) const { free(text); }
 };
 
+/// Not every file system tells the type with the entry.
+bool IsRegular(DIR* directory, const dirent& entry) {
+  struct stat status;
+  return entry.d_type == DT_REG ||
+         (entry.d_type == DT_UNKNOWN && fstatat(dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+          S_ISREG(status.st_mode));
+}
+
 }  // namespace
 
 bool IndexedFiles::formFileVectors() {
@@ -96,7 +106,7 @@ std::vector<std::string> IndexedFiles::oldStyleNames() const {
 }
 
 /// Appends the full paths of regular files in the output's directory to `found`: those with indexed names, or the other
-/// compressed files of the output. By the entry's type, so that links and directories are neither.
+/// compressed files of the output. Links and directories are neither.
 bool IndexedFiles::processMmapFileVec(Scan scan, std::vector<std::string>* found) const {
   if (strchr(outputFilePath.c_str(), '/') == nullptr) {
     return false;
@@ -114,7 +124,7 @@ bool IndexedFiles::processMmapFileVec(Scan scan, std::vector<std::string>* found
   const std::vector<std::string> oldStyle = oldStyleNames();
   const char* baseName = strrchr(outputFilePath.c_str(), '/') + 1;
   while (const dirent* entry = readdir(directory.get())) {
-    if (entry->d_type != DT_REG) {
+    if (!IsRegular(directory.get(), *entry)) {
       continue;
     }
     std::string file = path.get() + ("/" + std::string(entry->d_name));

@@ -35,6 +35,9 @@ class IndexedFiles {
   /// Appends the path of a new file to the list.
   void add(const std::string& path) { logFileVec.push_back(path); }
 
+  /// Takes the newest name off the list, which is not empty.
+  void dropNewest() { logFileVec.pop_back(); }
+
   /// Takes the oldest names off the list until `count` are left, and returns them.
   std::vector<std::string> takeSurplus(size_t count);
 

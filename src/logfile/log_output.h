@@ -35,6 +35,7 @@ class LogOutput {
     uint64_t maxFiles = 10;                ///< indexed files kept by a mapped output, archives by a factory output
     bool keepRefused = false;  ///< hold text that the disk refuses, and take no more, instead of dropping it
     uint64_t syncSeconds = 0;  ///< time between two syncs of the file that is written; 0: the kernel decides
+    bool removeEmpty = false;  ///< a mapped output's set-up removes files without text that nobody writes
   };
 
   virtual ~LogOutput() = default;

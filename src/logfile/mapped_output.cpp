@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "logfile/change_owner.h"
+#include "logfile/empty_files.h"
 #include "logfile/file_names.h"
 #include "logfile/file_steps.h"
 
@@ -34,13 +35,18 @@ bool IsFree(const std::string& path) {
 }  // namespace
 
 MappedOutput::MappedOutput(const Settings& settings, Owner& told)
-    : LogOutput(settings, told), mmapWriter(static_cast<unsigned>(settings.syncSeconds), settings.keepRefused) {}
+    : LogOutput(settings, told),
+      mmapWriter(static_cast<unsigned>(settings.syncSeconds), settings.keepRefused),
+      removesEmpty(settings.removeEmpty) {}
 
 int MappedOutput::openOutput() {
   if (outputFilePath == nullptr) {
     return 0;
   }
   files.formFileVectors();
+  if (removesEmpty) {
+    removeEmptyFiles(&files);
+  }
   removeRedundancy();
   openLogFile();
   return 0;

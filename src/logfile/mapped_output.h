@@ -35,6 +35,7 @@ class MappedOutput : public LogOutput {
   void removeRedundancy();
 
   Quil mmapWriter;
+  const bool removesEmpty;
 };
 
 #endif  // QUILCAT_LOGFILE_MAPPED_OUTPUT_H_

@@ -1,5 +1,6 @@
 #include "logfile/output_directory.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -7,43 +8,105 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <string>
+
 #include "logfile/change_owner.h"
 #include "logfile/directory_part.h"
-#include "logfile/file_steps.h"
-#include "safestr/safestr.h"
 
 namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
-constexpr size_t kDirectoryTextSize = 256;
-constexpr size_t kLongestDirectory = kDirectoryTextSize - 2;  // a "/" and the terminator have room behind it
+constexpr mode_t kWritableByOthers = 022;  // an access control list shows in the bits of the group
+constexpr size_t kLongestDirectory = 254;
+constexpr int kAsPath = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-/// Opens the directory at `path`, but none that a link leads to: whoever may write above it could put a link there, and
-/// have another directory given away. -1: there is none.
-int OpenDirectory(const char* path) {
-  return open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+bool IsRoots(const struct stat& status) {
+  return status.st_uid == 0 || status.st_uid == geteuid();
 }
 
-/// Makes one level of a directory path. False: reported.
-bool MakeLevel(const char* path, mode_t mode) {
-  if (access(path, F_OK) == 0) {
+/// A way down a path, level by level. Each is looked up in the one that was reached: what others do to the names above
+/// it leads nowhere else.
+class Descent {
+ public:
+  explicit Descent(bool fromRoot) : directory(open(fromRoot ? "/" : ".", kAsPath)) {}
+  ~Descent() { Reach(-1); }
+  Descent(const Descent&) = delete;
+  Descent& operator=(const Descent&) = delete;
+
+  /// Goes on to `name`, which messages call `path`. A link that others than root may have put there is removed.
+  /// False: nothing stands there, or a link that leads to no directory.
+  bool Enter(const char* name, const char* path) {
+    struct stat status;
+    bool isThere = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool isLink = isThere && S_ISLNK(status.st_mode);
+    const bool followed = isLink && IsRoots(status) && OnlyRootWrites();
+    if (isLink && !followed) {
+      const bool removed = unlinkat(directory, name, 0) == 0;
+      fprintf(stderr, removed ? "removed foreign link [%s]\n" : "unlink [%s] fail\n", path);
+      isThere = false;
+    }
+    const int next = isThere ? openat(directory, name, followed ? kAsPath : kAsPath | O_NOFOLLOW) : -1;
+    if (next < 0 && (!isThere || followed)) {
+      return false;
+    }
+    Reach(next);
     return true;
   }
-  if (mkdir(path, mode) != 0) {
-    fprintf(stderr, "%s: mkdir [%s] err.\n", "mkdir_p", path);
-    return false;
+
+  /// Makes `name` and goes on to it.
+  bool Make(const char* name, const char* path, mode_t mode) {
+    if (mkdirat(directory, name, mode) != 0) {
+      if (errno == EEXIST && Enter(name, path)) {
+        return true;  // another collector has just made it
+      }
+      fprintf(stderr, "%s: mkdir [%s] err.\n", "mkdir_p", path);
+      return false;
+    }
+    Reach(openat(directory, name, kAsPath | O_NOFOLLOW));
+    // mkdir is subject to the file-creation mask.
+    if (!SetMode(mode)) {
+      fprintf(stderr, "%s: chmod [%s] err.\n", "mkdir_p", path);
+      return false;
+    }
+    return true;
   }
-  // mkdir is subject to the file-creation mask.
-  const int level = OpenDirectory(path);
-  const bool adjusted = level >= 0 && fchmod(level, mode) == 0;
-  if (level >= 0) {
-    close(level);
+
+  bool SetMode(mode_t mode) const { return fchmodat(directory, ".", mode, 0) == 0; }
+
+  /// The directory that was reached, borrowed; -1: what stands there is none.
+  int reached() const { return directory; }
+
+ private:
+  bool OnlyRootWrites() const {
+    struct stat status;
+    return fstat(directory, &status) == 0 && IsRoots(status) && (status.st_mode & kWritableByOthers) == 0;
   }
-  if (!adjusted) {
-    fprintf(stderr, "%s: chmod [%s] err.\n", "mkdir_p", path);
-    return false;
+
+  void Reach(int next) {
+    if (directory >= 0) {
+      close(directory);
+    }
+    directory = next;
   }
-  return true;
+
+  int directory;
+};
+
+/// Goes down all of `path`. What is missing is made if a mode is given for it. False: the way ends before.
+bool Descend(const std::string& path, const mode_t* missingMode, Descent* descent) {
+  size_t start = 0;
+  while ((start = path.find_first_not_of('/', start)) != std::string::npos) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    const std::string level = path.substr(0, end);
+    const char* name = level.c_str() + start;
+    if (!descent->Enter(name, level.c_str()) &&
+        (missingMode == nullptr || !descent->Make(name, level.c_str(), *missingMode))) {
+      return false;
+    }
+    start = end;
+  }
+  return !path.empty();
 }
 
 }  // namespace
@@ -62,41 +125,27 @@ int create_bugreports_dir(const char* path) {
     fprintf(stderr, "malloc memory fail when create bugreport dir[%s].\n", path);
     return 1;
   }
-  releaseSymlink(directory);
   if (mkdir_p(directory, kDirectoryMode) != 0) {
     fprintf(stderr, "mkdir_p dir[%s] err\n", directory);
   }
-  const int opened = OpenDirectory(directory);
-  if (opened < 0 || fchmod(opened, kDirectoryMode) != 0) {
+  Descent descent(*directory == '/');
+  const bool isThere = Descend(directory, nullptr, &descent) && descent.reached() >= 0;
+  if (!isThere || !descent.SetMode(kDirectoryMode)) {
     fprintf(stderr, "chmod dir[%s] err\n", directory);
   }
-  if (opened >= 0) {
-    changeOwner(directory, "chown ", opened);
-    close(opened);
+  if (isThere) {
+    changeOwner(directory, "chown ", descent.reached());
   }
   free(directory);
   return 0;
 }
 
 int mkdir_p(const char* path, uint32_t mode) {
-  const size_t length = strlen(path);
-  if (length > kLongestDirectory) {
+  const std::string text = path;
+  if (text.size() > kLongestDirectory) {
     return 1;
   }
-  char text[kDirectoryTextSize];
-  memset_s(text, sizeof text, 0, sizeof text);
-  strncpy_s(text, sizeof text, path, kLongestDirectory);
-  if (length == 0 || text[length - 1] != '/') {
-    text[length] = '/';
-  }
-  // A leading "/" is no level of its own.
-  for (char* slash = text; (slash = strchr(slash + 1, '/')) != nullptr;) {
-    *slash = '\0';
-    const bool made = MakeLevel(text, mode);
-    *slash = '/';
-    if (!made) {
-      return 1;
-    }
-  }
-  return 0;
+  const mode_t missingMode = mode;
+  Descent descent(*path == '/');
+  return text.empty() || Descend(text, &missingMode, &descent) ? 0 : 1;
 }

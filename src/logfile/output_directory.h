@@ -5,10 +5,13 @@
 
 // The directory of an output. Results are 0 on success and 1 on failure. Any thread may call these.
 
+// A path is gone down level by level. A symbolic link on the way is followed when root made it and nobody else may
+// write to the directory that it stands in; where it leads, and what is linked there, is root's affair. Any other link
+// is removed and named on standard error: it could have root make directories, or give one away, anywhere.
+
 /// Makes the directory part of `path` and what is missing above it, with mode 0775, and gives it to root:system. 1,
 /// with a message on standard error, when `path` is null or empty or has no directory part, or when there is no memory.
-/// What the file system refuses is reported and does not make the call fail. A symbolic link in the directory's place
-/// is removed first: it could lead to any directory, which would then be given away.
+/// What the file system refuses is reported and does not make the call fail.
 int create_bugreports_dir(const char* path);
 
 /// Makes every missing directory of `path`, each with `mode`. 1 when `path` is longer than 254 bytes, without a

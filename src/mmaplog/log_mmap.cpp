@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,6 +46,8 @@ void LogMmap::openMmapFile(const char* path) {
   fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0700);
   if (fd < 0) {
     fprintf(stderr, "failed opening file\n");
+  } else {
+    flock(fd, LOCK_SH | LOCK_NB);  // tells other starts, until the file is closed, that its writer lives
   }
   if (!mmap_file()) {
     fprintf(stderr, "failed mmap file\n");

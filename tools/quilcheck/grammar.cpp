@@ -23,6 +23,7 @@ constexpr ElementRule kRules[] = {
     {"quilcat", "cpuSets", Repeat::Last, {Value(Kind::Keyword, "little big"), kEnd}},
     {"quilcat", "writeMode", Repeat::Last, {Value(Kind::Keyword, "mmap factory"), kEnd}},
     {"quilcat", "syncSeconds", Repeat::Last, {Value(Kind::Seconds), kEnd}},
+    {"quilcat", "emptyFiles", Repeat::Last, {Value(Kind::Keyword, "remove"), kEnd}},
     {"quilcat", "quilcatGroup", Repeat::All, {kEnd}},
     {"quilcatGroup",
      "logStyle",

@@ -15,6 +15,8 @@ namespace Quilcheck {
 namespace {
 
 constexpr size_t kMostFiles = FileNames::kIndexes;
+constexpr size_t kMostOrdered =
+    kMostFiles - 2;  // and the one that a start adds: one index is free to tell the oldest by
 constexpr size_t kFailureText = sizeof "Read Fail" - 1;
 constexpr size_t kDateText = 22;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
@@ -89,15 +91,23 @@ void ServiceRules::CheckSettings() const {
                       "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
   }
   const size_t files = service.record->maxCompressdFiles;
+  const bool isMapped = service.record->writeMode == WRITE_MMAP;
   if (files == 0) {
-    const bool isMapped = service.record->writeMode == WRITE_MMAP;
     findings->Warning(
         LineOfSetting(service.element, "maxCompressdFiles"),
         std::string("maxCompressdFiles is 0 or missing: ") +
             (isMapped ? "no log is kept at a rotation" : "five rotated files are kept, and no archive is made"));
+  } else if (isMapped && files > kMostOrdered) {
+    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
+                      std::string("maxCompressdFiles is above 998: with a file of each index a start takes 000 for the "
+                                  "oldest, and deletes the newest first") +
+                          (files > kMostFiles ? "; the daemon takes 1000" : ""));
   } else if (files > kMostFiles) {
     findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
                       "maxCompressdFiles is above 1000: the daemon takes 1000");
+  }
+  if (service.record->empty_files == EMPTY_FILES_REMOVE && !isMapped) {
+    findings->Warning(LineOfSetting(service.element, "emptyFiles"), "emptyFiles has no effect in factory mode");
   }
   if (service.record->cpu_set == CPU_SET_BIG) {
     findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");

@@ -103,6 +103,7 @@ std::string ServiceObject(const ServiceReading& service) {
          Member("filesKept", std::to_string(FilesKept(service))) + ", " +
          Member("mostKilobytes", bounded ? std::to_string(MostKilobytes(service)) : "null") + ", " +
          Member("syncSeconds", std::to_string(service.record->sync_seconds)) + ", " +
+         Member("emptyFiles", service.record->empty_files == EMPTY_FILES_REMOVE ? "\"remove\"" : "null") + ", " +
          Member("cpuSet", std::to_string(service.record->cpu_set)) + ",\n    " +
          Member("groups", Array(service.groups, "    ", GroupObject)) + '}';
 }

@@ -212,7 +212,11 @@ std::string Summary(const ServiceReading& service) {
   std::string text = "\nservice " + Printable(service.name) + ", line " + std::to_string(LineOf(service.element)) +
                      (service.valid ? "" : ": INVALID, its process idles") + '\n';
   text += Row("write mode", WriteModeName(service) + ": " + service.whyWriteMode);
-  text += Row("rotation", Rotation(service)) + Row("kept", Kept(service)) + Row("most disk", MostDisk(service));
+  text += Row("rotation", Rotation(service)) + Row("kept", Kept(service));
+  if (service.record->empty_files == EMPTY_FILES_REMOVE) {
+    text += Row("empty files", "removed at a start");
+  }
+  text += Row("most disk", MostDisk(service));
   const size_t seconds = service.record->sync_seconds;
   text +=
       Row("synced", seconds == 0 ? "when the kernel does" : "every " + std::to_string(seconds) + " s while text comes");
