@@ -1,4 +1,5 @@
-#pragma once
+#ifndef QUILCAT_FUZZ_CHOICES_H_
+#define QUILCAT_FUZZ_CHOICES_H_
 
 #include <stddef.h>
 #include <stdint.h>
@@ -21,3 +22,5 @@ class Choices {
   const uint8_t* next_;
   const uint8_t* end_;
 };
+
+#endif  // QUILCAT_FUZZ_CHOICES_H_

@@ -1,4 +1,5 @@
-#pragma once
+#ifndef QUILCAT_FUZZ_CONFIG_CASE_H_
+#define QUILCAT_FUZZ_CONFIG_CASE_H_
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -221,3 +222,5 @@ class ConfigCase {
   Choices choices;
   std::string xml, expected = "1\n";
 };
+
+#endif  // QUILCAT_FUZZ_CONFIG_CASE_H_

@@ -31,7 +31,7 @@ std::vector<std::string> Lines(const std::string& text);
 std::string Shell(const std::string& command);
 /// "root:system 664" for a path as it is, not for what a link points to.
 std::string OwnerAndMode(const std::string& path);
-/// How often a test at random moments is repeated: `usual` times, times what scripts/soak asks for.
+/// How often a test at random moments is repeated: `usual` times, times QUILCAT_SOAK.
 int Rounds(int usual);
 /// True in the builds under sanitizers, which need a real /proc, descriptors and memory of their own.
 bool Sanitized();

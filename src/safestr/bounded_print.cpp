@@ -11,9 +11,11 @@ bool IsPrintable(const char* dest, size_t destMax, const char* format) {
   return dest != nullptr && format != nullptr && destMax != 0 && destMax <= safestr::kMaxSize;
 }
 
-// Leaves an empty string where there is a byte to hold it.
+/// Leaves an empty string where there is a byte to hold it.
 int Fail(char* dest, size_t destMax) {
-  if (dest != nullptr && destMax != 0) dest[0] = '\0';
+  if (dest != nullptr && destMax != 0) {
+    dest[0] = '\0';
+  }
   return kPrintError;
 }
 
@@ -26,23 +28,31 @@ int vsnprintf_helper(char* dest, size_t size, const char* format, va_list ap) {
     *out.cur = '\0';
     return written;
   }
-  if (dest != nullptr) dest[size - 1] = '\0';
+  if (dest != nullptr) {
+    dest[size - 1] = '\0';
+  }
   return out.remaining < 0 ? kTruncated : kFormatError;
 }
 
 int vsprintf_s(char* dest, size_t destMax, const char* format, va_list ap) {
-  if (!IsPrintable(dest, destMax, format)) return Fail(dest, destMax);
+  if (!IsPrintable(dest, destMax, format)) {
+    return Fail(dest, destMax);
+  }
   const int written = vsnprintf_helper(dest, destMax, format, ap);
   return written >= 0 ? written : Fail(dest, destMax);
 }
 
 int vsnprintf_s(char* dest, size_t destMax, size_t count, const char* format, va_list ap) {
-  const bool good_count = count < safestr::kMaxSize || count == SIZE_MAX;
-  if (!good_count || !IsPrintable(dest, destMax, format)) return Fail(dest, destMax);
+  const bool goodCount = count < safestr::kMaxSize || count == SIZE_MAX;
+  if (!goodCount || !IsPrintable(dest, destMax, format)) {
+    return Fail(dest, destMax);
+  }
 
   if (count < destMax) {
     const int written = vsnprintf_helper(dest, count + 1, format, ap);
-    if (written == kTruncated) return kPrintError;
+    if (written == kTruncated) {
+      return kPrintError;
+    }
     return written >= 0 ? written : Fail(dest, destMax);
   }
   const int written = vsnprintf_helper(dest, destMax, format, ap);

@@ -60,9 +60,9 @@ enum Flags : uint16_t {
 
 constexpr unsigned kAny64Bit = kLong | k64Bit | kWord;
 
-// What a character means between '%' and the type.
+/// What a character means between '%' and the type.
 struct Meaning {
-  CharClass char_class;
+  CharClass charClass;
   uint16_t flags;  // to be set
 };
 
@@ -84,7 +84,9 @@ constexpr MeaningTable MakeMeanings() {
   };
   MeaningTable table{};
   for (const auto& entry : kMeanings) {
-    for (const char* ch = entry.characters; *ch != '\0'; ++ch) table[static_cast<uint8_t>(*ch)] = entry.meaning;
+    for (const char* ch = entry.characters; *ch != '\0'; ++ch) {
+      table[static_cast<uint8_t>(*ch)] = entry.meaning;
+    }
   }
   return table;
 }
@@ -100,7 +102,7 @@ constexpr size_t kLocalSpecSize = 16;
 constexpr const char* kLowerDigits = "0123456789abcdef";
 constexpr const char* kUpperDigits = "0123456789ABCDEF";
 
-// Digits a floating-point value may have besides its precision: those before the point, and sign, point, exponent.
+/// Digits a floating-point value may have besides its precision: those before the point, and sign, point, exponent.
 template <typename Real>
 constexpr int kDigitsBesidesPrecision = 349;
 template <>
@@ -109,23 +111,25 @@ constexpr int kDigitsBesidesPrecision<long double> = 4972;
 // A platform that does not know a specification prints it, with numbers in the place of its stars.
 constexpr size_t kEchoedStars = 32;
 
-// Bytes of the object's own while they suffice, else from the heap.
+/// Bytes of the object's own while they suffice, else from the heap.
 template <size_t kLocalSize>
 class ScratchBuffer {
  public:
-  explicit ScratchBuffer(size_t size) : data_(size <= kLocalSize ? local_ : static_cast<char*>(malloc(size))) {}
+  explicit ScratchBuffer(size_t size) : bytes(size <= kLocalSize ? local : static_cast<char*>(malloc(size))) {}
   ~ScratchBuffer() {
-    if (data_ != local_) free(data_);
+    if (bytes != local) {
+      free(bytes);
+    }
   }
   ScratchBuffer(const ScratchBuffer&) = delete;
   ScratchBuffer& operator=(const ScratchBuffer&) = delete;
 
   // Null: there was no memory.
-  char* data() { return data_; }
+  char* data() { return bytes; }
 
  private:
-  char* data_;
-  char local_[kLocalSize];
+  char* bytes;
+  char local[kLocalSize];
 };
 
 struct Conversion {
@@ -133,8 +137,8 @@ struct Conversion {
   unsigned flags;
   int width;
   int precision;
-  int stars_for_width;
-  bool star_for_precision;
+  int starsForWidth;
+  bool starForPrecision;
 };
 
 void Advance(int length, OutputCursor* out, int* written) {
@@ -145,8 +149,10 @@ void Advance(int length, OutputCursor* out, int* written) {
 
 class Formatter {
  public:
-  Formatter(OutputCursor* out, const char* format, va_list ap) : out_(out), next_(format) { va_copy(ap_, ap); }
-  ~Formatter() { va_end(ap_); }
+  Formatter(OutputCursor* cursor, const char* format, va_list given) : out(cursor), next(format) {
+    va_copy(arguments, given);
+  }
+  ~Formatter() { va_end(arguments); }
   Formatter(const Formatter&) = delete;
   Formatter& operator=(const Formatter&) = delete;
 
@@ -155,14 +161,14 @@ class Formatter {
  private:
   void WriteLiteral();
   State TakeAttribute(char ch, State before, State entered);
-  // False: the number is too large.
+  /// False: the number is too large.
   bool TakeWidth(char ch, State before);
   bool TakePrecision(char ch);
   State TakeSize(char ch);
   State TakeBitSize();
   void Convert(char type);
 
-  int64_t ReadInteger(bool is_signed);
+  int64_t ReadInteger(bool isSigned);
   void ConvertSigned();
   void ConvertUnsigned(char type);
   void ConvertPointer();
@@ -179,47 +185,49 @@ class Formatter {
 
   void WriteConversion(std::string_view text, std::string_view prefix = "");
   void WriteRun(std::string_view text);
-  void WritePad(char ch, int times) { write_multi_char_a(ch, times, out_, &written_); }
-  bool Has(unsigned flags) const { return (conversion_.flags & flags) != 0; }
+  void WritePad(char ch, int times) { write_multi_char_a(ch, times, out, &written); }
+  bool Has(unsigned flags) const { return (conversion.flags & flags) != 0; }
 
-  OutputCursor* out_;
-  const char* next_;  // format character to read next
-  int written_ = 0;   // negative: the call has failed
-  Conversion conversion_;
-  va_list ap_;
+  OutputCursor* out;
+  const char* next;  // format character to read next
+  int written = 0;   // negative: the call has failed
+  Conversion conversion;
+  va_list arguments;
 };
 
 int Formatter::Run() {
   State state = kNormal;
-  while (*next_ != '\0' && written_ >= 0) {
-    const char ch = *next_++;
+  while (*next != '\0' && written >= 0) {
+    const char ch = *next++;
     const State before = state;
-    state = kTransitions[kMeaningOf[static_cast<uint8_t>(ch)].char_class][before];
+    state = kTransitions[kMeaningOf[static_cast<uint8_t>(ch)].charClass][before];
     // The states of a plain "%s" as branches of their own: processors predict them better than one jump to nine places.
     if (state == kNormal) {
       WriteLiteral();
     } else if (state == kPercent) {
-      conversion_ = {next_ - 1, 0, 0, kAbsent, 0, false};
+      conversion = {next - 1, 0, 0, kAbsent, 0, false};
     } else if (state == kType) {
       Convert(ch);
     } else {
       state = TakeAttribute(ch, before, state);
-      if (state == kInvalid) return kFormatError;
+      if (state == kInvalid) {
+        return kFormatError;
+      }
     }
   }
-  return state == kNormal || state == kType ? written_ : kFormatError;
+  return state == kNormal || state == kType ? written : kFormatError;
 }
 
-// What stands between '%' and the type. Gives the state to go on in.
+/// What stands between '%' and the type. Gives the state to go on in.
 State Formatter::TakeAttribute(char ch, State before, State entered) {
   switch (entered) {
     case kFlag:
-      conversion_.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
+      conversion.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
       return entered;
     case kWidth:
       return TakeWidth(ch, before) ? entered : kInvalid;
     case kDot:
-      conversion_.precision = 0;
+      conversion.precision = 0;
       return entered;
     case kPrecision:
       return TakePrecision(ch) ? entered : kInvalid;
@@ -230,65 +238,75 @@ State Formatter::TakeAttribute(char ch, State before, State entered) {
   }
 }
 
-// Writes the character just read and all that follow it up to the next '%': in the normal state every other character
-// leads to the normal state again.
+/// Writes the character just read and all that follow it up to the next '%': in the normal state every other character
+/// leads to the normal state again.
 void Formatter::WriteLiteral() {
-  const char* const start = next_ - 1;
-  while (*next_ != '\0' && *next_ != '%' && next_ - start < INT_MAX) ++next_;
-  WriteRun({start, static_cast<size_t>(next_ - start)});
+  const char* const start = next - 1;
+  while (*next != '\0' && *next != '%' && next - start < INT_MAX) {
+    ++next;
+  }
+  WriteRun({start, static_cast<size_t>(next - start)});
 }
 
-// Appends a decimal digit. False: the number is too large already.
+/// Appends a decimal digit. False: the number is too large already.
 bool ExtendNumber(int* number, char digit) {
-  if (*number > kLastExtensible) return false;
+  if (*number > kLastExtensible) {
+    return false;
+  }
   *number = *number * 10 + (digit - '0');
   return true;
 }
 
 bool Formatter::TakeWidth(char ch, State before) {
   if (ch != '*') {
-    if (before != kWidth) conversion_.width = 0;
-    return ExtendNumber(&conversion_.width, ch);
+    if (before != kWidth) {
+      conversion.width = 0;
+    }
+    return ExtendNumber(&conversion.width, ch);
   }
-  const int width = va_arg(ap_, int);
-  ++conversion_.stars_for_width;
-  if (width < 0) conversion_.flags |= kLeft;
+  const int width = va_arg(arguments, int);
+  ++conversion.starsForWidth;
+  if (width < 0) {
+    conversion.flags |= kLeft;
+  }
   // The magnitude of INT_MIN is no int; either is more than the largest destination holds.
-  conversion_.width = width < 0 ? -std::max(width, -INT_MAX) : width;
+  conversion.width = width < 0 ? -std::max(width, -INT_MAX) : width;
   return true;
 }
 
 bool Formatter::TakePrecision(char ch) {
   if (ch != '*') {
-    conversion_.precision = std::max(conversion_.precision, 0);
-    return ExtendNumber(&conversion_.precision, ch);
+    conversion.precision = std::max(conversion.precision, 0);
+    return ExtendNumber(&conversion.precision, ch);
   }
-  conversion_.precision = std::max(va_arg(ap_, int), kAbsent);
-  conversion_.star_for_precision = true;
+  conversion.precision = std::max(va_arg(arguments, int), kAbsent);
+  conversion.starForPrecision = true;
   return true;
 }
 
 State Formatter::TakeSize(char ch) {
-  if (ch == 'I') return TakeBitSize();
-  if (*next_ != ch || (ch != 'h' && ch != 'l')) {
-    conversion_.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
+  if (ch == 'I') {
+    return TakeBitSize();
+  }
+  if (*next != ch || (ch != 'h' && ch != 'l')) {
+    conversion.flags |= kMeaningOf[static_cast<uint8_t>(ch)].flags;
     return kSize;
   }
-  ++next_;
-  conversion_.flags |= ch == 'h' ? kChar : k64Bit;
+  ++next;
+  conversion.flags |= ch == 'h' ? kChar : k64Bit;
   return kSize;
 }
 
-// The sizes "I64" and "I32", and "I" before an integer type; any other "I" is text and ends the conversion.
+/// The sizes "I64" and "I32", and "I" before an integer type; any other "I" is text and ends the conversion.
 State Formatter::TakeBitSize() {
-  const bool is_64 = strncmp(next_, "64", 2) == 0;
-  if (is_64 || strncmp(next_, "32", 2) == 0) {
-    conversion_.flags = is_64 ? conversion_.flags | k64Bit : conversion_.flags & ~unsigned{k64Bit};
-    next_ += 2;
+  const bool is64 = strncmp(next, "64", 2) == 0;
+  if (is64 || strncmp(next, "32", 2) == 0) {
+    conversion.flags = is64 ? conversion.flags | k64Bit : conversion.flags & ~unsigned{k64Bit};
+    next += 2;
     return kSize;
   }
-  if (*next_ != '\0' && strchr("diouxX", *next_) != nullptr) {
-    conversion_.flags |= k64Bit;
+  if (*next != '\0' && strchr("diouxX", *next) != nullptr) {
+    conversion.flags |= k64Bit;
     return kSize;
   }
   WriteLiteral();
@@ -296,7 +314,9 @@ State Formatter::TakeBitSize() {
 }
 
 void Formatter::Convert(char type) {
-  if (type == 's') return ConvertString(type);  // by far the most frequent
+  if (type == 's') {
+    return ConvertString(type);  // by far the most frequent
+  }
   switch (type) {
     case 'd':
     case 'i':
@@ -314,170 +334,230 @@ void Formatter::Convert(char type) {
     case 'S':
       return ConvertString(type);
     default:  // a floating-point type
-      if (Has(kLongDouble)) return ConvertFloat(va_arg(ap_, long double));
-      return ConvertFloat(va_arg(ap_, double));
+      if (Has(kLongDouble)) {
+        return ConvertFloat(va_arg(arguments, long double));
+      }
+      return ConvertFloat(va_arg(arguments, double));
   }
 }
 
-int64_t Formatter::ReadInteger(bool is_signed) {
-  if (Has(kAny64Bit) && !Has(kChar | kShort)) return va_arg(ap_, int64_t);
-  const int argument = va_arg(ap_, int);
-  if (Has(kChar)) return is_signed ? static_cast<signed char>(argument) : static_cast<unsigned char>(argument);
-  if (Has(kShort)) return is_signed ? static_cast<int16_t>(argument) : static_cast<uint16_t>(argument);
-  return is_signed ? argument : int64_t{static_cast<unsigned>(argument)};
+int64_t Formatter::ReadInteger(bool isSigned) {
+  if (Has(kAny64Bit) && !Has(kChar | kShort)) {
+    return va_arg(arguments, int64_t);
+  }
+  const int argument = va_arg(arguments, int);
+  if (Has(kChar)) {
+    return isSigned ? static_cast<signed char>(argument) : static_cast<unsigned char>(argument);
+  }
+  if (Has(kShort)) {
+    return isSigned ? static_cast<int16_t>(argument) : static_cast<uint16_t>(argument);
+  }
+  return isSigned ? argument : int64_t{static_cast<unsigned>(argument)};
 }
 
 void Formatter::ConvertSigned() {
   const int64_t value = ReadInteger(true);
   const auto bits = static_cast<uint64_t>(value);
-  if (value < 0) return WriteInteger<10>(0 - bits, "-");
+  if (value < 0) {
+    return WriteInteger<10>(0 - bits, "-");
+  }
   WriteInteger<10>(bits, Has(kPlus) ? "+" : Has(kBlank) ? " " : "");
 }
 
 void Formatter::ConvertUnsigned(char type) {
   const auto value = static_cast<uint64_t>(ReadInteger(false));
-  if (type == 'u') return WriteInteger<10>(value, "");
-  if (type == 'o') return WriteInteger<8>(value, "");
-  const bool has_prefix = Has(kAlternate) && value != 0;
-  if (type == 'x') return WriteInteger<16>(value, has_prefix ? "0x" : "");
-  WriteInteger<16>(value, has_prefix ? "0X" : "", kUpperDigits);
+  if (type == 'u') {
+    return WriteInteger<10>(value, "");
+  }
+  if (type == 'o') {
+    return WriteInteger<8>(value, "");
+  }
+  const bool hasPrefix = Has(kAlternate) && value != 0;
+  if (type == 'x') {
+    return WriteInteger<16>(value, hasPrefix ? "0x" : "");
+  }
+  WriteInteger<16>(value, hasPrefix ? "0X" : "", kUpperDigits);
 }
 
 void Formatter::ConvertPointer() {
-  const void* const pointer = va_arg(ap_, void*);
+  const void* const pointer = va_arg(arguments, void*);
   if (pointer == nullptr) {
-    conversion_.flags &= ~unsigned{kZero};
+    conversion.flags &= ~unsigned{kZero};
     return WriteConversion("(nil)");
   }
   // Precision is not for pointers: without one the zero flag stands.
-  conversion_.precision = kAbsent;
+  conversion.precision = kAbsent;
   WriteInteger<16>(reinterpret_cast<uintptr_t>(pointer), "0x");
 }
 
-// A base known to the compiler saves the divisions.
+/// A base known to the compiler saves the divisions.
 template <unsigned kBase>
 void Formatter::WriteInteger(uint64_t value, std::string_view prefix, const char* digits) {
   char buffer[kLocalTextSize];
   char* const end = buffer + sizeof buffer;
   char* text = end;
-  for (; value != 0; value /= kBase) *--text = digits[value % kBase];
-  int precision = 1;
-  if (conversion_.precision != kAbsent) {
-    precision = std::min(conversion_.precision, kLocalTextSize);
-    conversion_.flags &= ~unsigned{kZero};
+  for (; value != 0; value /= kBase) {
+    *--text = digits[value % kBase];
   }
-  while (end - text < precision) *--text = '0';
-  if (kBase == 8 && Has(kAlternate) && (text == end || *text != '0')) *--text = '0';
+  int precision = 1;
+  if (conversion.precision != kAbsent) {
+    precision = std::min(conversion.precision, kLocalTextSize);
+    conversion.flags &= ~unsigned{kZero};
+  }
+  while (end - text < precision) {
+    *--text = '0';
+  }
+  if (kBase == 8 && Has(kAlternate) && (text == end || *text != '0')) {
+    *--text = '0';
+  }
   WriteConversion({text, static_cast<size_t>(end - text)}, prefix);
 }
 
-// As wctomb, without the state that the C library shares between threads. Gives -1 for what does not convert.
+/// As wctomb, without the state that the C library shares between threads. Gives -1 for what does not convert.
 int PutWide(char* bytes, wchar_t wide) {
   mbstate_t state{};
   return static_cast<int>(wcrtomb(bytes, wide, &state));
 }
 
 void Formatter::ConvertChar(char type) {
-  conversion_.flags &= ~unsigned{kZero};
+  conversion.flags &= ~unsigned{kZero};
   char bytes[MB_LEN_MAX];
   int length = 1;
   if (Has(kLong | kWide) || (type == 'C' && !Has(kShort))) {
-    length = PutWide(bytes, static_cast<wchar_t>(va_arg(ap_, wint_t)));
-    if (length < 0) return;
+    length = PutWide(bytes, static_cast<wchar_t>(va_arg(arguments, wint_t)));
+    if (length < 0) {
+      return;
+    }
   } else {
-    bytes[0] = static_cast<char>(va_arg(ap_, int));
+    bytes[0] = static_cast<char>(va_arg(arguments, int));
   }
   WriteConversion({bytes, static_cast<size_t>(length)});
 }
 
 void Formatter::ConvertString(char type) {
-  conversion_.flags &= ~unsigned{kZero};
-  if (Has(kLong | kWide) || type == 'S') return ConvertWideString();
-  const char* text = va_arg(ap_, const char*);
-  if (text == nullptr) text = "(null)";
-  const int limit = conversion_.precision == kAbsent ? INT_MAX : conversion_.precision;
+  conversion.flags &= ~unsigned{kZero};
+  if (Has(kLong | kWide) || type == 'S') {
+    return ConvertWideString();
+  }
+  const char* text = va_arg(arguments, const char*);
+  if (text == nullptr) {
+    text = "(null)";
+  }
+  const int limit = conversion.precision == kAbsent ? INT_MAX : conversion.precision;
   WriteConversion({text, strnlen(text, static_cast<size_t>(limit))});
 }
 
-// Width and precision count wide characters, which may take several bytes each.
+/// Width and precision count wide characters, which may take several bytes each.
 void Formatter::ConvertWideString() {
-  const wchar_t* text = va_arg(ap_, const wchar_t*);
-  if (text == nullptr) text = L"(null)";
-  const int limit = conversion_.precision == kAbsent ? INT_MAX : conversion_.precision;
+  const wchar_t* text = va_arg(arguments, const wchar_t*);
+  if (text == nullptr) {
+    text = L"(null)";
+  }
+  const int limit = conversion.precision == kAbsent ? INT_MAX : conversion.precision;
   int length = 0;
-  while (length < limit && text[length] != L'\0') ++length;
+  while (length < limit && text[length] != L'\0') {
+    ++length;
+  }
 
-  const int pad = conversion_.width - length;
-  if (!Has(kLeft)) WritePad(' ', pad);
-  for (int i = 0; i < length && written_ >= 0; ++i) {
+  const int pad = conversion.width - length;
+  if (!Has(kLeft)) {
+    WritePad(' ', pad);
+  }
+  for (int i = 0; i < length && written >= 0; ++i) {
     char bytes[MB_LEN_MAX];
     const int size = PutWide(bytes, text[i]);
     if (size < 0) {
-      written_ = kFormatError;
+      written = kFormatError;
     } else {
       WriteRun({bytes, static_cast<size_t>(size)});
     }
   }
-  if (Has(kLeft) && written_ >= 0) WritePad(' ', pad);
+  if (Has(kLeft) && written >= 0) {
+    WritePad(' ', pad);
+  }
 }
 
-// The platform prints the value, fill and all. What it can not print, or has no memory for, is left out.
+/// The platform prints the value, fill and all. What it can not print, or has no memory for, is left out.
 template <typename Real>
 void Formatter::ConvertFloat(Real value) {
-  const char type = next_[-1];
-  if (conversion_.precision == kAbsent) conversion_.precision = 6;
-  if (conversion_.precision == 0 && (type == 'g' || type == 'G')) conversion_.precision = 1;
-  if (conversion_.precision > INT_MAX - kDigitsBesidesPrecision<Real>) return;
+  const char type = next[-1];
+  if (conversion.precision == kAbsent) {
+    conversion.precision = 6;
+  }
+  if (conversion.precision == 0 && (type == 'g' || type == 'G')) {
+    conversion.precision = 1;
+  }
+  if (conversion.precision > INT_MAX - kDigitsBesidesPrecision<Real>) {
+    return;
+  }
   // A platform may take a second star for another argument, and there is none.
-  if (conversion_.stars_for_width > 1) return;
+  if (conversion.starsForWidth > 1) {
+    return;
+  }
 
-  const int text_size = std::max(conversion_.precision + kDigitsBesidesPrecision<Real>, conversion_.width);
-  const auto specification_length = static_cast<size_t>(next_ - conversion_.start);
-  ScratchBuffer<kLocalSpecSize> specification(specification_length + 1);
-  ScratchBuffer<kLocalTextSize> text(std::max(static_cast<size_t>(text_size), specification_length + kEchoedStars) + 1);
-  if (specification.data() == nullptr || text.data() == nullptr) return;
+  const int textSize = std::max(conversion.precision + kDigitsBesidesPrecision<Real>, conversion.width);
+  const auto specificationLength = static_cast<size_t>(next - conversion.start);
+  ScratchBuffer<kLocalSpecSize> specification(specificationLength + 1);
+  ScratchBuffer<kLocalTextSize> text(std::max(static_cast<size_t>(textSize), specificationLength + kEchoedStars) + 1);
+  if (specification.data() == nullptr || text.data() == nullptr) {
+    return;
+  }
 
   CopySpecification(specification.data());
   const int length = PrintFloat(text.data(), specification.data(), value);
-  if (length >= 0 && length <= text_size) WriteRun({text.data(), static_cast<size_t>(length)});
+  if (length >= 0 && length <= textSize) {
+    WriteRun({text.data(), static_cast<size_t>(length)});
+  }
 }
 
-// As written, without the size `l` before a `double`: it means nothing there, but doubled some platforms read a
-// `long double`.
+/// As written, without the size `l` before a `double`: it means nothing there, but doubled some platforms read a
+/// `long double`.
 void Formatter::CopySpecification(char* copy) const {
-  for (const char* ch = conversion_.start; ch != next_; ++ch) {
-    if (*ch != 'l' || Has(kLongDouble)) *copy++ = *ch;
+  for (const char* ch = conversion.start; ch != next; ++ch) {
+    if (*ch != 'l' || Has(kLongDouble)) {
+      *copy++ = *ch;
+    }
   }
   *copy = '\0';
 }
 
 template <typename Real>
 int Formatter::PrintFloat(char* text, const char* specification, Real value) const {
-  const Conversion& given = conversion_;
-  if (given.stars_for_width != 0) {
-    return given.star_for_precision ? indirectSprintf(text, specification, given.width, given.precision, value)
-                                    : indirectSprintf(text, specification, given.width, value);
+  const Conversion& given = conversion;
+  if (given.starsForWidth != 0) {
+    return given.starForPrecision ? indirectSprintf(text, specification, given.width, given.precision, value)
+                                  : indirectSprintf(text, specification, given.width, value);
   }
-  return given.star_for_precision ? indirectSprintf(text, specification, given.precision, value)
-                                  : indirectSprintf(text, specification, value);
+  return given.starForPrecision ? indirectSprintf(text, specification, given.precision, value)
+                                : indirectSprintf(text, specification, value);
 }
 
 void Formatter::WriteConversion(std::string_view text, std::string_view prefix) {
-  const int pad = conversion_.width - static_cast<int>(text.size() + prefix.size());
-  if (pad < 1 && prefix.empty()) return WriteRun(text);
-  if (!Has(kLeft | kZero)) WritePad(' ', pad);
+  const int pad = conversion.width - static_cast<int>(text.size() + prefix.size());
+  if (pad < 1 && prefix.empty()) {
+    return WriteRun(text);
+  }
+  if (!Has(kLeft | kZero)) {
+    WritePad(' ', pad);
+  }
   WriteRun(prefix);
-  if (Has(kZero) && !Has(kLeft)) WritePad('0', pad);
+  if (Has(kZero) && !Has(kLeft)) {
+    WritePad('0', pad);
+  }
   WriteRun(text);
-  if (Has(kLeft)) WritePad(' ', pad);
+  if (Has(kLeft)) {
+    WritePad(' ', pad);
+  }
 }
 
 void Formatter::WriteRun(std::string_view text) {
   const int length = static_cast<int>(text.size());
-  if (out_->remaining <= length) return write_string_a(text.data(), length, out_, &written_);
-  char* const to = out_->cur;
-  Advance(length, out_, &written_);  // before the copy, after which a compiler has to read the cursor again
-  if (length == 1) {                 // a separator mostly, where the call would cost more than the byte
+  if (out->remaining <= length) {
+    return write_string_a(text.data(), length, out, &written);
+  }
+  char* const to = out->cur;
+  Advance(length, out, &written);  // before the copy, after which a compiler has to read the cursor again
+  if (length == 1) {               // a separator mostly, where the call would cost more than the byte
     *to = text[0];
   } else {
     memcpy(to, text.data(), text.size());
@@ -505,14 +585,18 @@ void write_multi_char_a(char ch, int times, OutputCursor* out, int* written) {
   const int fitting = std::clamp(times, 0, std::max(out->remaining, 0));
   memset(out->cur, ch, static_cast<size_t>(fitting));
   Advance(fitting, out, written);
-  if (fitting < times) write_char_a(ch, out, written);
+  if (fitting < times) {
+    write_char_a(ch, out, written);
+  }
 }
 
 void write_string_a(const char* text, int length, OutputCursor* out, int* written) {
   const int fitting = std::clamp(length, 0, std::max(out->remaining, 0));
   memcpy(out->cur, text, static_cast<size_t>(fitting));
   Advance(fitting, out, written);
-  if (fitting < length) write_char_a(text[fitting], out, written);
+  if (fitting < length) {
+    write_char_a(text[fitting], out, written);
+  }
 }
 
 int indirectSprintf(char* buffer, const char* format, ...) {

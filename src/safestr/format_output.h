@@ -1,4 +1,5 @@
-#pragma once
+#ifndef QUILCAT_SAFESTR_FORMAT_OUTPUT_H_
+#define QUILCAT_SAFESTR_FORMAT_OUTPUT_H_
 
 #include <cstdarg>
 #include <cstddef>
@@ -35,3 +36,5 @@ int vsnprintf_helper(char* dest, std::size_t size, const char* format, va_list a
 
 /// The result of a strncpy_s whose arguments are not plainly good, with the destination reset where the code says so.
 int strncpy_error(char* dest, std::size_t destMax, const char* src, std::size_t count);
+
+#endif  // QUILCAT_SAFESTR_FORMAT_OUTPUT_H_

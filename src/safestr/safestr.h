@@ -1,4 +1,5 @@
-#pragma once
+#ifndef QUILCAT_SAFESTR_SAFESTR_H_
+#define QUILCAT_SAFESTR_SAFESTR_H_
 
 #include <cstdarg>
 #include <cstddef>
@@ -68,3 +69,5 @@ int snprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* f
     __attribute__((format(printf, 4, 5)));
 int vsnprintf_s(char* dest, std::size_t destMax, std::size_t count, const char* format, va_list ap)
     __attribute__((format(printf, 4, 0)));
+
+#endif  // QUILCAT_SAFESTR_SAFESTR_H_
