@@ -10,7 +10,6 @@
 #include "fault_injection.h"
 #include "logfile/factory_output.h"
 #include "logfile/mapped_output.h"
-#include "thread/thread_base.h"
 
 using namespace Device;
 
@@ -374,29 +373,4 @@ TEST_F(LogFileTest, FactoryModeGoesOnWhereAProcessDied) {
     EXPECT_EQ(KeptText(kFactory), kept);
     EXPECT_FALSE(std::filesystem::exists(kOut + "_tmp") || std::filesystem::exists(kOut + ".5"));
   }
-}
-
-/// A close must not wait for it.
-TEST_F(LogFileTest, AStopEndsAPackingAndLosesNothing) {
-  struct : ThreadBase {
-    std::function<void()> body;
-    void run() override { body(); }
-  } writer;
-  std::string kept;
-  const auto fill = [&](int files) {
-    for (; files > 0; --files)
-      output->logcatWrite((kept += Noise(999, kept.size()) + "\n").c_str() + kept.size() - 1000, 1000, true);
-  };
-  SetUpOutput(kFactory);
-  fill(5);
-  std::filesystem::resize_file(kOut + ".4", 3ull << 30);  // packed in half a minute
-  writer.body = [&] { fill(14); };
-  ASSERT_TRUE(writer.start());
-  EXPECT_TRUE(WaitFor([] { return std::filesystem::exists(kOut + "_tmp/unfinished.tar.gz"); }));
-  writer.stop(ThreadBase::Clock::time_point::max());
-  EXPECT_FALSE(std::filesystem::exists(kOut + "-0.tar.gz"));
-  output.reset();
-  std::filesystem::resize_file(kOut + "_tmp/cat-log.5", 1000);
-  SetUpOutput(kFactory);
-  EXPECT_TRUE(KeptText(kFactory) == kept);
 }
