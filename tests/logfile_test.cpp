@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/xattr.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <random>
 
 #include "device.h"
 #include "fault_injection.h"
@@ -163,7 +166,7 @@ TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
 
 TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
   Shell("mkdir -p " + kOut + ".1");
-  const std::string tooLong = "/data/" + std::string(249, 'x');
+  const std::string tooLong = "/data/" + std::string(249, 'x'), longName = "/data/log/out/" + std::string(256, 'x');
   const std::tuple<std::string, Mode, std::string, int> cases[] = {
       {"", kMapped, "bugreport dir is invalide.\ncreate bugreports dir error!!\n", 1},
       {"name", kMapped, "pend is invalide.\ncreate bugreports dir error!!\n", 1},
@@ -171,6 +174,7 @@ TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
        "mkdir_p dir[" + tooLong + "] err\nchmod dir[" + tooLong + "] err\nopen pdir error.\nopen file[" + tooLong +
            "/log] err\ncouldn't open output file!!\n",
        1},
+      {longName, kFactory, "open file[" + longName + "] err\ncouldn't open output file!!\n", 1},
       {kOut, kMapped, "refreshSymlink unlink [" + kOut + "] fail\nrefreshSymlink unlink [" + kOut + ".1] fail\n", 0},
   };
   for (const auto& [path, mode, errors, result] : cases) {
@@ -317,30 +321,58 @@ TEST_F(LogFileTest, NoEmptyFilePushesTextOutWhileTheDiskIsFull) {
   }
 }
 
+/// Against a model: the plain renames, whatever somebody does meanwhile.
 TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
-  // Archives to keep; rotations; what stands then; the first line in it.
-  const std::tuple<size_t, int, std::string, int> cases[] = {
-      {2, 4, " .1 .2 .3 .4", 0},
-      {2, 5, " -0.tar.gz", 0},
-      {3, 16, " -0.tar.gz -1.tar.gz -2.tar.gz .1", 0},
-      {2, 15, " -0.tar.gz -1.tar.gz", 10},
-      {1, 12, " -0.tar.gz .1 .2", 10},
-      {0, 7, " .1 .2 .3 .4 .5", 4},
+  const uint32_t groupWrites[] = {2, 7 << 16 | 1, ~0u, 7 << 16 | 4, ~0u, 5 << 16 | 0x20, ~0u};
+  const auto name = [](int n) {
+    return "cat-log" + (n == 0 ? "" : n < 6 ? "." + std::to_string(n) : "-" + std::to_string(n - 6) + ".tar.gz");
   };
-  for (const auto& [archives, rotations, suffixes, firstLine] : cases) {
-    std::filesystem::remove_all(kDirectory);
-    settings.maxFiles = archives;
+  std::mt19937 random(4);
+  for (int round = 0; round < Rounds(10); ++round) {
+    Shell("cd /data; rm -rf *; touch secret; chmod 600 secret; mkdir backup");
+    const int archives = static_cast<int>(settings.maxFiles = random() % 4);
     SetUpOutput(kFactory);
-    std::string kept;
-    for (int i = 0; i < 2 * rotations + 2; ++i) {  // two lines a file
-      const std::string line = std::to_string(i) + std::string(500 - std::to_string(i).size(), '.');
-      EXPECT_EQ(Write(line), "");
-      kept += i >= firstLine ? line : "";
+    EXPECT_EQ(setxattr(kDirectory, "system.posix_acl_default", groupWrites, round % 2 != 0 ? 28 : 4, 0), 0);
+    std::map<int, std::string> model;  // the live file, five rotated ones, archives
+    const auto shift = [&](int from, int to) {
+      for (; to > from; --to) {
+        if (model.count(to - 1) != 0) model[to] = model[to - 1];
+        model.erase(to - 1);
+      }
+    };
+    int links = 1;
+    for (int step = 0; step < 40; ++step) {
+      const std::string line = std::to_string(step) + std::string(990, '.') + "\n";
+      Write(line);
+      shift(0, 5);
+      if (archives > 0 && model.count(5) != 0) {
+        shift(6, 5 + archives);
+        model[6] = model[5] + model[4] + model[3] + model[2] + model[1];
+        model.erase(model.begin(), model.find(6));
+      }
+      model[0] = line;
+      if (const auto chance = random() % 8; chance == 0) {
+        SetUpOutput(kFactory);
+      } else if (chance == 1) {
+        Shell("find /data/log/out -name 'cat-log.?' -perm 664 -exec ln -ft /data/backup {} +");
+      } else if (chance == 2 && archives > 0 && model.count(1) != 0) {
+        Shell("ln -f /data/secret " + kOut + ".1");
+        model[1] = "";
+        ++links;
+      } else if (const int gone = chance < 5 ? 6 + static_cast<int>(random() % 3) : 1; chance < 6) {
+        model.erase(gone);
+        std::filesystem::remove(std::string(kDirectory) + '/' + name(gone));
+      }
+      std::vector<std::string> names = List(kDirectory, "moved");
+      for (const auto& [number, text] : model) names.push_back(name(number));
+      std::sort(names.begin(), names.end());
+      ASSERT_EQ(List(kDirectory), names) << step;
     }
-    EXPECT_EQ(KeptText(kFactory), kept);
-    EXPECT_EQ(Shell("cd /data/log/out; for f in *; do echo -n \" ${f#cat-log}\"; done"), " " + suffixes);
-    const bool isPacked = suffixes.find('z') != std::string::npos;
-    EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), isPacked ? "system:system 644" : "missing");
+    std::string text;
+    for (auto file = model.rbegin(); file != model.rend(); ++file) text += file->second;
+    EXPECT_TRUE(KeptText(kFactory) == text);
+    EXPECT_EQ(Shell("stat -c %h /data/secret"), std::to_string(links) + "\n");
+    EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), model.count(6) != 0 ? "system:system 644" : "missing");
   }
 }
 

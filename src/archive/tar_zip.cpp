@@ -13,6 +13,7 @@
 #include "archive/tar_format.h"
 #include "archive/tar_stream.h"
 #include "safestr/safestr.h"
+#include "thread/thread_base.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ using TarFormat::kBlockSize;
 constexpr size_t kPathBuffer = 256;
 constexpr size_t kPrefixedNameBuffer = TarFormat::kMaxPrefixedName + 1;
 constexpr size_t kPasswdBuffer = 1024;
-constexpr mode_t kArchiveMode = 0666;
+constexpr mode_t kArchiveMode = 0644;  // a default ACL of the directory gives no more
 
 // "/data/log/app.log" -> "app.log"
 // "app.log"           -> "app.log"
@@ -167,7 +168,8 @@ bool write_zip_content(gzFile archive, const char* path, int64_t size) {
   bool whole = true;
   for (int64_t left = size; whole && left > 0; left -= static_cast<int64_t>(kBlockSize)) {
     char block[kBlockSize] = {};
-    whole = ReadBlock(fd, block, static_cast<size_t>(std::min(left, static_cast<int64_t>(kBlockSize)))) &&
+    whole = !ThreadBase::currentStopRequested() &&
+            ReadBlock(fd, block, static_cast<size_t>(std::min(left, static_cast<int64_t>(kBlockSize)))) &&
             WriteBlock(archive, block);
   }
   close(fd);

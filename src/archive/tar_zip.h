@@ -18,7 +18,8 @@
 /// False: there is no archive. Either it could not be created, or writing or syncing it failed (a full disk), and what
 /// there was of it was removed; or one of the files could not be packed: it could not be examined, opened or read, was
 /// replaced or deleted after it was examined, has 4 GiB or more, or lies in a directory and has a path of more than 255
-/// bytes. Nothing is reported; the packed files are as they were in either case.
+/// bytes; or the calling thread was asked to stop (ThreadBase). Nothing is reported; the packed files are as they were
+/// in either case.
 ///
 /// What stood at `archivePath`, a link too, is deleted first, never written to; a directory there is left and gives
 /// false. The archive belongs to the user and group of "system" where that user exists. A null `archivePath` gives

@@ -8,6 +8,7 @@
 #include "logfile/change_owner.h"
 #include "logfile/file_steps.h"
 #include "logfile/live_file.h"
+#include "logfile/rotated_files.h"
 #include "thread/interruptible.h"
 
 namespace {
@@ -18,7 +19,6 @@ constexpr mode_t kLiveFileMode = 0664;
 
 FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
     : LogOutput(settings, told),
-      rotated(outputFilePath != nullptr ? outputFilePath : "", maxFiles),
       keepsRefused(settings.keepRefused),
       syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
 
@@ -36,9 +36,11 @@ int FactoryOutput::openOutput() {
   if (hasOldStyleFiles) {
     files.formFileVectors();
   }
-  rotated.finishInterruptedRotation();
   logcatClose();
+  RotatedFiles rotated(outputFilePath, maxFiles);
+  rotated.finishInterruptedRotation();
   openLogFileFactory();
+  rotated.packIfFull();
   if (logFd < 0) {
     fprintf(stderr, "couldn't open output file!!\n");
     return 1;
@@ -161,9 +163,12 @@ void FactoryOutput::rotate() {
 
 void FactoryOutput::rotateLogsFactory() {
   finishFile();
-  rotated.shift();
-  curFileBytes = collectedSize;
-  rotated.packIfFull();
+  {
+    RotatedFiles rotated(outputFilePath, maxFiles);
+    rotated.shift();
+    curFileBytes = collectedSize;
+    rotated.packIfFull();
+  }
   openLogFileFactory();
   if (logFd < 0) {
     perror("couldn't open output file");

@@ -4,7 +4,6 @@
 #include <chrono>
 
 #include "logfile/log_output.h"
-#include "logfile/rotated_files.h"
 
 /// The output of factory mode: plain text in a live file at the output path itself, rotated through five numbered
 /// files, five of which become an archive. All of it happens on the thread that writes.
@@ -45,7 +44,6 @@ class FactoryOutput : public LogOutput {
   /// Longest text that is taken in one write with `keepRefused`, and most that a run collects.
   static constexpr size_t kCollectedSize = 16384;
 
-  RotatedFiles rotated;
   const bool keepsRefused;
   bool isRefusing = false;  ///< the last write failed, and that was reported
   size_t collectedSize = 0;

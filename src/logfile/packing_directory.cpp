@@ -6,60 +6,73 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "archive/tar_format.h"
+#include "archive/tar_zip.h"
 #include "logfile/file_steps.h"
 
 namespace {
 
-constexpr mode_t kMode = 0775;
+/// Nobody else may write here, and a default ACL of the log directory gives no more than the mode asks for.
+constexpr mode_t kMode = 0755;
 constexpr mode_t kWritableByOthers = 022;
-constexpr int kMostMoved = 100;
+/// What every rotated file has: all may read it, and those of the group write it.
+constexpr mode_t kShared = 0664;
+
+constexpr char kUnfinished[] = "unfinished.tar.gz";
+constexpr char kPacked[] = "packed.tar.gz";
 
 }  // namespace
 
-PackingDirectory::PackingDirectory(const std::string& livePath)
-    : path(livePath + "_tmp"), baseName(livePath.substr(livePath.rfind('/') + 1)) {
+PackingDirectory::PackingDirectory(int logDirectory, const std::string& livePath)
+    : parent(logDirectory),
+      path(livePath + "_tmp"),
+      base(livePath.substr(livePath.rfind('/') + 1)),
+      name(base + "_tmp") {
   Open();
 }
 
 PackingDirectory::~PackingDirectory() {
+  Close();
+}
+
+void PackingDirectory::Close() {
   if (fd >= 0) {
     close(fd);
   }
+  fd = -1;
 }
 
 void PackingDirectory::Open() {
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0) {
+  if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
   }
-  fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  fd = openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   // One that cannot be opened now, for want of a descriptor, is left alone if it is its own by the look of it.
   const bool isExamined = fd < 0 || fstat(fd, &status) == 0;
   if (isExamined && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
       (status.st_mode & kWritableByOthers) == 0) {
     return;
   }
-  if (fd >= 0) {
-    close(fd);
-    fd = -1;
-  }
+  Close();
   MoveAway();
 }
 
 /// To the first name of O_tmp.moved.0, O_tmp.moved.1, ... that nothing has.
 void PackingDirectory::MoveAway() const {
-  for (int number = 0; number < kMostMoved; ++number) {
-    const std::string target = path + ".moved." + std::to_string(number);
-    struct stat status;
-    if (lstat(target.c_str(), &status) != 0) {
-      renameIfThere(path, target, "while moving a foreign compress dir");
-      return;
-    }
+  std::string suffix;
+  struct stat status;
+  int number = 0;
+  do {
+    suffix = ".moved." + std::to_string(number++);
+  } while (fstatat(parent, (name + suffix).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0);
+  if (renameIfThere(parent, name, parent, name + suffix, "while moving a foreign compress dir")) {
+    fprintf(stderr, "%s moved to %s%s\n", path.c_str(), path.c_str(), suffix.c_str());
   }
 }
 
 void PackingDirectory::Make() {
-  if (mkdir(path.c_str(), kMode) != 0) {
+  if (mkdirat(parent, name.c_str(), kMode) != 0) {
     perror("couldn't create compress dir");
   }
   if (fd < 0) {
@@ -67,39 +80,93 @@ void PackingDirectory::Make() {
   }
 }
 
-std::string PackingDirectory::at(const std::string& name) const {
-  return "/proc/self/fd/" + std::to_string(fd) + '/' + name;
+void PackingDirectory::Take(int number) const {
+  if (renameat(parent, file(number).c_str(), fd, file(number).c_str()) != 0) {
+    perror("while rename log files");
+  }
 }
 
-std::string PackingDirectory::file(int number) const {
-  return at(baseName + '.' + std::to_string(number));
+void PackingDirectory::TakeRest() const {
+  int lowest = 1;
+  while (lowest <= kFiles && !fileExists(fd, file(lowest))) {
+    ++lowest;
+  }
+  for (int number = lowest - 1; lowest <= kFiles && !isPacked() && number >= 1; --number) {
+    renameIfThere(parent, file(number), fd, file(number), "while rename log files");
+  }
+}
+
+/// Why a file that is there is not packed; null: it is. It may have been put in the place of a log file by somebody who
+/// could not read it, as another name of a file: packed, it would be given away. A further name of a log file, which a
+/// backup may give it, is no reason.
+const char* PackingDirectory::objection(int number) const {
+  struct stat status;
+  if (fstatat(fd, file(number).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return nullptr;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return "no plain file";
+  }
+  if (status.st_nlink > 1 && (status.st_mode & kShared) != kShared) {
+    return "another name of a file that is not everybody's to read";
+  }
+  return status.st_size > TarFormat::kMaxFileSize ? "too large" : nullptr;
 }
 
 bool PackingDirectory::holdsFiles() const {
   for (int number = 1; number <= kFiles; ++number) {
-    if (fileExists(file(number))) {
+    if (fileExists(fd, file(number)) && objection(number) == nullptr) {
       return true;
     }
   }
   return false;
 }
 
-/// The oldest first: with B.5 gone a start does not take the others for a set that is being moved in.
+bool PackingDirectory::isPacked() const {
+  return fileExists(fd, kPacked);
+}
+
+bool PackingDirectory::Pack() const {
+  const std::string prefix = "/proc/self/fd/" + std::to_string(fd) + '/';
+  std::string files[kFiles];
+  const char* paths[kFiles];
+  for (int i = 0; i < kFiles; ++i) {
+    files[i] = prefix + file(i + 1);
+    paths[i] = objection(i + 1) == nullptr ? files[i].c_str() : nullptr;
+  }
+  return tar_zip_files(kFiles, paths, (prefix + kUnfinished).c_str(), 0) &&
+         renameIfThere(fd, kUnfinished, fd, kPacked, "while rename compressed files");
+}
+
+/// The oldest first, so that the lowest number stays to the end: a start takes what is left for a whole set.
 void PackingDirectory::DeleteFiles() const {
   for (int number = kFiles; number >= 1; --number) {
-    if (unlink(file(number).c_str()) != 0) {
+    if (objection(number) == nullptr && unlinkat(fd, file(number).c_str(), 0) != 0) {
       perror("unlink failed");
     }
   }
 }
 
-void PackingDirectory::Remove() const {
-  if (rmdir(path.c_str()) == 0) {
-    return;
+void PackingDirectory::DeleteArchive() const {
+  unlinkat(fd, kPacked, 0);
+}
+
+void PackingDirectory::Release(const std::string& archive) const {
+  renameIfThere(fd, kPacked, parent, archive, "while rename compressed files");
+}
+
+void PackingDirectory::Remove() {
+  if (unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0) {
+    const bool holdsSome = errno == ENOTEMPTY || errno == EEXIST;
+    perror("unlink failed");
+    for (int number = kFiles; number >= 1; --number) {
+      if (const char* reason = objection(number)) {
+        fprintf(stderr, "%s/%s is not packed: %s\n", path.c_str(), file(number).c_str(), reason);
+      }
+    }
+    if (holdsSome) {
+      MoveAway();
+    }
   }
-  const int error = errno;
-  perror("unlink failed");
-  if (error == ENOTEMPTY || error == EEXIST) {
-    MoveAway();
-  }
+  Close();
 }

@@ -9,46 +9,57 @@
 /// of O, unfinished.tar.gz while it is written, packed.tar.gz once it is whole.
 ///
 /// Only a directory of the process's own user that nobody else may write to will do, since what is packed here is given
-/// away: another one in its place is moved out of the way, to O_tmp.moved. The paths that the object gives lead into
-/// the directory that was examined, through its descriptor, whatever the name O_tmp stands for meanwhile. Not
-/// thread-safe.
+/// away: another one in its place is moved out of the way, to O_tmp.moved.0 and on. All steps are taken in the
+/// directory that was examined, through its descriptor, whatever the name O_tmp stands for meanwhile. Not thread-safe.
+/// Failures are reported on standard error.
 class PackingDirectory {
  public:
   static constexpr int kFiles = FileNames::kFilesPerArchive;
 
-  /// Opens the directory of the output at `livePath` if it is there.
-  explicit PackingDirectory(const std::string& livePath);
+  /// Opens the directory if it is there. `parent` is a descriptor of the log directory, borrowed.
+  PackingDirectory(int parent, const std::string& livePath);
   ~PackingDirectory();
   PackingDirectory(const PackingDirectory&) = delete;
   PackingDirectory& operator=(const PackingDirectory&) = delete;
 
-  /// Makes the directory. A failure, one that is there already included, is reported on standard error.
+  /// Makes and opens the directory; one that is there serves as well, but is reported.
   void Make();
 
   bool isOpen() const { return fd >= 0; }
 
-  /// Paths in the open directory: of B.`number`, of the archive while it is written, and when it is whole.
-  std::string file(int number) const;
-  std::string unfinished() const { return at("unfinished.tar.gz"); }
-  std::string packed() const { return at("packed.tar.gz"); }
+  /// Moves the file B.`number` of the log directory here.
+  void Take(int number) const;
+  /// Takes the files that a process did not come to, which died while it took five: those below the lowest number here.
+  void TakeRest() const;
 
-  /// True when one of the five files is there.
+  /// True when one of the files is there that can be packed.
   bool holdsFiles() const;
+  /// True when there is a whole archive. The files are in it then.
+  bool isPacked() const;
 
-  /// Deletes the five files; each failure, a missing file included, is reported on standard error.
+  /// Packs the files, but not what would be given away by it: leaves a whole archive, or false.
+  bool Pack() const;
+  /// Deletes the files that can be packed. A missing one is a failure.
   void DeleteFiles() const;
-
-  /// Removes the directory, which stays open. A failure is reported on standard error. What does not let itself be
-  /// deleted, as a directory in the place of a file, is moved out of the way with it.
-  void Remove() const;
+  /// Deletes the whole archive.
+  void DeleteArchive() const;
+  /// Moves the whole archive to `name` in the log directory.
+  void Release(const std::string& name) const;
+  /// Removes and closes the directory. With something in it, which cannot be packed and so was not deleted, it is moved
+  /// out of the way instead.
+  void Remove();
 
  private:
   void Open();
+  void Close();
   void MoveAway() const;
-  std::string at(const std::string& name) const;
+  std::string file(int number) const { return base + '.' + std::to_string(number); }
+  const char* objection(int number) const;
 
-  const std::string path;
-  const std::string baseName;
+  const int parent;
+  const std::string path;  ///< O_tmp, for messages
+  const std::string base;
+  const std::string name;
   int fd = -1;
 };
 

@@ -230,7 +230,9 @@ void Service::start(QuilcatInfo_t* info) {
   serviceInfo = info;
   sem_init(&wakeMain, 0, 0);
   // The timer threads of the writers take it, which a step creates: it would come here first.
-  ChangeSignalMask(SIG_BLOCK, {SIGUSR1});
+  if (info->writeMode == WRITE_MMAP) {
+    ChangeSignalMask(SIG_BLOCK, {SIGUSR1});
+  }
   signal(SIGUSR2, closequilcats);
   signal(SIGTERM, closequilcats);
   runClosable(StartCollectors);
