@@ -86,11 +86,17 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
 
 TEST_F(LogFileTest, FollowsALinkThatOnlyRootCanHaveMade) {
   for (const std::string link : {"/data/log", kDirectory}) {
-    Shell("rm -rf /data/*; mkdir -p /data/big /data/log/out; rm -r " + link + "; ln -s /data/big " + link);
-    SetUpOutput(link == kDirectory ? kMapped : kFactory);
-    EXPECT_TRUE(std::filesystem::is_symlink(link));
-    EXPECT_EQ(OwnerAndMode(link == kDirectory ? "/data/big" : "/data/big/out"), "root:system 775") << link;
-    EXPECT_TRUE(std::filesystem::is_regular_file(kOut));
+    for (const Mode mode : {kMapped, kFactory}) {
+      Shell("rm -rf /data/*; mkdir -p /data/big /data/log/out; rm -r " + link + "; ln -s /data/big " + link);
+      SetUpOutput(mode);
+      std::string kept;
+      for (char c = 'a'; c < 'g'; ++c) Write(kept.substr((kept += std::string(999, c) + "\n").size() - 1000));
+      output.reset();
+      EXPECT_TRUE(std::filesystem::is_symlink(link));
+      EXPECT_EQ(OwnerAndMode(link == kDirectory ? "/data/big" : "/data/big/out"), "root:system 775") << link;
+      EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), mode == kFactory ? "system:system 644" : "missing");
+      EXPECT_EQ(KeptText(mode), mode == kFactory ? kept : kept.substr(2000));
+    }
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "logfile/change_owner.h"
 #include "logfile/directory_part.h"
@@ -65,17 +66,15 @@ class Descent {
     }
     Reach(openat(directory, name, kAsPath | O_NOFOLLOW));
     // mkdir is subject to the file-creation mask.
-    if (!SetMode(mode)) {
+    if (fchmodat(directory, ".", mode, 0) != 0) {
       fprintf(stderr, "%s: chmod [%s] err.\n", "mkdir_p", path);
       return false;
     }
     return true;
   }
 
-  bool SetMode(mode_t mode) const { return fchmodat(directory, ".", mode, 0) == 0; }
-
-  /// The directory that was reached, borrowed; -1: what stands there is none.
-  int reached() const { return directory; }
+  /// The directory that was reached, now the caller's; -1: what is there is none.
+  int Leave() { return std::exchange(directory, -1); }
 
  private:
   bool OnlyRootWrites() const {
@@ -128,16 +127,21 @@ int create_bugreports_dir(const char* path) {
   if (mkdir_p(directory, kDirectoryMode) != 0) {
     fprintf(stderr, "mkdir_p dir[%s] err\n", directory);
   }
-  Descent descent(*directory == '/');
-  const bool isThere = Descend(directory, nullptr, &descent) && descent.reached() >= 0;
-  if (!isThere || !descent.SetMode(kDirectoryMode)) {
+  const int opened = openDirectory(directory);
+  if (opened < 0 || fchmodat(opened, ".", kDirectoryMode, 0) != 0) {
     fprintf(stderr, "chmod dir[%s] err\n", directory);
   }
-  if (isThere) {
-    changeOwner(directory, "chown ", descent.reached());
+  if (opened >= 0) {
+    changeOwner(directory, "chown ", opened);
+    close(opened);
   }
   free(directory);
   return 0;
+}
+
+int openDirectory(const std::string& path) {
+  Descent descent(path[0] == '/');
+  return Descend(path, nullptr, &descent) ? descent.Leave() : -1;
 }
 
 int mkdir_p(const char* path, uint32_t mode) {

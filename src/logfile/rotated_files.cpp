@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "logfile/file_steps.h"
+#include "logfile/output_directory.h"
 #include "logfile/packing_directory.h"
 #include "thread/thread_base.h"
 
@@ -12,18 +13,13 @@ namespace {
 
 constexpr int kRotatedFiles = PackingDirectory::kFiles;
 
-/// As a path only: whoever watches the directory for openings is not woken.
-int OpenDirectory(const std::string& path) {
-  return open(path.empty() ? "/" : path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-}
-
 }  // namespace
 
 RotatedFiles::RotatedFiles(const std::string& livePath, uint64_t archives)
     : logFilePath(livePath),
       base(livePath.substr(livePath.rfind('/') + 1)),
       maxFiles(archives),
-      directory(OpenDirectory(livePath.substr(0, livePath.rfind('/')))) {}
+      directory(openDirectory(livePath.substr(0, livePath.rfind('/') + 1))) {}
 
 RotatedFiles::~RotatedFiles() {
   if (directory >= 0) {
