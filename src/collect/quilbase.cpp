@@ -80,6 +80,18 @@ void Quilbase::flushUnlessBusy() {
   }
 }
 
+void Quilbase::setWorker() {
+  if (output != nullptr) {
+    output->setWorker();
+  }
+}
+
+void Quilbase::setUpForHeldText() {
+  if (output != nullptr) {
+    output->setUpForHeldText();
+  }
+}
+
 void Quilbase::beginRun() {
   if (output != nullptr) {
     output->beginRun();
