@@ -296,4 +296,23 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   std::filesystem::remove_all("/data/log");
   all = "";
   EXPECT_TRUE(isFlushedByOpening("/data/log"));
+
+  // A worker that waits for an hour, or for good, sets the file up again for what it has written.
+  const KernelLog kernel;
+  WriteFile("/tmp/node", "7\n");
+  group.polling_interval = 3600;
+  for (const char* path : {"/tmp/node", "/proc/kmsg"}) {
+    collector.reset();
+    Collect(path[1] == 't' ? STYLE_POLL_NODE : STYLE_MONITOR_NODE, path);
+    Make(WRITE_MMAP);
+    usleep(200000);
+    collector->start();
+    kernel.Write("7\n");
+    usleep(200000);
+    ASSERT_EQ(truncate(kOutput, 0), 0);
+    EXPECT_TRUE(WaitFor([&] {
+      List("/data/log");
+      return Decode(IndexedPaths("/data/log").back()).text.find("7\n") != std::string::npos;
+    }));
+  }
 }

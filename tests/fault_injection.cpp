@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <time.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -20,33 +21,37 @@ namespace {
 std::atomic<const char*> failing{""};
 std::atomic<int> calls{0};
 std::atomic<int> failingCall{0};
+std::atomic<int> stallSeconds{0};
 bool reports = false;
 
-void Inject(const char* kind, int n) {
+void Inject(const char* kind, int n, int seconds) {
   calls = 0;
   failingCall = n;
+  stallSeconds = seconds;
   failing = kind;
 }
 
 bool Fails(const char* kind, int error) {
   if (strcmp(failing, kind) != 0 || ++calls != failingCall) return false;
   if (reports && write(STDERR_FILENO, "fault injected\n", 15) < 0) return false;
+  for (const time_t end = time(nullptr) + stallSeconds; time(nullptr) < end && strcmp(failing, kind) == 0;)
+    usleep(1000);
   errno = error;
-  return true;
+  return stallSeconds == 0;
 }
 
 [[gnu::constructor]] void InjectFromEnvironment() {
   static char kind[32];
-  int n = 0;
+  int n = 0, seconds = 0;
   const char* fault = getenv("QUILCAT_FAULT");
-  reports = fault != nullptr && sscanf(fault, "%31[a-zA-Z]:%d", kind, &n) == 2;
-  if (reports) Inject(kind, n);
+  reports = fault != nullptr && sscanf(fault, "%31[a-zA-Z]:%d:%d", kind, &n, &seconds) >= 2;
+  if (reports) Inject(kind, n, seconds);
 }
 
 }  // namespace
 
-FailNthCall::FailNthCall(const char* kind, int n) : n_(n) {
-  Inject(kind, n);
+FailNthCall::FailNthCall(const char* kind, int n, int seconds) : n_(n) {
+  Inject(kind, n, seconds);
 }
 FailNthCall::~FailNthCall() {
   failing = "";

@@ -10,13 +10,14 @@
 ///
 /// A test that uses them links with quilcat_inject_faults (CMakeLists.txt), which redirects the calls of what is linked
 /// into the executable; shared libraries keep theirs. In the daemon built that way the variable QUILCAT_FAULT,
-/// "allocation:2", sets the fault, and standard error tells when it strikes.
+/// "allocation:2", sets the fault, and standard error tells when it strikes. With seconds, "sync:2:3", the call
+/// succeeds after that time instead, or when the object is gone.
 ///
 /// While an object lives, the nth call of `kind` from its creation on (1 is the next) fails. One may live at a time.
 /// Calls of all threads count.
 class FailNthCall {
  public:
-  FailNthCall(const char* kind, int n);
+  FailNthCall(const char* kind, int n, int seconds = 0);
   ~FailNthCall();
   FailNthCall(const FailNthCall&) = delete;
 

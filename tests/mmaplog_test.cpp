@@ -11,6 +11,7 @@
 #include "mmaplog/log_buffer.h"
 #include "mmaplog/log_mmap.h"
 #include "mmaplog/quil.h"
+#include "mmaplog/segment_copy.h"
 
 using namespace Device;
 
@@ -77,7 +78,7 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
     }
     for (const size_t size : std::initializer_list<size_t>{0, 65536, 65537})
       refuses(Noise(size, 1));  // the disk is full
-    EXPECT_FALSE(file.Write(nullptr, 1) || file.isLost());
+    EXPECT_FALSE(file.Write(nullptr, 1) || file.isOver());
   });
   EXPECT_EQ(errors, "failed mapping data\nfailed setting file size\nfailed mapping data\nfailed setting file size\n");
   EXPECT_TRUE(ReadFile(kPath) == all);
@@ -94,29 +95,43 @@ TEST(LogMmap, MakesANewFileOrNone) {
   EXPECT_EQ(List("/data"), (std::vector<std::string>{"dangling", "log", "other"}));
 }
 
-TEST(LogMmap, GivesUpAFileThatSomebodyElseCutsOrExtends) {
-  for (const off_t length : {0, 4096, 65535, 200000}) {
+TEST(LogMmap, GivesUpAFileThatSomebodyElseCutsExtendsOrRemoves) {
+  for (const off_t length : {0, 10, 65535, 200000, -1}) {
     unlink(kPath);
     {
       LogMmap file(kPath);
       EXPECT_TRUE(Write(file, Noise(5000, 1)));
-      EXPECT_EQ(truncate(kPath, length), 0);
-      EXPECT_FALSE(Write(file, Noise(65000, 2)) || Write(file, "text")) << length;
-      EXPECT_TRUE(file.isLost());
+      EXPECT_EQ(length < 0 ? unlink(kPath) : truncate(kPath, length), 0);
+      EXPECT_FALSE(Write(file, "text")) << length;
+      EXPECT_TRUE(file.isOver());
     }
-    EXPECT_EQ(ReadFile(kPath).size(), static_cast<size_t>(length));
+    EXPECT_EQ(ReadFile(kPath).size(), static_cast<size_t>(std::max<off_t>(length, 0)));
   }
 }
 
-TEST(LogMmapDeathTest, AnyOtherSigbusEndsTheProcess) {
-  LogMmap file(kPath);
-  ASSERT_TRUE(Write(file, "text"));  // from here on the handler is there
-  const auto storeBehindTheEnd = [] {
-    const int fd = open("/tmp/empty", O_RDWR | O_CREAT, 0600);
-    *static_cast<volatile char*>(mmap(nullptr, kSegment, PROT_WRITE, MAP_SHARED, fd, 0)) = 1;
-  };
+TEST(LogMmap, EndsAt2GiBAndLeavesTheBlockToTheNextFile) {
+  LogMmap file(kPath), next("/tmp/next");
+  LogBuffer buffer;
+  const int hole = open(kPath, O_RDWR);
+  off_t written = 0;
+  for (const std::string bytes(kSegment, 'a'); Write(file, bytes); written += kSegment) {
+    fallocate(hole, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, written);  // there is no memory for all of it
+  }
+  EXPECT_EQ(written, (off_t{1} << 31) - static_cast<off_t>(kSegment));
+  buffer.SetupMap(&file);
+  EXPECT_TRUE(Write(buffer, Noise(52429, 1)));
+  buffer.SetupMap(&next);
+  EXPECT_TRUE(buffer.Flush() && DecodeAll({"/tmp/next"}) == Noise(52429, 1));
+  close(hole);
+}
+
+TEST(SegmentCopyDeathTest, OutlivesACutOffPageAndNoOtherSigbus) {
+  const int fd = open("/tmp/empty", O_RDWR | O_CREAT, 0600);
+  const auto map = [fd] { return static_cast<uint8_t*>(mmap(nullptr, kSegment, PROT_WRITE, MAP_SHARED, fd, 0)); };
+  EXPECT_FALSE(openPages(map(), 5000, 5000));
+  EXPECT_FALSE(copyToSegment(map(), 0, reinterpret_cast<const uint8_t*>(kPath), 1));
   if (Sanitized()) GTEST_SKIP() << "has a handler of its own";
-  EXPECT_EXIT(storeBehindTheEnd(), testing::KilledBySignal(SIGBUS), "");
+  EXPECT_EXIT(*static_cast<volatile uint8_t*>(map()) = 1, testing::KilledBySignal(SIGBUS), "");
   EXPECT_EXIT(kill(getpid(), SIGBUS), testing::KilledBySignal(SIGBUS), "");
 }
 
@@ -206,26 +221,16 @@ TEST(Quil, WakesForTextOnlyAndSyncsWhenItIsDue) {
   EXPECT_EQ(Decode("/tmp/second").zeroTail, 0u);
 }
 
-TEST(Quil, TakesTheTextThatALostFileRefusedToTheNext) {
-  Quil writer;
+TEST(Quil, FlushesWhileASyncTakesLong) {
+  Quil writer(1);
   const Timer timer;
-  EXPECT_EQ(writer.outputDescriptor(), -1);
+  const FailNthCall sync("sync", 1, 60);
   ASSERT_TRUE(writer.SetOutputPath("/tmp/first"));
-  EXPECT_TRUE(Write(writer, "one"));
-  writer.Flush();
-  ASSERT_EQ(truncate("/tmp/first", 0), 0);
-  EXPECT_TRUE(Write(writer, "two"));
-  EXPECT_FALSE(writer.outputLost());
-  timer.GoOff();
-  EXPECT_TRUE(WaitFor([&] { return writer.outputLost(); }));
-  ASSERT_TRUE(writer.SetOutputPath("/tmp/second"));
-  EXPECT_FALSE(writer.outputLost());
-  EXPECT_EQ(fchmod(writer.outputDescriptor(), 0640), 0);
-  EXPECT_EQ(OwnerAndMode("/tmp/second"), "root:root 640");
-  EXPECT_NEAR(timer.Left(), 5, 0.5) << "what was refused waits no longer than other text";
-  timer.GoOff();
-  EXPECT_TRUE(WaitFor([] { return Decode("/tmp/second").text == "two"; }));
-  EXPECT_EQ(ReadFile("/tmp/first"), "");
+  for (const std::string text : {"a", "aa", "aaa"}) {
+    EXPECT_TRUE(Write(writer, "a"));
+    timer.GoOff();
+    EXPECT_TRUE(WaitFor([&] { return Decode("/tmp/first").text == text && sync.happened(); }));
+  }
 }
 
 TEST(Quil, OffersTextThatIsRefusedAgainThoughNoMoreComes) {

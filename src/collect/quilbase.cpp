@@ -81,6 +81,18 @@ void Quilbase::flushUnlessBusy() {
   }
 }
 
+void Quilbase::setWorker() {
+  if (output != nullptr) {
+    output->setWorker();
+  }
+}
+
+void Quilbase::setUpForHeldText() {
+  if (output != nullptr) {
+    output->setUpForHeldText();
+  }
+}
+
 void Quilbase::beginRun() {
   if (output != nullptr) {
     output->beginRun();

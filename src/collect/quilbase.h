@@ -12,8 +12,8 @@
 
 /// One collector's readers, which turn nodes into columns and lines, and the output that these go to.
 ///
-/// One thread at a time: first the constructing thread, then only the collector's worker. flushUnlessBusy() alone may
-/// be called by any thread. Operations that return an int give 0 on success and 1 on failure.
+/// One thread at a time: first the constructing thread, then only the collector's worker. flushUnlessBusy() and
+/// isInRun() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
 class Quilbase : private LogOutput::Owner {
  public:
   using QuilcatGroup_t = QuilCommon::QuilcatGroup_t;
@@ -37,6 +37,9 @@ class Quilbase : private LogOutput::Owner {
   int logcatWrite(const char* data, size_t len, bool lineDone);
   void logcatClose();
   void flushUnlessBusy();
+  bool isInRun() const { return output != nullptr && output->isInRun(); }
+  void setWorker();
+  void setUpForHeldText();
   void beginRun();
   int endRun();
 

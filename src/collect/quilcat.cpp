@@ -50,6 +50,7 @@ void Quilcat::run() {
   if (group == nullptr) {
     return;
   }
+  setWorker();
   switch (group->style) {
     case STYLE_MONITOR_NODE:
       if (NodeSets(group) != nullptr) {

@@ -21,6 +21,7 @@ class Quilcat : public Quilbase, public ThreadBase {
 
   /// The worker: streams the group's node, or polls its nodes; other groups end at once.
   void run() override;
+  void woken() override { setUpForHeldText(); }
 
   /// The time of now, "2024-01-31 23:59:59 > "; "1900-01-00 00:00:00 > " when the local time is not to be had. Heap
   /// text, freed by the caller; null when there is no memory.

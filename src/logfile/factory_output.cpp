@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "logfile/change_owner.h"
 #include "logfile/file_steps.h"
 #include "logfile/live_file.h"
@@ -15,10 +17,18 @@ namespace {
 
 constexpr mode_t kLiveFileMode = 0664;
 
+/// A file of 4 GiB has no place in an archive; and a row is ended beyond the size at which it was begun.
+constexpr uint64_t kMostKB = (uint64_t{4} << 20) - 1024;
+
+LogOutput::Settings Packable(LogOutput::Settings settings) {
+  settings.rotateSizeKB = std::min(settings.rotateSizeKB, kMostKB);
+  return settings;
+}
+
 }  // namespace
 
 FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
-    : LogOutput(settings, told),
+    : LogOutput(Packable(settings), told),
       keepsRefused(settings.keepRefused),
       syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
 
@@ -142,6 +152,7 @@ void FactoryOutput::openLogFileFactory() {
   releaseSymlink(logFilePath);
   releaseSymlink(prevLinkPath);
   logFd = openLiveFile(outputFilePath);
+  noteFile();
   if (logFd < 0) {
     fprintf(stderr, "open file[%s] err\n", outputFilePath);
     return;
@@ -150,7 +161,7 @@ void FactoryOutput::openLogFileFactory() {
     fprintf(stderr, "fchmod file[%s] err\n", outputFilePath);
   }
   changeOwner(outputFilePath, "chown file", logFd);
-  startFile();
+  owner.openLogFilePost();
 }
 
 void FactoryOutput::rotate() {

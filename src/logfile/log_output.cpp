@@ -28,7 +28,9 @@ int LogOutput::setupOutput() {
       return 1;
     }
     const bool stood = isDirectoryThere();
+    changingFile = true;
     result = openOutput();
+    changingFile = false;
     // Somebody may remove the directory in between. Until the next set-up text would be refused, which ends a stream.
     if (!stood || isDirectoryThere()) {
       break;
@@ -44,11 +46,13 @@ bool LogOutput::isDirectoryThere() const {
 }
 
 void LogOutput::prepareWrite(size_t len, bool lineDone) {
-  if (!settingUpFile) {
+  if (!changingFile) {
     setUpIfNeeded();
     lookedInRun = inRun;
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
+      changingFile = true;
       rotate();
+      changingFile = false;
       lookedInRun = false;  // where no file is kept, the new one is gone already
     }
   }
@@ -70,7 +74,20 @@ bool LogOutput::needsSetUp() const {
   if (isFileDead()) {
     return true;
   }
-  return !lookedInRun && (logFilePath.empty() || access(logFilePath.c_str(), F_OK) != 0);
+  return !lookedInRun && (logFilePath.empty() || !isFileThere());
+}
+
+/// Names are compared with names: there are file systems on which a descriptor tells another device than its name.
+bool LogOutput::isFileThere() const {
+  struct stat status;
+  return lstat(logFilePath.c_str(), &status) == 0 && status.st_dev == openedFile.st_dev &&
+         status.st_ino == openedFile.st_ino;
+}
+
+void LogOutput::noteFile() {
+  if (lstat(logFilePath.c_str(), &openedFile) != 0) {
+    openedFile = {};
+  }
 }
 
 void LogOutput::beginRun() {
@@ -78,9 +95,10 @@ void LogOutput::beginRun() {
 }
 
 int LogOutput::endRun() {
-  inRun = false;
   lookedInRun = false;
-  return writeCollected();
+  const int refused = writeCollected();
+  inRun = false;
+  return refused;
 }
 
 int LogOutput::offerAgain() {
@@ -90,8 +108,9 @@ int LogOutput::offerAgain() {
   return writeCollected();
 }
 
-void LogOutput::startFile() {
-  settingUpFile = true;
-  owner.openLogFilePost();
-  settingUpFile = false;
+void LogOutput::setUpForHeldText() {
+  if (!changingFile && isFileDead()) {
+    setUpIfNeeded();
+    holdsText();
+  }
 }

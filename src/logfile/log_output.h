@@ -3,7 +3,9 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 
@@ -46,7 +48,8 @@ class LogOutput {
   int setupOutput();
 
   /// Appends `len` bytes of `data`. `lineDone` says that they end a line: a file is rotated only between lines, before
-  /// the write that would reach the rotation size. A log file that has vanished is set up again first.
+  /// the write that would reach the rotation size. A log file that has vanished, or another file in its place, is set
+  /// up again first.
   virtual int logcatWrite(const char* data, size_t len, bool lineDone) = 0;
 
   /// Says that the writes until endRun() follow each other without a wait: the lines of one read, the columns of a row.
@@ -59,11 +62,19 @@ class LogOutput {
   /// Offers text that is held again, after a file that is gone was set up for it. 1: it was refused again.
   int offerAgain();
 
+  /// Says that the calling thread is the worker. It is woken (ThreadBase::woken()) while text waits for another file,
+  /// and calls setUpForHeldText() then, wherever it was interrupted.
+  virtual void setWorker() {}
+  void setUpForHeldText();
+
   /// Brings all text to the file (mapped output), or closes the file (factory output).
   virtual void logcatClose() = 0;
 
   /// Brings all text to the file unless the output is in use; for a collector whose worker is stuck.
   virtual void flushUnlessBusy() = 0;
+
+  /// True from beginRun() to the end of endRun(): the worker has text in hand. Any thread may call.
+  bool isInRun() const { return inRun; }
 
  protected:
   using Clock = std::chrono::steady_clock;
@@ -88,11 +99,9 @@ class LogOutput {
   virtual int writeCollected() = 0;
   /// Brings text to the file as far as it takes any. True: there is some that no file took.
   virtual bool holdsText() = 0;
-  bool isInRun() const { return inRun; }
 
-  /// Lets the owner write the first text of a new file. That text rotates nothing, however long it is: the file that it
-  /// would open needs the same text first.
-  void startFile();
+  /// Takes note of the file at logFilePath, which was just opened.
+  void noteFile();
 
   Owner& owner;
   const char* const outputFilePath;
@@ -107,13 +116,15 @@ class LogOutput {
  private:
   void setUpIfNeeded();
   bool needsSetUp() const;
+  bool isFileThere() const;
   bool isDirectoryThere() const;
 
   Clock::time_point nextSetUp;  ///< after one that failed, not before that time
-  bool inRun = false;
-  bool lookedInRun = false;  ///< the file stood there at the first write of the run, or of the run after a rotation
-  bool settingUpFile = false;
-  bool lineComplete = true;  ///< the last write ended a line
+  struct stat openedFile = {};  ///< what stood at logFilePath when it was opened
+  std::atomic<bool> inRun{false};
+  bool lookedInRun = false;   ///< the file stood there at the first write of the run, or of the run after a rotation
+  bool changingFile = false;  ///< text is the first of a new file, and rotates nothing, however long it is
+  bool lineComplete = true;   ///< the last write ended a line
 };
 
 #endif  // QUILCAT_LOGFILE_LOG_OUTPUT_H_

@@ -77,25 +77,26 @@ void MappedOutput::rotate() {
 }
 
 MappedOutput::~MappedOutput() {
-  if (mmapWriter.outputLost()) {
-    // Text that the lost file did not take waits for another one.
+  if (!mmapWriter.Flush() && mmapWriter.outputOver()) {
+    // Text that the file did not take waits for another one.
     beginNextFile();
   }
 }
 
-/// Ends the current file and starts the one with the next index.
+/// Ends the current file and starts the one with the next index, which takes the text that is pending: a set-up found
+/// that the file before is gone.
 void MappedOutput::openLogFile() {
   if (beginNextFile()) {
-    startFile();
+    owner.openLogFilePost();
   }
 }
 
 /// All of it but the file's first text. False: there is no new file.
 bool MappedOutput::beginNextFile() {
-  mmapWriter.Flush();
   if (!openIndexedFile()) {
     return false;
   }
+  noteFile();
   files.add(logFilePath);
   curFileBytes = 0;
   const int file = mmapWriter.outputDescriptor();

@@ -1,6 +1,8 @@
 #ifndef QUILCAT_LOGFILE_MAPPED_OUTPUT_H_
 #define QUILCAT_LOGFILE_MAPPED_OUTPUT_H_
 
+#include <unistd.h>
+
 #include <string>
 
 #include "logfile/log_output.h"
@@ -18,13 +20,14 @@ class MappedOutput : public LogOutput {
   int logcatWrite(const char* data, size_t len, bool lineDone) override { return mmapWrite(data, len, lineDone); }
   void logcatClose() override;
   void flushUnlessBusy() override;
+  void setWorker() override { mmapWriter.wakeForNextFile(gettid()); }
 
  private:
   int openOutput() override;
   void rotate() override;
   int writeCollected() override { return 0; }
   bool holdsText() override { return !mmapWriter.Flush(); }
-  bool isFileDead() const override { return mmapWriter.outputLost(); }
+  bool isFileDead() const override { return mmapWriter.outputOver(); }
 
   int mmapWrite(const char* data, size_t len, bool lineDone);
   void openLogFile();

@@ -138,10 +138,25 @@ void FlushWorkers() {
   }
 }
 
+bool IsAnyInRun() {
+  MutexLock held(listLock);
+  for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
+    if (!node->worker->hasEnded() && node->worker->isInRun()) {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// Destroys the workers. One that did not end is left alone, since its thread still uses it. False: there was such a
 /// one.
 bool DestroyWorkers() {
   FlushWorkers();
+  if (IsAnyInRun()) {
+    // A disk that holds up a worker with text in hand would hold up the exit as well.
+    StopThreads(nullptr);
+    FlushWorkers();
+  }
   bool allEnded = true;
   while (Quilcat* worker = TakeWorker()) {
     if (worker->hasEnded()) {

@@ -115,7 +115,7 @@ void LogBuffer::Drain() {
 /// member in the file. False: text was lost.
 bool LogBuffer::CompressBlock() {
   bool kept = AppendMember(inBuffer, inUsed);
-  if (!kept && target != nullptr && !target->isLost()) {
+  if (!kept && target != nullptr && !target->isOver()) {
     const uint32_t half = inUsed / 2;
     kept = HandOver();
     kept = AppendMember(inBuffer, half) && HandOver() && kept;
@@ -145,13 +145,13 @@ bool LogBuffer::AppendMember(const uint8_t* text, uint32_t size) {
 }
 
 /// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases, unless
-/// refused ones are kept. Without a file, or with one that is lost, they stay. False: they were refused.
+/// refused ones are kept. Without a file, or with one that is over, they stay. False: they were refused.
 bool LogBuffer::HandOver() {
   if (target == nullptr || outUsed == 0) {
     return true;
   }
   const bool written = target->Write(outBuffer, outUsed);
-  if (target->isLost()) {
+  if (target->isOver()) {
     return true;
   }
   if (written || !keepsRefused) {

@@ -22,23 +22,23 @@ class LogBuffer {
   /// With `keepRefused` nothing that was taken is dropped: a block that the file refuses stays, and text that has no
   /// room behind it is not taken. Every Write() and Flush() offers the block to the file again.
   explicit LogBuffer(bool keepRefused = false);
-  /// Flushes into the target, which must still exist. What a lost file left behind goes with the buffer.
+  /// Flushes into the target, which must still exist. What a file that is over did not take goes with the buffer.
   ~LogBuffer();
   LogBuffer(const LogBuffer&) = delete;
   LogBuffer& operator=(const LogBuffer&) = delete;
 
-  /// Sets the file that takes the blocks; not owned. Blocks cut before there is one, or after it was lost, are kept
+  /// Sets the file that takes the blocks; not owned. Blocks cut before there is one, or after it was over, are kept
   /// while they fit, and go to the next one at the next hand-over.
   void SetupMap(LogMmap* file);
 
   /// Appends `len` bytes of text. False: the text was dropped for lack of room (more than the 13108 bytes that are
   /// always free) or of a deflate state, or the block that it completed had no file to go to, or was refused and
-  /// dropped. A block that waits for another file than a lost one is none of these, as long as it fits. With
+  /// dropped. A block that waits for another file than one that is over is none of these, as long as it fits. With
   /// `keepRefused`, false says that the text was not taken, whatever the reason; it may be offered again.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
 
   /// Compresses what is pending and hands all compressed bytes to the file. Nothing pending writes nothing. False: text
-  /// is still pending, since there is no file, it is lost, or, with `keepRefused`, it refused the text.
+  /// is still pending, since there is no file, it is over, or, with `keepRefused`, it refused the text.
   bool Flush() EXCLUDES(lock);
 
  private:

@@ -49,6 +49,8 @@ void LogMmap::openMmapFile(const char* path) {
   } else {
     flock(fd, LOCK_SH | LOCK_NB);  // tells other starts, until the file is closed, that its writer lives
   }
+  struct stat status;
+  hadName = fd >= 0 && fstat(fd, &status) == 0 && status.st_nlink > 0;
   if (!mmap_file()) {
     fprintf(stderr, "failed mmap file\n");
   }
@@ -58,10 +60,6 @@ void LogMmap::openMmapFile(const char* path) {
 /// caller. False: the segment is as it was, and so is the file, or it is lost.
 bool LogMmap::mmap_file() {
   if (fd < 0) {
-    return false;
-  }
-  lost = lost || !HasOwnLength();
-  if (lost) {
     return false;
   }
   const uint64_t offset = reservedSize;
@@ -79,6 +77,7 @@ bool LogMmap::mmap_file() {
   if (mapped == MAP_FAILED) {
     fprintf(stderr, "failed mapping data\n");
     UndoExtension();
+    full = offset > INT32_MAX;
     return false;
   }
   if (!FillSegment(offset)) {
@@ -90,10 +89,12 @@ bool LogMmap::mmap_file() {
   return true;
 }
 
-/// Tells whether the file has the length that this object gave it; another one is the work of somebody else.
-bool LogMmap::HasOwnLength() const {
+/// Tells whether the file has the length that this object gave it, and a name; anything else is the work of somebody
+/// else.
+bool LogMmap::IsOwn() const {
   struct stat status;
-  return fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(reservedSize);
+  return fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(reservedSize) &&
+         (status.st_nlink > 0 || !hadName);
 }
 
 /// Writes zeros over the segment at `offset`, so that its blocks exist: a store into a mapped hole of a full disk would
@@ -110,7 +111,12 @@ void LogMmap::UndoExtension() {
 }
 
 bool LogMmap::Write(const void* data, size_t len) {
-  if (data == nullptr || len < 1 || len > kSegmentSize || lost) {
+  if (data == nullptr || len < 1 || len > kSegmentSize || isOver()) {
+    return false;
+  }
+  // Bytes after a cut inside the last page would go nowhere, and raise no fault.
+  lost = fd >= 0 && !IsOwn();
+  if (lost) {
     return false;
   }
   if (segment == nullptr && !mmap_file()) {
@@ -134,15 +140,15 @@ bool LogMmap::Write(const void* data, size_t len) {
 /// once. The next one is had, and the pages of both are open, before anything is copied: what remains between the two
 /// halves, in which a kill would break the bytes in two, is two copies.
 bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room) {
-  uint8_t* const full = segment;
+  uint8_t* const filled = segment;
   if (!mmap_file()) {
     return false;
   }
   const size_t position = kSegmentSize - room;
   const size_t rest = len - room;
-  lost = !openPages(full, position, room) || !openPages(segment, 0, rest) ||
-         !copyToSegment(full, position, bytes, room) || !copyToSegment(segment, 0, bytes + room, rest);
-  Unmap(full);
+  lost = !openPages(filled, position, room) || !openPages(segment, 0, rest) ||
+         !copyToSegment(filled, position, bytes, room) || !copyToSegment(segment, 0, bytes + room, rest);
+  Unmap(filled);
   if (lost) {
     return false;
   }
@@ -153,7 +159,7 @@ bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room)
 int LogMmap::Finish() {
   Unmap(std::exchange(segment, nullptr));
   // A failure leaves zeros behind the text, which do no harm.
-  if (fd >= 0 && !lost && HasOwnLength() && ftruncate(fd, static_cast<off_t>(writtenSize)) != 0) {
+  if (fd >= 0 && !lost && IsOwn() && ftruncate(fd, static_cast<off_t>(writtenSize)) != 0) {
     lost = true;
   }
   return std::exchange(fd, -1);

@@ -4,9 +4,10 @@
 #include <poll.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
+
+#include "thread/thread_base.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr timespec kFlushPeriod = {5, 5000};
 /// Set in the thread that receives SIGUSR1.
 thread_local volatile sig_atomic_t exitRequested = 0;
 
-/// Takes the note of a timer or event that went off.
+/// Takes the note of a timer that went off.
 void Acknowledge(int fd) {
   uint64_t count = 0;
   const ssize_t ignored = read(fd, &count, sizeof count);  // none there is as good
@@ -28,19 +29,12 @@ time_t MonotonicSeconds() {
   return now.tv_sec;
 }
 
-void CloseIfOpen(int fd) {
-  if (fd >= 0) {
-    close(fd);
-  }
-}
-
 }  // namespace
 
 Quil::Quil(unsigned syncSeconds, bool keepRefused)
     : buffer(new LogBuffer(keepRefused)),
       syncPeriod(static_cast<time_t>(syncSeconds)),
-      flushTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
-      syncRequest(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+      flushTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   sigset_t exitSignal;
   sigemptyset(&exitSignal);
   sigaddset(&exitSignal, SIGUSR1);
@@ -58,8 +52,9 @@ Quil::~Quil() {
     }
     pthread_join(timerThread, nullptr);
   }
-  CloseIfOpen(flushTimer);
-  CloseIfOpen(syncRequest);
+  if (flushTimer >= 0) {
+    close(flushTimer);
+  }
   // The buffer goes first: its last block still goes to the file.
   delete buffer;
   buffer = nullptr;
@@ -85,12 +80,7 @@ bool Quil::SetOutputPath(const char* path) {
     file = new LogMmap(path);
     buffer->SetupMap(file);
     opened = file->isMmapOpenSucc();
-    lost = file->isLost();
-    // A block that waited for this file is to reach it, and the disk.
-    unsynced = true;
-    if (!flushSet) {
-      SetTimer(kFlushPeriod);
-    }
+    over = file->isOver();
   }
   SyncFinished(finished);
   return opened;
@@ -113,8 +103,8 @@ bool Quil::Write(const void* data, size_t len) {
   if (!flushSet) {
     SetTimer(kFlushPeriod);
   }
-  if (file != nullptr && file->isLost()) {
-    lost = true;
+  if (file != nullptr && file->isOver()) {
+    over = true;
   }
   return written;
 }
@@ -131,13 +121,14 @@ void Quil::FlushUnlessBusy() {
   }
 }
 
-/// False: the file refused text, which is held.
+/// False: there is text that no file took.
 bool Quil::FlushBuffer() {
   const bool flushed = buffer->Flush();
-  if (file != nullptr && file->isLost()) {
-    lost = true;
+  over = over || (file != nullptr && file->isOver());
+  if (over && !flushed) {
+    ThreadBase::wake(waker);
   }
-  return flushed || lost;
+  return flushed;
 }
 
 void* Quil::timer_thread(void* writer) {
@@ -161,58 +152,51 @@ void Quil::thread_exit_handler(int) {
 }
 
 void Quil::RunTimer(const sigset_t& whileAsleep) {
-  // Where no descriptor was to be had for the timer or the event, poll passes over its place.
-  pollfd sources[] = {{flushTimer, POLLIN, 0}, {syncRequest, POLLIN, 0}};
+  // Where no descriptor was to be had for the timer, poll passes over its place.
+  pollfd timer = {flushTimer, POLLIN, 0};
   const timespec* longestSleep = flushTimer < 0 ? &kFlushPeriod : nullptr;
   while (exitRequested == 0) {
-    const int ready = ppoll(sources, 2, longestSleep, &whileAsleep);
-    if (ready < 0) {
-      continue;
-    }
-    if (ready == 0 || sources[0].revents != 0) {
+    if (ppoll(&timer, 1, longestSleep, &whileAsleep) >= 0) {
       Acknowledge(flushTimer);
       FlushByTimer();
     }
-    if (sources[1].revents != 0) {
-      Acknowledge(syncRequest);
-    }
-    finishedFiles.SyncAll();
   }
 }
 
-/// Flushes, and brings the file to disk when that is due, without the lock: lines go on meanwhile.
 void Quil::FlushByTimer() {
-  int due = -1;
-  {
-    MutexLock held(writerLock);
-    flushSet = false;
-    const bool flushed = FlushBuffer();
-    due = TakeDueSync();
-    if (!flushed) {
-      // No text may come that would have it tried again.
-      SetTimer(kFlushPeriod);
-      unsynced = true;
-    }
+  MutexLock held(writerLock);
+  flushSet = false;
+  const bool flushed = FlushBuffer();
+  SyncWhenDue();
+  if (!flushed) {
+    // No text may come that would have it tried again.
+    SetTimer(kFlushPeriod);
+    unsynced = true;
   }
-  syncAndClose(due);
 }
 
-/// A descriptor of its own for the current file, when that is to be brought to disk now; otherwise -1, and the timer
-/// goes off when it will be, though no more text should come.
-int Quil::TakeDueSync() {
+/// Has the current file brought to disk if that is due now. Otherwise the timer goes off when it will be, though no
+/// more text should come; while a sync is under way, in a flush period.
+void Quil::SyncWhenDue() {
   if (syncPeriod == 0 || !unsynced || file == nullptr) {
-    return -1;
+    return;
   }
   const time_t now = MonotonicSeconds();
-  if (const time_t wait = lastSync + syncPeriod - now; lastSync != 0 && wait > 0) {
+  time_t wait = lastSync != 0 ? lastSync + syncPeriod - now : 0;
+  if (wait <= 0 && !syncs.isIdle()) {
+    wait = kFlushPeriod.tv_sec;
+  }
+  if (wait > 0) {
     SetTimer({wait, 0});
     flushSet = wait <= kFlushPeriod.tv_sec;
-    return -1;
+    return;
   }
   lastSync = now;
   const int own = fcntl(file->descriptor(), F_DUPFD_CLOEXEC, 0);
-  unsynced = own < 0;
-  return own;
+  unsynced = own < 0 || !syncs.Add(own);
+  if (unsynced && own >= 0) {
+    close(own);
+  }
 }
 
 /// Has the timer thread flush after `delay`, instead of at the time that was set before.
@@ -222,16 +206,9 @@ void Quil::SetTimer(const timespec& delay) {
   flushSet = true;
 }
 
-/// Has the timer thread bring a finished file to disk; without one, or when the disk does not keep up, does so itself.
+/// Has a finished file brought to disk; does so itself when the disk does not keep up.
 void Quil::SyncFinished(int fd) {
-  if (fd < 0) {
-    return;
-  }
-  if (!timerStarted || !finishedFiles.Add(fd)) {
+  if (fd >= 0 && !syncs.Add(fd)) {
     syncAndClose(fd);
-    return;
   }
-  const uint64_t one = 1;
-  const ssize_t ignored = write(syncRequest, &one, sizeof one);  // unread ones add up
-  static_cast<void>(ignored);
 }

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stddef.h>
+#include <sys/types.h>
 #include <time.h>
 
 #include <atomic>
@@ -14,28 +15,29 @@
 #include "thread/mutex.h"
 
 /// The compressed mapped-log writer of one collector: a compressing buffer, the mapped file that it writes to now, and
-/// a timer thread that flushes the buffer five seconds after text came and brings files to disk. It sleeps for good
-/// while there is nothing to do.
+/// a timer thread that flushes the buffer five seconds after text came. It sleeps for good while there is nothing to
+/// do.
 ///
 /// Any thread may call Write(), Flush() and SetOutputPath(). SIGUSR1 belongs to this class: it ends a timer thread. The
 /// constructor blocks it in the calling thread, and so in every thread that is created later; a timer thread opens it
 /// only while it sleeps, so that it never ends while it holds a lock.
 ///
-/// A finished file is brought to disk (fdatasync) as soon as the next one stands, by the timer thread, so that no line
-/// waits for the disk.
+/// A finished file is brought to disk (fdatasync) as soon as the next one stands, by a thread for that (sync_queue.h).
 class Quil {
  public:
   /// Starts the timer thread. Without it ("Quil:pthread create failed.") text reaches the file when a block is full, by
-  /// Flush() and by the destructor, and SetOutputPath() itself waits for the disk.
+  /// Flush() and by the destructor.
   ///
-  /// With `syncSeconds`, the timer thread also brings the current file to disk after a flush, when it last did so that
-  /// many seconds ago or more: what a power cut takes is bounded then. 0 leaves the current file to the kernel.
+  /// With `syncSeconds`, the current file, too, is brought to disk after a flush by the timer, when that was last begun
+  /// that many seconds ago or more and is done: what a power cut takes is bounded then. 0 leaves the current file to
+  /// the kernel.
   ///
   /// With `keepRefused` nothing that was taken is dropped while the file refuses it (log_buffer.h); the timer thread
   /// offers it again every five seconds.
   explicit Quil(unsigned syncSeconds = 0, bool keepRefused = false);
   /// Ends and joins the timer thread, then writes pending text to the current file, cuts the file to its written length
-  /// and brings it to disk. No other thread may use the writer any more. A block that a lost file left behind is gone.
+  /// and waits until all files are on disk. No other thread may use the writer any more. Text that waits for another
+  /// file than one that is over is gone.
   ~Quil();
   Quil(const Quil&) = delete;
   Quil& operator=(const Quil&) = delete;
@@ -49,9 +51,14 @@ class Quil {
   /// one: to examine the file and change its mode.
   int outputDescriptor() EXCLUDES(writerLock);
 
-  /// True when somebody else has cut or emptied the current file, or its disk failed: nothing more goes into it. The
-  /// text from the block on that it could not take waits, as far as it fits, for SetOutputPath(). Takes no lock.
-  bool outputLost() const { return lost; }
+  /// True when somebody else has cut or deleted the current file, its disk failed, or it is full: nothing more goes
+  /// into it. The text from the block on that it could not take waits, as far as it fits, for SetOutputPath(). Takes no
+  /// lock.
+  bool outputOver() const { return over; }
+
+  /// Has `thread` of this process woken (thread_base.h) by each flush that leaves text since the output is over; by the
+  /// timer every five seconds. It is the one that calls SetOutputPath().
+  void wakeForNextFile(pid_t thread) { waker = thread; }
 
   /// True when there is a current file and no text is in it yet.
   bool outputEmpty() EXCLUDES(writerLock);
@@ -73,7 +80,7 @@ class Quil {
   void RunTimer(const sigset_t& whileAsleep);
   void FlushByTimer() EXCLUDES(writerLock);
   bool FlushBuffer() REQUIRES(writerLock);
-  int TakeDueSync() REQUIRES(writerLock);
+  void SyncWhenDue() REQUIRES(writerLock);
   void SetTimer(const timespec& delay) REQUIRES(writerLock);
   void SyncFinished(int fd);
 
@@ -82,12 +89,12 @@ class Quil {
   bool flushSet GUARDED_BY(writerLock) = false;  ///< the timer goes off in time for what is pending
   bool unsynced GUARDED_BY(writerLock) = false;  ///< text came since the current file was last brought to disk
   time_t lastSync GUARDED_BY(writerLock) = 0;    ///< seconds of the monotonic clock, 0: never
-  std::atomic<bool> lost{false};
+  std::atomic<bool> over{false};
+  std::atomic<pid_t> waker{0};
   Mutex writerLock;
-  SyncQueue finishedFiles;
+  SyncQueue syncs;
   const time_t syncPeriod;
-  int flushTimer;   ///< goes off when text is to be flushed; -1: every period
-  int syncRequest;  ///< an event that has the timer thread look into the queue
+  int flushTimer;  ///< goes off when text is to be flushed; -1: every period
   pthread_t timerThread = {};
   bool timerStarted = false;
 };

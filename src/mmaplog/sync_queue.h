@@ -1,6 +1,7 @@
 #ifndef QUILCAT_MMAPLOG_SYNC_QUEUE_H_
 #define QUILCAT_MMAPLOG_SYNC_QUEUE_H_
 
+#include <pthread.h>
 #include <stddef.h>
 
 #include "thread/mutex.h"
@@ -12,29 +13,34 @@
 /// goes with them.
 void syncAndClose(int fd);
 
-/// Finished files that wait for a thread which brings them to disk. Any thread may call.
+/// Files that are brought to disk by a thread of the queue's own, which lives while there are any: no line and no flush
+/// waits for it. Any thread may call. A thread that is created inherits the signal mask of the one that adds a file.
 class SyncQueue {
  public:
   SyncQueue() = default;
-  /// Syncs what is left.
-  ~SyncQueue() { SyncAll(); }
+  /// Waits until all files are on disk.
+  ~SyncQueue();
   SyncQueue(const SyncQueue&) = delete;
   SyncQueue& operator=(const SyncQueue&) = delete;
 
-  /// Takes a descriptor, and with it the file. False: the queue is full since the disk does not keep up; the descriptor
-  /// stays the caller's.
+  /// Takes a descriptor, and with it the file. False: the queue is full since the disk does not keep up, or there is no
+  /// thread to be had; the descriptor stays the caller's.
   bool Add(int fd) EXCLUDES(lock);
 
-  /// Syncs and closes all files, oldest first. Waits for the disk, without the lock.
-  void SyncAll() EXCLUDES(lock);
+  /// True when no file waits for the disk.
+  bool isIdle() EXCLUDES(lock);
 
  private:
   static constexpr size_t kMostFiles = 8;
 
+  static void* SyncAll(void* queue);
   int TakeOldest() EXCLUDES(lock);
 
   int files[kMostFiles] GUARDED_BY(lock) = {};
   size_t count GUARDED_BY(lock) = 0;
+  bool running GUARDED_BY(lock) = false;   ///< the thread looks for further files before it ends
+  bool joinable GUARDED_BY(lock) = false;  ///< there was a thread since the last join
+  pthread_t thread GUARDED_BY(lock) = {};
   Mutex lock;
 };
 

@@ -19,6 +19,7 @@ auto Repeat(Call call) -> decltype(call()) {
     if (result != -1 || errno != EINTR || ThreadBase::currentStopRequested()) {
       return result;
     }
+    ThreadBase::currentWoken();
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -9,7 +10,7 @@
 
 namespace {
 
-thread_local const ThreadBase* currentThread = nullptr;
+thread_local ThreadBase* currentThread = nullptr;
 
 void IgnoreWakeSignal(int) {}
 
@@ -63,6 +64,12 @@ void ThreadBase::wake() {
   }
 }
 
+void ThreadBase::wake(pid_t id) {
+  if (id != 0) {
+    tgkill(getpid(), id, SIGRTMIN);
+  }
+}
+
 bool ThreadBase::stop(Clock::time_point deadline) {
   requestStop();
   // The signal can arrive just before the thread blocks, hence again and again.
@@ -87,6 +94,12 @@ void ThreadBase::postAtEnd(sem_t* semaphore) {
 
 bool ThreadBase::currentStopRequested() {
   return currentThread != nullptr && currentThread->stopRequested;
+}
+
+void ThreadBase::currentWoken() {
+  if (currentThread != nullptr) {
+    currentThread->woken();
+  }
 }
 
 void* ThreadBase::threadbase_proxy_func(void* object) {

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <chrono>
@@ -39,6 +40,13 @@ class ThreadBase {
   /// Interrupts the call in which the thread is blocked, if it runs.
   void wake();
 
+  /// The same for thread `id` of this process (gettid); 0, or one that has ended, is none. Any thread may call.
+  static void wake(pid_t id);
+
+  /// Called by the thread when a call of interruptible.h was interrupted though nobody asked it to stop; the call is
+  /// repeated then.
+  virtual void woken() {}
+
   /// Asks the thread to stop, wakes it until it has ended, and joins it. False: it had not ended by `deadline` and is
   /// still running.
   bool stop(Clock::time_point deadline);
@@ -51,6 +59,9 @@ class ThreadBase {
 
   /// True when the calling thread is the thread of a ThreadBase that was asked to stop.
   static bool currentStopRequested();
+
+  /// Calls woken() if the calling thread is the thread of a ThreadBase.
+  static void currentWoken();
 
  private:
   static void* threadbase_proxy_func(void* object);
