@@ -95,7 +95,7 @@ TEST_F(LogFileTest, FollowsALinkThatOnlyRootCanHaveMade) {
       EXPECT_TRUE(std::filesystem::is_symlink(link));
       EXPECT_EQ(OwnerAndMode(link == kDirectory ? "/data/big" : "/data/big/out"), "root:system 775") << link;
       EXPECT_EQ(OwnerAndMode(kOut + "-0.tar.gz"), mode == kFactory ? "system:system 644" : "missing");
-      EXPECT_EQ(KeptText(mode), mode == kFactory ? kept : kept.substr(2000));
+      EXPECT_EQ(KeptText(mode), mode == kFactory ? kept : kept.substr(3000));
     }
   }
 }
