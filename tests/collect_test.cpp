@@ -28,10 +28,16 @@ class CollectTest : public testing::Test {
  protected:
   CollectTest() { group.output_file_path = Text(kOutput); }
 
+  /// One whose worker is to set up its output.
   Quilcat& Make(type_write mode = WRITE_FACTORY) {
     collector.reset();
     std::filesystem::remove_all("/data/log");
-    StandardErrorOf([&] { collector = std::make_unique<Quilcat>(&group, mode); });
+    collector = std::make_unique<Quilcat>(&group, mode);
+    return *collector;
+  }
+  Quilcat& MakeReady(type_write mode = WRITE_FACTORY) {
+    Make(mode);
+    StandardErrorOf([&] { collector->setupOutput(); });
     return *collector;
   }
   bool Stop() { return collector->stop(ThreadBase::Clock::now() + std::chrono::seconds(2)); }
@@ -71,7 +77,7 @@ TEST_F(CollectTest, GivesAColumnForWhatIsReadAndForWhatIsNot) {
       {"a\n", 9000, "a" + std::string(8190, ' ')},
       {"", 10, "Read Fail "},
   };
-  Quilcat& readers = Make();
+  Quilcat& readers = MakeReady();
   QuilcatStrList_t second = {Text("/tmp/node"), nullptr}, first = {Text("/tmp/missing"), &second};
   for (const auto& [text, width, column] : cases) {
     WriteFile("/tmp/node", text);
@@ -93,7 +99,7 @@ TEST_F(CollectTest, GivesAColumnForWhatIsReadAndForWhatIsNot) {
 
   // A budget of 3 lets two more reads follow, a second apart; then it starts anew.
   group.failureRetry = 3;
-  Make();
+  MakeReady();
   for (int round = 0; round < 2; ++round) {
     const auto start = ThreadBase::Clock::now();
     EXPECT_EQ(collector->node_cat_once("/tmp/node", 10, true), 1);
@@ -123,7 +129,7 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
     SetProperty("ctl.stop", "");
     return stopped;
   };
-  Make();
+  MakeReady();
   for (const char* path : {"/tmp/missing", "/tmp"}) EXPECT_EQ(collector->node_cat_stream(path), 1);
   EXPECT_EQ(takeStop(), "");
   EXPECT_EQ(collector->node_cat_stream(shellLog), 1);
@@ -133,7 +139,7 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
   EXPECT_EQ(collector->node_cat_stream(shellLog), 1);
   EXPECT_EQ(takeStop(), "");
   group.failureRetry = 2;
-  Make();
+  MakeReady();
   EXPECT_EQ(StandardErrorOf([&] { EXPECT_EQ(collector->node_cat_stream(shellLog), 1); }),
             "read failure!reserved_buf_size = 8191\n");
   EXPECT_EQ(takeStop(), "kmsgcat_cp");
@@ -268,7 +274,7 @@ TEST_F(CollectTest, StopsAWorkerWhereverItWaits) {
 
 TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   group.style = STYLE_MONITOR_DIR;
-  Quilcat& log = Make(WRITE_MMAP);
+  Quilcat& log = MakeReady(WRITE_MMAP);
   std::filesystem::create_directories(DMD_FOLDER);
   log.setupOutput();  // finds the shared directory now
   const auto newest = [] { return Decode(std::filesystem::read_symlink(kOutput)); };

@@ -11,6 +11,9 @@ namespace {
 
 thread_local const ThreadBase* currentThread = nullptr;
 
+/// No real-time signal: those are queued, and refused where the user may have none pending.
+constexpr int kWakeSignal = SIGURG;
+
 void IgnoreWakeSignal(int) {}
 
 /// Without SA_RESTART: a blocked call is to return.
@@ -18,7 +21,7 @@ void InstallWakeHandler() {
   struct sigaction action = {};
   action.sa_handler = IgnoreWakeSignal;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGRTMIN, &action, nullptr);
+  sigaction(kWakeSignal, &action, nullptr);
 }
 
 }  // namespace
@@ -59,7 +62,7 @@ void ThreadBase::requestStop() {
 
 void ThreadBase::wake() {
   if (!hasEnded()) {
-    pthread_kill(*thread, SIGRTMIN);
+    pthread_kill(*thread, kWakeSignal);
   }
 }
 
