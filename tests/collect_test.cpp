@@ -217,7 +217,7 @@ TEST_F(CollectTest, AStreamThatRetriesOutlivesAFullDisk) {
 
 TEST_F(CollectTest, PollsRowsUnderATitle) {
   WriteFile("/tmp/gauge", "42\n");
-  WriteFile("/tmp/head", "volt\n");
+  ASSERT_EQ(mkfifo("/tmp/head", 0600), 0);
   QuilcatStrList_t alternatives = {Text("/tmp/gauge"), nullptr};
   // Width, data path, title path, title, alternative data paths.
   QuilcatInputNodeSet_t columns[] = {
@@ -232,8 +232,11 @@ TEST_F(CollectTest, PollsRowsUnderATitle) {
   group.input = columns;
   const std::string errors = StandardErrorOf([&] {
     Quilcat poller(&group, WRITE_FACTORY);
-    const FailNthCall counter("allocation", 1000);
     poller.start();
+    EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput).size() > 20; }));  // it waits for the heading
+    EXPECT_FALSE(poller.isSetUp());
+    const FailNthCall counter("allocation", 1000);
+    WriteFile("/tmp/head", "volt\n");
     EXPECT_TRUE(WaitFor([] { return Lines(ReadFile(kOutput)).size() == 5; }));
     EXPECT_EQ(counter.count(), 2);  // for its date texts only
   });
