@@ -301,8 +301,21 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   }
   EXPECT_TRUE(WaitFor([&] { return newest().text.size() == all.size() + 600; }, 2));
   EXPECT_LT(newest().members, 20);
-  // The directory is made anew: the watch follows.
-  std::filesystem::remove_all("/data/log");
+  // Nor has one of files, in turn as the kernel makes one event of the same ones, many looks.
+  const auto start = ThreadBase::Clock::now();
+  const FailNthCall looks("watch", 1000);
+  for (int i = 0; i < 400; ++i) {
+    WriteFile(i % 2 == 0 ? "/data/log/a" : "/data/log/b", "");
+    usleep(50);
+  }
+  EXPECT_LE(looks.count(), (ThreadBase::Clock::now() - start) / std::chrono::milliseconds(5) + 2);
+  // The directory is moved aside, and made anew: the watch follows, and leaves the old one.
+  std::filesystem::rename("/data/log", "/data/aside");
   all = "";
   EXPECT_TRUE(isFlushedByOpening("/data/log"));
+  EXPECT_EQ(Shell("cat /proc/$PPID/fdinfo/* 2> /dev/null | grep -c ^inotify"), "1\n");
+
+  const FailNthCall fault("descriptor", 1);
+  EXPECT_EQ(StandardErrorOf([&] { Make(WRITE_MMAP); }),
+            "no inotify instance for /data/log: its logs are flushed by the timer only\n");
 }

@@ -5,6 +5,7 @@
 ///   allocation   malloc, calloc, strdup, asprintf, vasprintf      new    finds no memory at its first try
 ///   descriptor   open, opendir, inotify_init1                     sync   fsync, fdatasync
 ///   read         of a node, by a collector: it never returns, whatever signal comes
+///   watch        a read of what was opened
 ///   mmap, ftruncate, pwrite, deflateInit, localtime, thread, fork
 ///
 /// A test that uses them links with quilcat_inject_faults (CMakeLists.txt), which redirects the calls of what is linked
