@@ -169,8 +169,8 @@ int Quilbase::node_cat_stream(const char* path) {
   return 1;
 }
 
-/// Tells whether the stream at `path` is to be tried again after an `error`, the `failures`th in a
-/// row, and makes the pause that belongs between the two.
+/// Tells whether the stream at `path` is to be tried again after an `error`, the `failures`th in a row, and makes the
+/// pause that belongs between the two.
 bool Quilbase::isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize) {
   if (ThreadBase::currentStopRequested()) {
     return false;
