@@ -163,8 +163,11 @@ double RunCollector(const Workspace& workspace, type_write mode, const std::stri
   {
     const QuietErrors quiet;
     collector = std::make_unique<MeasuredCollector>(&group, mode);
+    collector->start();
+    while (!collector->isSetUp()) {
+      usleep(500);
+    }
   }
-  collector->start();
   const Feeder feeder(node);
   feeder.Feed(text);
   collector->stop(ThreadBase::Clock::time_point::max());

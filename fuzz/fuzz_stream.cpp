@@ -1,5 +1,5 @@
 // The stream reader writes the lines of what a node delivers, however reads split it; one that retries loses no line
-// and repeats none, whatever reads and writes fail, and notes what may have cost text.
+// and repeats none, whatever openings, reads and writes fail, and notes what may have cost text.
 //
 // The executable is linked with --wrap for the system calls below: they do what the bytes of the input choose.
 
@@ -40,8 +40,20 @@ class Machine {
  public:
   explicit Machine(Choices choices) : choices_(choices), retries(choices_.Below(2) == 1) {}
 
+  /// False: the node does not open.
+  bool Open() {
+    Check(node_ < 0 || failuresInARow_ > 1, "the node is opened anew too early");
+    Check(node_ < 0 || fcntl(node_, F_GETFD) < 0, "the node is open twice");
+    node_ = -1;
+    isStale_ = false;
+    if (choices_.AtEnd() || choices_.Below(4) != 1) return true;
+    FailRead(ENODEV);
+    return false;
+  }
+
   ssize_t Read(int fd, char* buffer, size_t size) {
     node_ = fd;
+    Check(!isStale_, "a node that failed twice is to be opened anew");
     CheckRun();
     Check(size == kMostText - kept_.size(), "the read does not ask for what has room");
     if (const int error = NextEvents(); error != 0) return FailRead(error);
@@ -84,7 +96,11 @@ class Machine {
   /// What happens before a read. An errno, or 0.
   int NextEvents() {
     do {
-      if (choices_.AtEnd() || ++events_ > kMostEvents) return EIO;
+      if (choices_.AtEnd() || ++events_ > kMostEvents) {
+        isStopped_ = true;
+        reader->requestStop();
+        return EIO;
+      }
       const size_t kind = choices_.Below(16);
       if (kind == 0) return EINTR;
       if (kind == 1) return kReadErrors[choices_.Below(3)];
@@ -108,9 +124,8 @@ class Machine {
     if (error == EINTR) return -1;
     ++failedReads_;
     readError_ = error;
-    // The message node says by EPIPE that text was overwritten, by EAGAIN that there is none; anything else may pass
-    // once.
-    ended_ = !retries || (++failuresInARow_ > 1 && error == EIO);
+    ended_ = !retries || isStopped_;
+    isStale_ = ++failuresInARow_ > 1;
     pause_ = &readPauses_;
     return -1;
   }
@@ -169,7 +184,8 @@ class Machine {
   Choices choices_;
   int node_ = -1, events_ = 0, failedReads_ = 0, failuresInARow_ = 0, readError_ = 0;
   size_t failingWrites_ = 0;
-  bool ended_ = false;
+  bool ended_ = false, isStopped_ = false;
+  bool isStale_ = false;           // the node is to be opened anew before the next read
   std::string piece_;              // the node has it for the next read
   std::string kept_;               // the reader has it, a line that is not complete
   std::deque<std::string> lines_;  // to be written before the next read
@@ -181,6 +197,7 @@ class Machine {
   unsigned* pause_ = nullptr;      // what the next pause counts for
 
  public:
+  ThreadBase* reader = nullptr;
   const bool retries;
   timeval now = {1709251198, 1999};  // just before a month ends
 };
@@ -188,21 +205,26 @@ class Machine {
 Machine* machine;  // while the reader runs
 
 /// A collector that writes to standard output.
-class Collector : public Quilbase {
+class Collector : public Quilbase, public ThreadBase {
  public:
   explicit Collector(QuilcatGroup_t* group) : Quilbase(group, WRITE_FACTORY) {}
   void openLogFilePost() override {}
+  void run() override { Check(node_cat_stream("/dev/null") == 1, "the reader succeeded"); }
 };
 
 }  // namespace
 
 extern "C" {
 
+int __real_open64(const char* path, int flags, mode_t mode);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* data, size_t size);
 int __real_gettimeofday(timeval* now, void* zone);
 int __real_nanosleep(const timespec* time, timespec* left);
 
+int __wrap_open64(const char* path, int flags, mode_t mode) {
+  return machine == nullptr || machine->Open() ? __real_open64(path, flags, mode) : -1;
+}
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
   return machine != nullptr ? machine->Read(fd, static_cast<char*>(buffer), size) : __real_read(fd, buffer, size);
 }
@@ -226,8 +248,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   {
     Collector collector(&group);
     FILE* standardError = std::exchange(stderr, sink);
+    fed.reader = &collector;
     machine = &fed;
-    Check(collector.node_cat_stream("/dev/null") == 1, "the reader succeeded");
+    Check(collector.start(), "no thread");
+    collector.wait();
     machine = nullptr;
     stderr = standardError;
   }

@@ -28,10 +28,16 @@ class CollectTest : public testing::Test {
  protected:
   CollectTest() { group.output_file_path = Text(kOutput); }
 
+  /// One whose worker is to set up its output.
   Quilcat& Make(type_write mode = WRITE_FACTORY) {
     collector.reset();
     std::filesystem::remove_all("/data/log");
-    StandardErrorOf([&] { collector = std::make_unique<Quilcat>(&group, mode); });
+    collector = std::make_unique<Quilcat>(&group, mode);
+    return *collector;
+  }
+  Quilcat& MakeReady(type_write mode = WRITE_FACTORY) {
+    Make(mode);
+    StandardErrorOf([&] { collector->setupOutput(); });
     return *collector;
   }
   bool Stop() { return collector->stop(ThreadBase::Clock::now() + std::chrono::seconds(2)); }
@@ -71,7 +77,7 @@ TEST_F(CollectTest, GivesAColumnForWhatIsReadAndForWhatIsNot) {
       {"a\n", 9000, "a" + std::string(8190, ' ')},
       {"", 10, "Read Fail "},
   };
-  Quilcat& readers = Make();
+  Quilcat& readers = MakeReady();
   QuilcatStrList_t second = {Text("/tmp/node"), nullptr}, first = {Text("/tmp/missing"), &second};
   for (const auto& [text, width, column] : cases) {
     WriteFile("/tmp/node", text);
@@ -93,7 +99,7 @@ TEST_F(CollectTest, GivesAColumnForWhatIsReadAndForWhatIsNot) {
 
   // A budget of 3 lets two more reads follow, a second apart; then it starts anew.
   group.failureRetry = 3;
-  Make();
+  MakeReady();
   for (int round = 0; round < 2; ++round) {
     const auto start = ThreadBase::Clock::now();
     EXPECT_EQ(collector->node_cat_once("/tmp/node", 10, true), 1);
@@ -123,7 +129,7 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
     SetProperty("ctl.stop", "");
     return stopped;
   };
-  Make();
+  MakeReady();
   for (const char* path : {"/tmp/missing", "/tmp"}) EXPECT_EQ(collector->node_cat_stream(path), 1);
   EXPECT_EQ(takeStop(), "");
   EXPECT_EQ(collector->node_cat_stream(shellLog), 1);
@@ -133,7 +139,7 @@ TEST_F(CollectTest, AsksForAStopOfTheShellLogOnly) {
   EXPECT_EQ(collector->node_cat_stream(shellLog), 1);
   EXPECT_EQ(takeStop(), "");
   group.failureRetry = 2;
-  Make();
+  MakeReady();
   EXPECT_EQ(StandardErrorOf([&] { EXPECT_EQ(collector->node_cat_stream(shellLog), 1); }),
             "read failure!reserved_buf_size = 8191\n");
   EXPECT_EQ(takeStop(), "kmsgcat_cp");
@@ -211,7 +217,7 @@ TEST_F(CollectTest, AStreamThatRetriesOutlivesAFullDisk) {
 
 TEST_F(CollectTest, PollsRowsUnderATitle) {
   WriteFile("/tmp/gauge", "42\n");
-  WriteFile("/tmp/head", "volt\n");
+  ASSERT_EQ(mkfifo("/tmp/head", 0600), 0);
   QuilcatStrList_t alternatives = {Text("/tmp/gauge"), nullptr};
   // Width, data path, title path, title, alternative data paths.
   QuilcatInputNodeSet_t columns[] = {
@@ -226,8 +232,11 @@ TEST_F(CollectTest, PollsRowsUnderATitle) {
   group.input = columns;
   const std::string errors = StandardErrorOf([&] {
     Quilcat poller(&group, WRITE_FACTORY);
-    const FailNthCall counter("allocation", 1000);
     poller.start();
+    EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput).size() > 20; }));  // it waits for the heading
+    EXPECT_FALSE(poller.isSetUp());
+    const FailNthCall counter("allocation", 1000);
+    WriteFile("/tmp/head", "volt\n");
     EXPECT_TRUE(WaitFor([] { return Lines(ReadFile(kOutput)).size() == 5; }));
     EXPECT_EQ(counter.count(), 2);  // for its date texts only
   });
@@ -268,7 +277,7 @@ TEST_F(CollectTest, StopsAWorkerWhereverItWaits) {
 
 TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   group.style = STYLE_MONITOR_DIR;
-  Quilcat& log = Make(WRITE_MMAP);
+  Quilcat& log = MakeReady(WRITE_MMAP);
   std::filesystem::create_directories(DMD_FOLDER);
   log.setupOutput();  // finds the shared directory now
   const auto newest = [] { return Decode(std::filesystem::read_symlink(kOutput)); };
@@ -292,10 +301,19 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
   }
   EXPECT_TRUE(WaitFor([&] { return newest().text.size() == all.size() + 600; }, 2));
   EXPECT_LT(newest().members, 20);
-  // The directory is made anew: the watch follows.
-  std::filesystem::remove_all("/data/log");
+  // Nor has one of files, in turn as the kernel makes one event of the same ones, many looks.
+  const auto start = ThreadBase::Clock::now();
+  const FailNthCall looks("watch", 1000);
+  for (int i = 0; i < 400; ++i) {
+    WriteFile(i % 2 == 0 ? "/data/log/a" : "/data/log/b", "");
+    usleep(50);
+  }
+  EXPECT_LE(looks.count(), (ThreadBase::Clock::now() - start) / std::chrono::milliseconds(5) + 2);
+  // The directory is moved aside, and made anew: the watch follows, and leaves the old one.
+  std::filesystem::rename("/data/log", "/data/aside");
   all = "";
   EXPECT_TRUE(isFlushedByOpening("/data/log"));
+  EXPECT_EQ(Shell("cat /proc/$PPID/fdinfo/* 2> /dev/null | grep -c ^inotify"), "1\n");
 
   // A worker that waits for an hour, or for good, sets the file up again for what it has written.
   const KernelLog kernel;
@@ -315,4 +333,8 @@ TEST_F(CollectTest, FlushesWhenADirectoryIsOpened) {
       return Decode(IndexedPaths("/data/log").back()).text.find("7\n") != std::string::npos;
     }));
   }
+
+  const FailNthCall fault("descriptor", 1);
+  EXPECT_EQ(StandardErrorOf([&] { Make(WRITE_MMAP); }),
+            "no inotify instance for /data/log: its logs are flushed by the timer only\n");
 }

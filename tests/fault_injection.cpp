@@ -118,7 +118,8 @@ ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off_t offset) {
   return __real_pwrite64(fd, data, Fails("pwrite", ENOSPC) ? size / 2 : size, offset);
 }
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
-  if (size >= 4096 && Fails("read", 0)) {  // smaller ones are of timers and watches
+  if (size > 8192 && Fails("watch", EIO)) return -1;
+  if (size >= 4096 && size <= 8192 && Fails("read", 0)) {  // smaller ones are of timers
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, nullptr);

@@ -6,6 +6,7 @@
 ///   descriptor   open, opendir, inotify_init1                     sync   fsync, fdatasync
 ///   read         of a node, by a collector: it never returns, whatever signal comes
 ///   type         of the entries of a directory: no call tells it
+///   watch        a read of what was opened
 ///   mmap, ftruncate, pwrite, deflateInit, localtime, thread, fork
 ///
 /// A test that uses them links with quilcat_inject_faults (CMakeLists.txt), which redirects the calls of what is linked

@@ -82,7 +82,7 @@ TEST(Service, ClosesAfterAnyStart) {
   Shell("chmod +x /tmp/bin/chown; mkfifo /tmp/node /tmp/errors");
   const struct {
     std::string before;  ///< commands of a shell that then becomes the daemon
-    const char* title;   ///< the node of the second group's title
+    const char* title;   ///< the node of the first group's title
     int signal;
     bool keeps, reports;
   } kCases[] = {
@@ -90,6 +90,7 @@ TEST(Service, ClosesAfterAnyStart) {
       {"exec 0<&- 1>&- 2>&-", "/tmp", SIGUSR2, true, false},
       {"exec 2>&-", "/tmp", SIGUSR2, true, false},
       {"alias exec='exec env --block-signal'", "/tmp", SIGUSR2, true, true},
+      {"alias exec='exec prlimit --sigpending=0'", "/tmp", SIGUSR2, true, true},
       {"true < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
       {"sleep 30 < /tmp/errors & exec 2> /tmp/errors", "/tmp", SIGUSR2, true, false},
       {"ulimit -f 32", "/tmp", SIGUSR2, false, true},
@@ -103,7 +104,7 @@ TEST(Service, ClosesAfterAnyStart) {
         "<quilcatGroup><logStyle value='poll_node' interval='9'/><outputFilePath value='/data/log/u/u'/><inputNodeSet>"
         "<titlePath value='" +
         std::string(start.title) + "'/><dataPath value='/tmp'/></inputNodeSet></quilcatGroup>";
-    ConfigureStream("mmap", 0, 10, Group("monitor_node", "/data/log/t/cat", "/proc/kmsg") + titled);
+    ConfigureStream("mmap", 0, 10, titled + Group("monitor_node", "/data/log/t/cat", "/proc/kmsg"));
     std::filesystem::remove_all("/data/log");
     const KernelLog kernel;
     Daemon daemon("-b test", start.before, QUILCAT_FAULTY_DAEMON);
@@ -111,6 +112,7 @@ TEST(Service, ClosesAfterAnyStart) {
     ASSERT_TRUE(WaitFor([&] { return isStuck ? daemon.HasReported("data fail!!\n") : daemon.IsClosable(); }));
     kernel.Write(KernelLog::Line(0));
     EXPECT_TRUE(WaitFor([&] { return kernel.IsDrained(); }, start.keeps ? 10 : 0.3) || !start.keeps);
+    EXPECT_TRUE(!start.keeps || daemon.WaitUntilRunning());
     for (const std::string fd : {"0", "1", "2"}) {
       // Neither a log nor a watch has taken the place.
       const auto file = std::filesystem::read_symlink("/proc/" + std::to_string(daemon.pid()) + "/fd/" + fd).string();

@@ -1,5 +1,6 @@
 #include "collect/monitor_dir.h"
 
+#include <limits.h>
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,8 +17,11 @@ const char* DMD_FOLDER = "/data/log/dmd_log";
 namespace {
 
 constexpr uint32_t kWatchMask = IN_OPEN | IN_ISDIR;
-constexpr size_t kEventBufferSize = 1024;
-constexpr unsigned kFlushPause = 50;  // milliseconds
+constexpr size_t kEventBufferSize = 16384;  // some 200 openings
+constexpr size_t kLongestEvent = sizeof(inotify_event) + NAME_MAX + 1;
+// Milliseconds.
+constexpr unsigned kFlushPause = 50;
+constexpr unsigned kEventPause = 5;
 
 /// True when one of the inotify records, 16 bytes and a name of `len` bytes each, is the opening of a directory.
 bool OpenedDirectory(const char* events, size_t size) {
@@ -36,14 +40,22 @@ bool OpenedDirectory(const char* events, size_t size) {
 
 MonitorDir::MonitorDir(const char* path) : inotifyFd(inotify_init1(IN_CLOEXEC)) {
   GetDir(path);
+  if (inotifyFd < 0 && dirPath != nullptr) {
+    fprintf(stderr, "no inotify instance for %s: its logs are flushed by the timer only\n", dirPath);
+  }
 }
 
 MonitorDir::~MonitorDir() {
   stop(Clock::time_point::max());
+  CloseWatches();
+  free(dirPath);
+}
+
+void MonitorDir::CloseWatches() {
   if (inotifyFd >= 0) {
     close(inotifyFd);
   }
-  free(dirPath);
+  inotifyFd = -1;
 }
 
 void MonitorDir::GetDir(const char* path) {
@@ -61,9 +73,15 @@ void MonitorDir::SetupLogBase(LogOutput* output) {
 }
 
 void MonitorDir::WatchDirectories() {
-  if (inotifyFd >= 0 && dirPath != nullptr) {
-    inotify_add_watch(inotifyFd, dirPath, kWatchMask);
-    inotify_add_watch(inotifyFd, DMD_FOLDER, kWatchMask);
+  if (inotifyFd < 0 || dirPath == nullptr) {
+    return;
+  }
+  const std::array<int, 2> former = watches;
+  watches = {inotify_add_watch(inotifyFd, dirPath, kWatchMask), inotify_add_watch(inotifyFd, DMD_FOLDER, kWatchMask)};
+  for (const int watch : former) {
+    if (watch != watches[0] && watch != watches[1]) {
+      inotify_rm_watch(inotifyFd, watch);  // fails where the directory is gone, and its watch with it
+    }
   }
 }
 
@@ -71,22 +89,32 @@ void MonitorDir::run() {
   if (logBase == nullptr || dirPath == nullptr || inotifyFd < 0) {
     return;
   }
-  alignas(inotify_event) char events[kEventBufferSize] = {};
-  WatchDirectories();
   while (!currentStopRequested()) {
     if (!WaitForEvents()) {
       continue;
     }
-    const ssize_t size = readNode(inotifyFd, events, sizeof events);
-    if (size > 0 && OpenedDirectory(events, static_cast<size_t>(size))) {
-      // Whoever opens a directory again and again gets one flush for all openings of the time that follows.
+    // Whoever opens things again and again causes one look, or one flush, for all of the time that follows.
+    if (TakeEvents()) {
       logBase->logcatClose();
       sleepMilliseconds(kFlushPause);
+    } else {
+      sleepMilliseconds(kEventPause);
     }
   }
+  // Takes the kernel some 10 ms, which the monitors of many collectors wait together.
+  CloseWatches();
 }
 
 bool MonitorDir::WaitForEvents() {
   pollfd watched = {inotifyFd, POLLIN, 0};
   return poll(&watched, 1, -1) >= 1;
+}
+
+/// Reads the openings since the last look. True: a directory may be among them. There may be more than are read at a
+/// time, and some lost, when files are opened without end: then one is taken to be.
+bool MonitorDir::TakeEvents() {
+  alignas(inotify_event) char events[kEventBufferSize];
+  const ssize_t size = readNode(inotifyFd, events, sizeof events);
+  return size > 0 && (sizeof events - static_cast<size_t>(size) < kLongestEvent ||
+                      OpenedDirectory(events, static_cast<size_t>(size)));
 }

@@ -29,10 +29,20 @@ size_t CutLastCharacter(char* text) {
   return length - 1;
 }
 
+bool IsShellLog(const char* path) {
+  return strcmp(path, kShellLogNode) == 0;
+}
+
 /// Asks init to stop the service that feeds the shell log; nothing for any other node.
 void StopFeeder(const char* path) {
-  if (strcmp(path, kShellLogNode) == 0) {
+  if (IsShellLog(path)) {
     property_set("ctl.stop", "kmsgcat_cp");
+  }
+}
+
+void CloseNode(int fd) {
+  if (fd >= 0) {
+    close(fd);
   }
 }
 
@@ -120,18 +130,18 @@ int Quilbase::node_cat_stream(const char* path) {
   if (path == nullptr || output == nullptr) {
     return 1;
   }
-  const int fd = openNode(path);
-  if (fd < 0) {
+  LineStream lines(*output, retriesStream);
+  int fd = openNode(path);
+  if (fd < 0 && (!retriesStream || IsShellLog(path))) {
     if (!WasStopped(fd)) {
       StopFeeder(path);
     }
     return 1;
   }
-  LineStream lines(*output, retriesStream);
-  unsigned failures = 0;  // one behind the other
+  unsigned failures = 0;  // in a row, openings and reads
   // A read of no bytes is no end: a node that has nothing now may have more later.
   while (!ThreadBase::currentStopRequested()) {
-    const ssize_t size = readNode(fd, lines.freeSpace(), lines.freeSize());
+    const ssize_t size = fd < 0 ? -1 : readNode(fd, lines.freeSpace(), lines.freeSize());
     if (size >= 0) {
       failures = 0;
       if (!lines.Take(static_cast<size_t>(size))) {
@@ -139,38 +149,46 @@ int Quilbase::node_cat_stream(const char* path) {
       }
       continue;
     }
-    const int error = errno;
+    const int error = errno;  // of the read, or of the opening that left nothing to read
     if (!isWorthARetry(path, error, ++failures, lines.freeSize())) {
       break;
     }
     if (retriesStream) {
       lines.NoteFailedRead(error);
     }
+    // What feeds the node may have been started anew, and the descriptor lead to what was there before.
+    if (fd < 0 || (failures > 1 && !hasShellLogRule(path))) {
+      CloseNode(fd);
+      fd = openNode(path);
+    }
   }
   if (retriesStream) {
     output->offerAgain();  // no line comes any more that would have what it holds tried again
   }
-  close(fd);
+  CloseNode(fd);
   return 1;
 }
 
-/// Tells whether the stream at `path` is to be read again after a read that failed with `error`, the `failures`th in a
-/// row, and makes the pause that belongs between the two.
+/// Tells whether the stream at `path` is to be tried again after an `error`, the `failures`th in a row, and makes the
+/// pause that belongs between the two.
 bool Quilbase::isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize) {
   if (ThreadBase::currentStopRequested()) {
     return false;
   }
-  if (strcmp(path, kShellLogNode) == 0 && failureRetry != 0) {
+  if (hasShellLogRule(path)) {
     return isShellLogWorthARetry(path, freeSize);
   }
-  const bool passes = error == EPIPE || error == EAGAIN;  // the reader was too slow, or too early
-  if (!retriesStream || (!passes && failures > 1)) {
+  if (!retriesStream) {
     return false;
   }
-  if (error != EPIPE || failures > 1) {
+  if (error != EPIPE || failures > 1) {  // a message node's reader that was too slow has text waiting
     sleepSeconds(1);
   }
   return true;
+}
+
+bool Quilbase::hasShellLogRule(const char* path) const {
+  return IsShellLog(path) && failureRetry != 0;
 }
 
 bool Quilbase::isShellLogWorthARetry(const char* path, size_t freeSize) {

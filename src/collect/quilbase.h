@@ -12,8 +12,8 @@
 
 /// One collector's readers, which turn nodes into columns and lines, and the output that these go to.
 ///
-/// One thread at a time: first the constructing thread, then only the collector's worker. flushUnlessBusy() and
-/// isInRun() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
+/// One thread at a time: the constructing thread, from the start of the collector's worker only that. flushUnlessBusy()
+/// and isInRun() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
 class Quilbase : private LogOutput::Owner {
  public:
   using QuilcatGroup_t = QuilCommon::QuilcatGroup_t;
@@ -57,9 +57,14 @@ class Quilbase : private LogOutput::Owner {
   int node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone);
 
   /// Reads the node at `path` and writes each line behind the time of its arrival, until the node or a write fails in a
-  /// way that the group's `on_write_failure` and `failureRetry` do not outlive, or the thread is asked to stop.
+  /// way that the group's `on_write_failure` and `failureRetry` do not outlive, or the thread is asked to stop. A node
+  /// whose failures are outlived is opened anew from the second in a row on.
   /// Always 1.
   int node_cat_stream(const char* path);
+
+ protected:
+  /// The thread of the directory monitor, for any thread to stop; null without one.
+  ThreadBase* monitor() const { return monitorDir.get(); }
 
  private:
   void outputDirectoryMade() override;
@@ -69,6 +74,7 @@ class Quilbase : private LogOutput::Owner {
   int writeChunk(char* chunk, size_t size, size_t width, bool lineDone);
   int writeFailureColumn(size_t width, bool lineDone);
   bool isWorthARetry(const char* path, int error, unsigned failures, size_t freeSize);
+  bool hasShellLogRule(const char* path) const;
   bool isShellLogWorthARetry(const char* path, size_t freeSize);
   bool isRetryBudgetUsedUp();
 

@@ -32,9 +32,7 @@ char* FormatTime(const char* format) {
 
 }  // namespace
 
-Quilcat::Quilcat(QuilcatGroup_t* ownGroup, type_write mode) : Quilbase(ownGroup, mode), group(ownGroup) {
-  setupOutput();
-}
+Quilcat::Quilcat(QuilcatGroup_t* ownGroup, type_write mode) : Quilbase(ownGroup, mode), group(ownGroup) {}
 
 Quilcat::~Quilcat() {
   stop(Clock::time_point::max());
@@ -46,7 +44,24 @@ void Quilcat::openLogFilePost() {
   }
 }
 
+void Quilcat::wakeToStop() {
+  requestStop();
+  wake();
+  if (hasEnded() && monitor() != nullptr) {
+    monitor()->requestStop();
+    monitor()->wake();
+  }
+}
+
+bool Quilcat::haveThreadsEnded() const {
+  return hasEnded() && (monitor() == nullptr || monitor()->hasEnded());
+}
+
 void Quilcat::run() {
+  if (!currentStopRequested()) {
+    setupOutput();
+  }
+  setUp = true;
   if (group == nullptr) {
     return;
   }

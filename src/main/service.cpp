@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -30,6 +31,12 @@ struct WorkerNode {
 /// hold the process.
 constexpr std::chrono::seconds kClosePatience{2};
 constexpr unsigned kCloseLimitSeconds = 5;
+
+/// How many outputs are set up at once, each with a child process that changes owners, and how long one may take before
+/// the service goes on without it.
+constexpr size_t kSetUpsAtOnce = 4;
+constexpr std::chrono::seconds kSetUpPatience{1};
+
 constexpr int kReportPatience = 1000;  // milliseconds
 
 QuilcatInfo_t* serviceInfo = nullptr;
@@ -97,28 +104,27 @@ bool AllHaveEnded() {
   return true;
 }
 
-void WakeToStop(ThreadBase* thread) {
-  thread->requestStop();
-  thread->wake();
-}
-
-void WakeWorkersToStop() {
+/// Asks the threads of all collectors to stop and wakes them. True: all have ended.
+bool StopCollectors() {
   MutexLock held(listLock);
+  bool allEnded = true;
   for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    WakeToStop(node->worker);
+    node->worker->wakeToStop();
+    allEnded = allEnded && node->worker->haveThreadsEnded();
   }
+  return allEnded;
 }
 
-/// Asks the workers and `step`, which may add some until it ends, to stop, and wakes them until all have ended, or
-/// until the patience is at its end; then joins `step`. False: `step` runs on.
+/// Asks the collectors' threads and `step`, which may add some until it ends, to stop, and wakes them until all have
+/// ended, or until the patience is at its end; then joins `step`. False: `step` runs on.
 bool StopThreads(Step* step) {
   const auto deadline = ThreadBase::Clock::now() + kClosePatience;
   const auto stepHasEnded = [step] { return step == nullptr || step->hasEnded(); };
-  while (!(stepHasEnded() && AllHaveEnded()) && ThreadBase::Clock::now() < deadline) {
+  while (!(stepHasEnded() && StopCollectors()) && ThreadBase::Clock::now() < deadline) {
     if (step != nullptr) {
-      WakeToStop(step);
+      step->requestStop();
+      step->wake();
     }
-    WakeWorkersToStop();
     std::this_thread::sleep_for(ThreadBase::kWakePeriod);
   }
   if (!stepHasEnded()) {
@@ -206,8 +212,7 @@ void StartCollector(QuilcatGroup_t* group) {
   }
   node->worker = new Quilcat(group, serviceInfo->writeMode);
   node->worker->postAtEnd(&wakeMain);
-  // The output may have taken until the close.
-  if (!ThreadBase::currentStopRequested() && !node->worker->start()) {
+  if (!node->worker->start()) {
     fprintf(stderr, "Main:quilcat [%s] start failed!\n", serviceInfo->name);
     delete node->worker;
     free(node);
@@ -216,15 +221,47 @@ void StartCollector(QuilcatGroup_t* group) {
   AddWorker(node);
 }
 
+size_t CountSetUps() {
+  MutexLock held(listLock);
+  size_t count = 0;
+  for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
+    count += node->worker->isSetUp() ? 0 : 1;
+  }
+  return count;
+}
+
+/// Waits until no more than `most` outputs are being set up. False: the thread is to stop, or none of them was done for
+/// as long as one may take.
+bool WaitForSetUps(size_t most) {
+  size_t last = SIZE_MAX;
+  auto deadline = ThreadBase::Clock::time_point::max();
+  for (size_t count; (count = CountSetUps()) > most;) {
+    if (count != last) {
+      last = count;
+      deadline = ThreadBase::Clock::now() + kSetUpPatience;
+    }
+    if (ThreadBase::currentStopRequested() || ThreadBase::Clock::now() >= deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(ThreadBase::kWakePeriod);
+  }
+  return true;
+}
+
+/// Starts the collectors, and waits for their outputs unless something holds those up.
 void StartCollectors() {
+  bool isHeldUp = false;
   QuilcatGroup_t* group = serviceInfo->group_list;
   for (; group != nullptr && !ThreadBase::currentStopRequested(); group = group->next) {
     StartCollector(group);
+    isHeldUp = isHeldUp || !WaitForSetUps(kSetUpsAtOnce - 1);
   }
+  WaitForSetUps(0);
 }
 
 /// A close that came meanwhile may be destroying other workers, which use the record.
 void Release() {
+  StopThreads(nullptr);
   DestroyWorkers();
   if (!ThreadBase::currentStopRequested()) {
     QuilConfig::free_config_file(serviceInfo);

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <thread>
@@ -12,6 +13,9 @@ namespace {
 
 thread_local ThreadBase* currentThread = nullptr;
 
+/// No real-time signal: those are queued, and refused where the user may have none pending.
+constexpr int kWakeSignal = SIGURG;
+
 void IgnoreWakeSignal(int) {}
 
 /// Without SA_RESTART: a blocked call is to return.
@@ -19,7 +23,7 @@ void InstallWakeHandler() {
   struct sigaction action = {};
   action.sa_handler = IgnoreWakeSignal;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGRTMIN, &action, nullptr);
+  sigaction(kWakeSignal, &action, nullptr);
 }
 
 }  // namespace
@@ -60,13 +64,13 @@ void ThreadBase::requestStop() {
 
 void ThreadBase::wake() {
   if (!hasEnded()) {
-    pthread_kill(*thread, SIGRTMIN);
+    pthread_kill(*thread, kWakeSignal);
   }
 }
 
 void ThreadBase::wake(pid_t id) {
   if (id != 0) {
-    tgkill(getpid(), id, SIGRTMIN);
+    syscall(SYS_tgkill, getpid(), id, kWakeSignal);  // not every C library has a name for it
   }
 }
 

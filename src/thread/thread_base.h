@@ -10,7 +10,7 @@
 
 /// A thread with a virtual body, that can be asked to stop.
 ///
-/// A request to stop is a flag; whoever stops the thread then sends it a wake signal (SIGRTMIN, whose handler does
+/// A request to stop is a flag; whoever stops the thread then sends it a wake signal (SIGURG, whose handler does
 /// nothing) every few milliseconds until it has ended, so that a call in which it is blocked returns with EINTR. The
 /// calls of interruptible.h look at the flag then.
 ///
