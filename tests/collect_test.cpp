@@ -170,7 +170,7 @@ TEST_F(CollectTest, AStopBreaksARowOffInsteadOfFillingIt) {
     Make();
     const std::string errors = StandardErrorOf([&] {
       collector->start();
-      usleep(50000);
+      EXPECT_TRUE(WaitFor([] { return ReadFile(kOutput).rfind("Read Fail", 0) == 0; }));  // columns go out as they come
       EXPECT_TRUE(Stop());
     });
     EXPECT_EQ(errors, "");

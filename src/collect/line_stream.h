@@ -5,7 +5,7 @@
 #include <sys/time.h>
 #include <time.h>
 
-class LogOutput;
+#include "logfile/log_output.h"
 
 /// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
 class LineClock {
@@ -30,8 +30,9 @@ class LineStream {
  public:
   static constexpr size_t kTextSize = 8192;
 
-  /// Borrows `output`. With `retries`, a line that the output refuses is offered again once a second until it is taken;
-  /// a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at once.
+  /// Borrows `output`. With `retries`, text that the output does not take is offered again once a second until it is
+  /// taken; a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at
+  /// once.
   LineStream(LogOutput& output, bool retries);
 
   /// Length of what snprintf_s left in `text` of kTextSize bytes, given its result: the count, or -1 when it cut the
@@ -51,9 +52,10 @@ class LineStream {
 
  private:
   bool EmitLines(size_t size);
-  bool Emit(const char* line);
+  bool Emit(const char* line, size_t length);
   bool EmitNotes();
-  bool WriteLine(const char* line);
+  bool AddLine(const char* line, size_t length);
+  bool WriteRun();
   bool Pause();
 
   LogOutput& output;
@@ -64,7 +66,8 @@ class LineStream {
   int readError = 0;
   unsigned pauses = 0;  ///< seconds without a write, not told yet
   char buffer[kTextSize] = {};
-  char text[kTextSize] = {};
+  char run[LogOutput::kMostText];  ///< lines to be written, each with its time
+  size_t runSize = 0;
 };
 
 #endif  // QUILCAT_COLLECT_LINE_STREAM_H_

@@ -13,7 +13,7 @@
 /// One collector's readers, which turn nodes into columns and lines, and the output that these go to.
 ///
 /// One thread at a time: the constructing thread, from the start of the collector's worker only that. flushUnlessBusy()
-/// and isInRun() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
+/// and isWriting() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
 class Quilbase : private LogOutput::Owner {
  public:
   using QuilcatGroup_t = QuilCommon::QuilcatGroup_t;
@@ -37,11 +37,9 @@ class Quilbase : private LogOutput::Owner {
   int logcatWrite(const char* data, size_t len, bool lineDone);
   void logcatClose();
   void flushUnlessBusy();
-  bool isInRun() const { return output != nullptr && output->isInRun(); }
+  bool isWriting() const { return output != nullptr && output->isWriting(); }
   void setWorker();
   void setUpForHeldText();
-  void beginRun();
-  int endRun();
 
   /// Writes `text` as a column: left-aligned, blank-filled to `width` characters, at its own length when that is 0.
   int logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone);

@@ -91,12 +91,8 @@ void Quilcat::poll_node() {
 }
 
 void Quilcat::pollOnce() {
-  beginRun();
   if (pollColumns()) {
     writeEndOfRow();
-  }
-  if (endRun() != 0 && !currentStopRequested()) {
-    fprintf(stderr, "node_cat write data fail!!\n");
   }
 }
 

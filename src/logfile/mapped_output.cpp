@@ -52,16 +52,12 @@ int MappedOutput::openOutput() {
   return 0;
 }
 
-int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
-  if (data == nullptr) {
-    return 1;
-  }
-  prepareWrite(len, lineDone);
+size_t MappedOutput::append(const char* data, size_t len) {
   if (!mmapWriter.Write(data, len)) {
-    return 1;
+    return 0;
   }
   curFileBytes += len;
-  return 0;
+  return len;
 }
 
 void MappedOutput::rotate() {
@@ -87,6 +83,7 @@ MappedOutput::~MappedOutput() {
 /// that the file before is gone.
 void MappedOutput::openLogFile() {
   if (beginNextFile()) {
+    mmapWriter.Flush();
     owner.openLogFilePost();
   }
 }

@@ -144,10 +144,10 @@ void FlushWorkers() {
   }
 }
 
-bool IsAnyInRun() {
+bool IsAnyWriting() {
   MutexLock held(listLock);
   for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    if (!node->worker->hasEnded() && node->worker->isInRun()) {
+    if (!node->worker->hasEnded() && node->worker->isWriting()) {
       return true;
     }
   }
@@ -158,7 +158,7 @@ bool IsAnyInRun() {
 /// one.
 bool DestroyWorkers() {
   FlushWorkers();
-  if (IsAnyInRun()) {
+  if (IsAnyWriting()) {
     // A disk that holds up a worker with text in hand would hold up the exit as well.
     StopThreads(nullptr);
     FlushWorkers();

@@ -43,11 +43,8 @@ class LogBuffer {
 
  private:
   bool SetUpStream() REQUIRES(lock);
-  bool TakeOrRefuse(const void* data, size_t len) REQUIRES(lock);
-  void Append(const void* data, size_t len) REQUIRES(lock);
-  void Drain() REQUIRES(lock);
-  bool CompressBlock() REQUIRES(lock);
-  bool AppendMember(const uint8_t* text, uint32_t size) REQUIRES(lock);
+  bool Drain() REQUIRES(lock);
+  bool AppendMember(uint32_t size) REQUIRES(lock);
   bool HandOver() REQUIRES(lock);
   void DropInput(uint32_t size) REQUIRES(lock);
   void ClearOutput() REQUIRES(lock);
