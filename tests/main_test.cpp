@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <random>
 
@@ -216,18 +217,25 @@ TEST_P(EndTest, KeepsWhatWasReadWheneverItComes) {
       unread = load.Unread();
     }
     if (isLarge) Shell("cd /data/log/t; truncate -cs 0 cat.4 cat.5; [ ! -d cat_tmp ] || truncate -cs 0 cat_tmp/cat.5");
-    // A restart goes on by itself, and packs what a close left no time for.
+    const auto readNumbers = [&] {
+      std::string text = mapped ? "" : FactoryText(output);
+      for (const std::string& path : IndexedPaths("/data/log/t")) text += Decode(path).text;
+      return KernelLog::Numbers(text);
+    };
+    const std::vector<int> before = readNumbers();
+    // A restart goes on by itself, takes nothing away, and packs what a close left no time for.
     EXPECT_TRUE((!killed && mapped) || Daemon("-b test").Close() == 12);
-    std::string text = mapped ? "" : FactoryText(output);
     const std::vector<std::string> files = IndexedPaths("/data/log/t");
     for (size_t i = 0; i < files.size(); ++i) {
       const Decoded decoded = Decode(files[i]);
       // The kill may have come while a member was copied into the last file of the first daemon.
       const bool isTorn = killed && i + 2 == files.size();
       EXPECT_TRUE(isTorn || (decoded.sound && decoded.zeroTail == 0)) << files[i];
-      text += decoded.text;
     }
-    std::vector<int> numbers = KernelLog::Numbers(text);
+    std::vector<int> numbers = readNumbers();
+    EXPECT_TRUE(std::all_of(before.begin(), before.end(), [&](int number) {
+      return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
+    }));
     // A plain file may end in the line that a kill broke off; the oldest archives go.
     if (killed && !mapped && !numbers.empty()) numbers.pop_back();
     ExpectConsecutive(numbers, 0, mapped || numbers.empty() ? 0 : numbers[0]);
