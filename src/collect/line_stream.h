@@ -22,9 +22,9 @@ class LineClock {
   char clock[32] = {};
 };
 
-/// Splits the bytes of a node into lines and writes each behind the time of its arrival.
+/// Splits the bytes of a node into lines and writes each after the time of its arrival.
 ///
-/// Holds one buffer of at most 8191 bytes; what stands behind the last line feed is kept at its start until the rest of
+/// Holds one buffer of at most 8191 bytes; what follows the last line feed is kept at its start until the rest of
 /// the line arrives. For one thread, a collector's worker, which may be asked to stop. Allocates nothing.
 class LineStream {
  public:
@@ -47,7 +47,7 @@ class LineStream {
   /// is lost. A full buffer without a line feed is a line. False: a write failed, or the thread is to stop.
   bool Take(size_t size);
 
-  /// Has a line in front of the next one tell that reads failed with `error`, an errno, and text may be missing.
+  /// Has a line before the next one tell that reads failed with `error`, an errno, and text may be missing.
   void NoteFailedRead(int error);
 
  private:

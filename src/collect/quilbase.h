@@ -54,7 +54,7 @@ class Quilbase : private LogOutput::Owner {
   /// column.
   int node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone);
 
-  /// Reads the node at `path` and writes each line behind the time of its arrival, until the node or a write fails in a
+  /// Reads the node at `path` and writes each line after the time of its arrival, until the node or a write fails in a
   /// way that the group's `on_write_failure` and `failureRetry` do not outlive, or the thread is asked to stop. A node
   /// whose failures are outlived is opened anew from the second in a row on.
   /// Always 1.
@@ -77,7 +77,7 @@ class Quilbase : private LogOutput::Owner {
   bool isRetryBudgetUsedUp();
 
   std::unique_ptr<LogOutput> output;       ///< null without a group
-  std::unique_ptr<MonitorDir> monitorDir;  ///< mmap mode only; flushes the output, so it goes first
+  std::unique_ptr<MonitorDir> monitorDir;  ///< mmap mode only; flushes the output, so it is destroyed first
   uint64_t failureCount = 0;               ///< failed reads counted against failureRetry
   uint64_t failureRetry = 0;
   bool retriesStream = false;  ///< the stream outlives a failed write and a failed read

@@ -97,7 +97,7 @@ void Quilcat::pollOnce() {
 }
 
 /// Writes the columns of a row. False: a stop broke it off. Columns that were not begun are left out then, and the line
-/// feed is to be left out too, so that what stands there does not look like a row.
+/// feed is to be left out too, so that what was written does not look like a row.
 bool Quilcat::pollColumns() {
   for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
     if (currentStopRequested()) {

@@ -23,7 +23,7 @@ class LogOutput {
   /// Told what happens to an output, on the thread that called the output.
   class Owner {
    public:
-    /// A new log file is open. What is written to the output meanwhile stands at its beginning and rotates nothing.
+    /// A new log file is open. What is written to the output meanwhile is its beginning and rotates nothing.
     virtual void openLogFilePost() = 0;
     /// The output's directory was made, or may have been made anew.
     virtual void outputDirectoryMade() = 0;
@@ -104,7 +104,7 @@ class LogOutput {
   const bool keepsRefused;
   std::string logFilePath;       ///< the file that is written now; empty until there is one
   IndexedFiles files;            ///< the output's compressed files
-  bool hasOldStyleFiles = true;  ///< files of the other write mode may still stand beside the output
+  bool hasOldStyleFiles = true;  ///< there may still be files of the other write mode
   uint64_t curFileBytes = 0;     ///< bytes of text written to the current file
 
  private:

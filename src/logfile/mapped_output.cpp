@@ -25,7 +25,7 @@ void MakeLink(const std::string& target, const char* path) {
   }
 }
 
-/// True when nothing stands at `path`, not even a link. A name can be taken when the list of files is not complete, or
+/// True when there is nothing at `path`, not even a link. A name can be taken when the list of files is not complete, or
 /// when another collector has the same output.
 bool IsFree(const std::string& path) {
   struct stat status;
@@ -144,7 +144,7 @@ void MappedOutput::refreshSymlink() {
   }
 }
 
-/// Removes what factory mode left beside the output, once.
+/// Removes what factory mode left, once.
 void MappedOutput::deleteOldStyleFiles() {
   if (!hasOldStyleFiles) {
     return;

@@ -9,7 +9,7 @@
 // these.
 
 // A path is gone down level by level. A symbolic link on the way is followed when root made it and nobody else may
-// write to the directory that it stands in; where it leads, and what is linked there, is root's affair. Any other link
+// write to the directory that it is in; where it leads, and what is linked there, is root's affair. Any other link
 // is removed and named on standard error: it could have root make directories, or give one away, anywhere.
 
 /// Makes the directory part of `path` and what is missing above it, with mode 0775, and gives it to root:system. 1,
