@@ -118,10 +118,10 @@ TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFil
     Write(c);
     Write(d, true);     // 1023 bytes in the file
     title = longTitle;  // longer than a file, yet it rotates nothing
-    Write("row\n");
+    Write("\n");         // the 1024th
     output.reset();
     EXPECT_EQ(List(kDirectory).size(), mode == kMapped ? 5u : 3u);
-    EXPECT_EQ(KeptText(mode), held + a + b + c + d + title + "row\n");
+    EXPECT_EQ(KeptText(mode), held + a + b + c + d + title + "\n");
   }
 }
 
@@ -350,7 +350,7 @@ TEST_F(LogFileTest, FactoryModeArchivesFiveFilesAndKeepsTheNewestArchives) {
   const auto name = [](int n) {
     return "cat-log" + (n == 0 ? "" : n < 6 ? "." + std::to_string(n) : "-" + std::to_string(n - 6) + ".tar.gz");
   };
-  std::mt19937 random(4);
+  std::mt19937 random(3);
   for (int round = 0; round < Rounds(10); ++round) {
     Shell("cd /data; rm -rf *; touch secret; chmod 600 secret; mkdir backup");
     const int archives = static_cast<int>(settings.maxFiles = random() % 4);
