@@ -15,7 +15,6 @@
 #include "logfile/directory_part.h"
 #include "logfile/file_names.h"
 #include "platform/local_time.h"
-#include "safestr/safestr.h"
 
 namespace {
 
@@ -74,10 +73,8 @@ bool IndexedFiles::formFileVectors() {
 }
 
 std::string IndexedFiles::pathOf(int32_t index) const {
-  char number[FileNames::kIndexLength + 1];
-  snprintf_s(number, sizeof number, sizeof number - 1, "%03d", index);
   const std::unique_ptr<char, FreeText> timeStamp(getTimeStamp());
-  return timeStamp != nullptr ? outputFilePath + ".I" + number + '.' + timeStamp.get() + ".gz" : std::string();
+  return timeStamp != nullptr ? FileNames::indexed(outputFilePath, index, timeStamp.get()) : std::string();
 }
 
 std::vector<std::string> IndexedFiles::takeSurplus(size_t count) {
@@ -94,15 +91,6 @@ std::vector<std::string> IndexedFiles::otherCompressedFiles() const {
   std::vector<std::string> found;
   processMmapFileVec(Scan::kOthers, &found);
   return found;
-}
-
-std::vector<std::string> IndexedFiles::oldStyleNames() const {
-  std::vector<std::string> names;
-  for (int number = 0; number < FileNames::kOldStyleNumbers; ++number) {
-    names.push_back(outputFilePath + '.' + std::to_string(number));
-    names.push_back(outputFilePath + '-' + std::to_string(number) + ".tar.gz");
-  }
-  return names;
 }
 
 /// Appends the full paths of regular files in the output's directory to `found`: those with indexed names, or the other
@@ -129,7 +117,7 @@ bool IndexedFiles::processMmapFileVec(Scan scan, std::vector<std::string>* found
     }
     std::string file = path.get() + ("/" + std::string(entry->d_name));
     const bool isIndexed = file.size() == outputFilePath.size() + FileNames::kSuffixLength;
-    const bool isOwn = file.find(baseName) != std::string::npos && file.find(".gz") != std::string::npos &&
+    const bool isOwn = file.find(baseName) != std::string::npos && file.find(FileNames::kGzip) != std::string::npos &&
                        std::find(oldStyle.begin(), oldStyle.end(), file) == oldStyle.end();
     if (isOwn && isIndexed == (scan == Scan::kIndexed)) {
       found->push_back(std::move(file));

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "logfile/file_names.h"
+
 /// The indexed files of one output, "<output>.I<index>.<time stamp>.gz": which there are, how old they are, what the
 /// next one is called, and which names beside them are the output's own as well.
 ///
@@ -46,7 +48,7 @@ class IndexedFiles {
   std::vector<std::string> otherCompressedFiles() const;
 
   /// The ten names that factory mode gives to this output's files: O.0, O-0.tar.gz, O.1, ...
-  std::vector<std::string> oldStyleNames() const;
+  std::vector<std::string> oldStyleNames() const { return FileNames::oldStyle(outputFilePath); }
 
   // The steps.
 

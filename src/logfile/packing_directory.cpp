@@ -10,6 +10,9 @@
 #include "archive/tar_zip.h"
 #include "logfile/file_steps.h"
 
+using FileNames::kPacked;
+using FileNames::kUnfinished;
+
 namespace {
 
 /// Nobody else may write here, and a default ACL of the log directory gives no more than the mode asks for.
@@ -18,16 +21,13 @@ constexpr mode_t kWritableByOthers = 022;
 /// What every rotated file has: all may read it, and those of the group write it.
 constexpr mode_t kShared = 0664;
 
-constexpr char kUnfinished[] = "unfinished.tar.gz";
-constexpr char kPacked[] = "packed.tar.gz";
-
 }  // namespace
 
 PackingDirectory::PackingDirectory(int logDirectory, const std::string& livePath)
     : parent(logDirectory),
-      path(livePath + "_tmp"),
+      path(FileNames::packingDirectory(livePath)),
       base(livePath.substr(livePath.rfind('/') + 1)),
-      name(base + "_tmp") {
+      name(FileNames::packingDirectory(base)) {
   Open();
 }
 
@@ -60,14 +60,13 @@ void PackingDirectory::Open() {
 
 /// To the first name of O_tmp.moved.0, O_tmp.moved.1, ... that nothing has.
 void PackingDirectory::MoveAway() const {
-  std::string suffix;
   struct stat status;
   int number = 0;
-  do {
-    suffix = ".moved." + std::to_string(number++);
-  } while (fstatat(parent, (name + suffix).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0);
-  if (renameIfThere(parent, name, parent, name + suffix, "while moving a foreign compress dir")) {
-    fprintf(stderr, "%s moved to %s%s\n", path.c_str(), path.c_str(), suffix.c_str());
+  while (fstatat(parent, FileNames::movedAway(name, number).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    ++number;
+  }
+  if (renameIfThere(parent, name, parent, FileNames::movedAway(name, number), "while moving a foreign compress dir")) {
+    fprintf(stderr, "%s moved to %s\n", path.c_str(), FileNames::movedAway(path, number).c_str());
   }
 }
 

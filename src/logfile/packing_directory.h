@@ -53,7 +53,7 @@ class PackingDirectory {
   void Open();
   void Close();
   void MoveAway() const;
-  std::string file(int number) const { return base + '.' + std::to_string(number); }
+  std::string file(int number) const { return FileNames::rotated(base, number); }
   const char* objection(int number) const;
 
   const int parent;

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int kRotatedFiles = PackingDirectory::kFiles;
+constexpr int kRotatedFiles = FileNames::kFilesPerArchive;
 
 }  // namespace
 
@@ -29,12 +29,7 @@ RotatedFiles::~RotatedFiles() {
 
 /// 0 -> B, 1 -> B.1
 std::string RotatedFiles::numbered(int number) const {
-  return number == 0 ? base : base + '.' + std::to_string(number);
-}
-
-/// 0 -> B-0.tar.gz
-std::string RotatedFiles::archive(int number) const {
-  return base + '-' + std::to_string(number) + ".tar.gz";
+  return number == 0 ? base : FileNames::rotated(base, number);
 }
 
 void RotatedFiles::shift() {

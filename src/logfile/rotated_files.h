@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "logfile/file_names.h"
+
 class PackingDirectory;
 
 /// What a factory output keeps beside its live file O: the rotated files O.1, the newest, to O.5, and the archives
@@ -43,7 +45,7 @@ class RotatedFiles {
 
  private:
   std::string numbered(int number) const;
-  std::string archive(int number) const;
+  std::string archive(int number) const { return FileNames::archive(base, number); }
 
   void shiftInto(int vacant);
   void compressLogsFactory(PackingDirectory& packing);

@@ -17,10 +17,7 @@
 
 namespace {
 
-constexpr int kRotatedFiles = 5;
-constexpr int kMostArchives = 200;  // a service keeps a thousand files at most, five in an archive
-constexpr char kArchiveSuffix[] = ".tar.gz";
-constexpr char kPackingSuffix[] = "_tmp";
+constexpr int kMostArchives = FileNames::archivesFor(FileNames::kIndexes);
 
 bool IsRegular(const std::string& path) {
   struct stat status = {};
@@ -33,15 +30,8 @@ bool EndsWith(const std::string& text, const std::string& end) {
 
 /// "cat-0.tar.gz", "cat.3", "cat_tmp" -> "cat"; empty for another name.
 std::string OutputOfFactory(const std::string& name) {
-  if (EndsWith(name, kPackingSuffix)) {
-    return name.substr(0, name.size() - strlen(kPackingSuffix));
-  }
-  if (EndsWith(name, kArchiveSuffix)) {
-    const size_t dash = name.rfind('-');
-    const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
-    return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
-  }
-  return OutputFiles::IsRotated(name) ? name.substr(0, name.size() - 2) : "";
+  return FileNames::outputOfArchive(name) + FileNames::outputOfRotated(name) +
+         FileNames::outputOfPackingDirectory(name);
 }
 
 LogFile Describe(const std::string& path, LogFile::Kind kind) {
@@ -54,9 +44,8 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
     file.device = status.st_dev;
     file.inode = status.st_ino;
   }
-  if (!OutputFiles::OutputOfIndexed(path).empty()) {
-    const size_t stamp = path.size() - FileNames::kSuffixLength + FileNames::kTimeStampOffset;
-    file.started = TimeText::FromStamp(path.substr(stamp, FileNames::kTimeStampLength));
+  if (const std::string stamp = FileNames::parseIndexed(path).timeStamp; !stamp.empty()) {
+    file.started = TimeText::FromStamp(stamp);
   }
   return file;
 }
@@ -92,10 +81,10 @@ bool Look(Directory& directory) {
     const std::string name = entry->d_name;
     const std::string path = directory.prefix + name;
     const std::string output = OutputOfFactory(name);
-    if (!IsOfType(*entry, EndsWith(name, kPackingSuffix) ? DT_DIR : DT_REG, path)) {
+    if (!IsOfType(*entry, !FileNames::outputOfPackingDirectory(name).empty() ? DT_DIR : DT_REG, path)) {
       continue;
     }
-    if (const std::string indexed = OutputFiles::OutputOfIndexed(name); !indexed.empty()) {
+    if (const std::string indexed = FileNames::parseIndexed(name).output; !indexed.empty()) {
       directory.outputs[indexed].indexed.push_back(path);
     } else if (!output.empty()) {
       directory.outputs[output].factory.insert(path);
@@ -113,31 +102,31 @@ void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile
   }
 }
 
-/// Appends B.5 to B.1, the files "<prefix>5" to "<prefix>1".
-void AddRotated(const std::string& prefix, std::vector<LogFile>& files) {
-  for (int number = kRotatedFiles; number > 0; --number) {
-    AddIfThere(prefix + std::to_string(number), LogFile::Kind::kPlain, files);
+/// Appends the rotated files of a live file at `path`, which there need not be, the oldest first.
+void AddRotated(const std::string& path, std::vector<LogFile>& files) {
+  for (int number = FileNames::kFilesPerArchive; number > 0; --number) {
+    AddIfThere(FileNames::rotated(path, number), LogFile::Kind::kPlain, files);
   }
 }
 
 /// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
 /// that the files do, and an archive that is perhaps not whole only where they are gone.
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
-  const std::string directory = output + kPackingSuffix + "/";
+  const std::string directory = FileNames::packingDirectory(output) + '/';
   const size_t before = files.size();
-  AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  AddIfThere(directory + FileNames::kPacked, LogFile::Kind::kArchive, files);
   if (files.size() == before) {
-    AddRotated(directory + output.substr(output.rfind('/') + 1) + ".", files);
+    AddRotated(directory + output.substr(output.rfind('/') + 1), files);
   }
   if (files.size() == before) {
-    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+    AddIfThere(directory + FileNames::kUnfinished, LogFile::Kind::kArchive, files);
   }
 }
 
 std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   std::vector<LogFile> files;
   for (int number = seen.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
-    const std::string path = output + "-" + std::to_string(number) + kArchiveSuffix;
+    const std::string path = FileNames::archive(output, number);
     if (seen.factory.count(path) > 0) {
       files.push_back(Describe(path, LogFile::Kind::kArchive));
     }
@@ -145,7 +134,7 @@ std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   if (!seen.factory.empty()) {
     // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
     AddPacking(output, files);
-    AddRotated(output + ".", files);
+    AddRotated(output, files);
   }
   AddIfThere(output, LogFile::Kind::kPlain, files);
   return files;
@@ -177,7 +166,7 @@ bool IsBlankOrMembers(const std::string& path) {
 /// text once more.
 void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   const auto isCopy = [&](const LogFile& file) {
-    return (file.path == output || file.path == output + ".1") && IsBlankOrMembers(file.path);
+    return (file.path == output || file.path == FileNames::previousLink(output)) && IsBlankOrMembers(file.path);
   };
   factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
 }
@@ -223,25 +212,6 @@ void HoldOpen(LogFile& file) {
 
 }  // namespace
 
-std::string OutputFiles::OutputOfIndexed(const std::string& path) {
-  constexpr char kPattern[] = ".I000.00000000-000000.gz";
-  if (path.size() <= FileNames::kSuffixLength) {
-    return {};
-  }
-  const size_t start = path.size() - FileNames::kSuffixLength;
-  for (size_t i = 0; i < FileNames::kSuffixLength; ++i) {
-    const char c = path[start + i];
-    if (kPattern[i] == '0' ? !isdigit(static_cast<unsigned char>(c)) : c != kPattern[i]) {
-      return {};
-    }
-  }
-  return path[start - 1] == '/' ? std::string() : path.substr(0, start);
-}
-
-bool OutputFiles::IsRotated(const std::string& path) {
-  return path.size() > 2 && path[path.size() - 2] == '.' && path.back() >= '1' && path.back() <= '5';
-}
-
 void OutputFiles::List(Output& output) {
   if (output.isFiles) {
     return;
@@ -283,7 +253,7 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   const bool isGuess = directory.outputs.empty();
   if (isGuess) {
     for (const std::string& name : directory.others) {
-      if (name[0] != '.' && !EndsWith(name, ".gz") && LooksLikeText(directory.prefix + name)) {
+      if (name[0] != '.' && !EndsWith(name, FileNames::kGzip) && LooksLikeText(directory.prefix + name)) {
         directory.outputs[name];
       }
     }
@@ -299,7 +269,7 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
 }
 
 LogFile OutputFiles::Single(const std::string& path) {
-  LogFile::Kind kind = EndsWith(path, ".gz") ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
+  LogFile::Kind kind = EndsWith(path, FileNames::kGzip) ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
   unsigned char bytes[10] = {};
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   struct stat status = {};
@@ -309,7 +279,7 @@ LogFile OutputFiles::Single(const std::string& path) {
     close(fd);
   }
   // The two writers compress at different levels, which the ninth byte tells.
-  if (EndsWith(path, kArchiveSuffix) || (isGzip && bytes[8] == 0)) {
+  if (EndsWith(path, FileNames::kArchiveEnd) || (isGzip && bytes[8] == 0)) {
     kind = LogFile::Kind::kArchive;
   } else if (isGzip) {
     kind = LogFile::Kind::kMapped;

@@ -1,0 +1,93 @@
+#include "logfile/file_names.h"
+
+#include <ctype.h>
+#include <string.h>
+
+#include "safestr/safestr.h"
+
+namespace FileNames {
+
+namespace {
+
+constexpr char kPackingEnd[] = "_tmp";
+
+bool IsDigit(char c) {
+  return isdigit(static_cast<unsigned char>(c)) != 0;
+}
+
+/// "log_tmp", "_tmp" -> "log"; empty when nothing stands before the end, or another one does.
+std::string Without(const std::string& name, const char* end) {
+  const size_t length = strlen(end);
+  const bool hasEnd = name.size() > length && name.compare(name.size() - length, length, end) == 0;
+  return hasEnd ? name.substr(0, name.size() - length) : std::string();
+}
+
+}  // namespace
+
+std::string indexed(const std::string& output, int32_t index, const std::string& timeStamp) {
+  char number[kIndexLength + 1];
+  snprintf_s(number, sizeof number, sizeof number - 1, "%03d", index);
+  return output + ".I" + number + '.' + timeStamp + kGzip;
+}
+
+Indexed parseIndexed(const std::string& name) {
+  constexpr char kPattern[] = ".I000.00000000-000000.gz";
+  static_assert(sizeof kPattern - 1 == kSuffixLength);
+  if (name.size() <= kSuffixLength || name[name.size() - kSuffixLength - 1] == '/') {
+    return {};
+  }
+  const size_t start = name.size() - kSuffixLength;
+  for (size_t i = 0; i < kSuffixLength; ++i) {
+    if (kPattern[i] == '0' ? !IsDigit(name[start + i]) : name[start + i] != kPattern[i]) {
+      return {};
+    }
+  }
+  return {name.substr(0, start), name.substr(start + kIndexOffset, kIndexLength),
+          name.substr(start + kTimeStampOffset, kTimeStampLength)};
+}
+
+std::string previousLink(const std::string& output) {
+  return rotated(output, 1);
+}
+
+std::string rotated(const std::string& output, int number) {
+  return output + '.' + std::to_string(number);
+}
+
+std::string outputOfRotated(const std::string& name) {
+  const int number = name.empty() ? 0 : name.back() - '0';
+  return number >= 1 && number <= kFilesPerArchive ? Without(name, rotated("", number).c_str()) : std::string();
+}
+
+std::string archive(const std::string& output, int number) {
+  return output + '-' + std::to_string(number) + kArchiveEnd;
+}
+
+std::string outputOfArchive(const std::string& name) {
+  const std::string numbered = Without(name, kArchiveEnd);
+  const size_t dash = numbered.rfind('-');
+  return dash != std::string::npos && IsDigit(numbered[dash + 1]) ? numbered.substr(0, dash) : std::string();
+}
+
+std::string packingDirectory(const std::string& output) {
+  return output + kPackingEnd;
+}
+
+std::string outputOfPackingDirectory(const std::string& name) {
+  return Without(name, kPackingEnd);
+}
+
+std::string movedAway(const std::string& directory, int number) {
+  return directory + ".moved." + std::to_string(number);
+}
+
+std::vector<std::string> oldStyle(const std::string& output) {
+  std::vector<std::string> names;
+  for (int number = 0; number < kOldStyleNumbers; ++number) {
+    names.push_back(rotated(output, number));
+    names.push_back(archive(output, number));
+  }
+  return names;
+}
+
+}  // namespace FileNames
