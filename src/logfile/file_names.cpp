@@ -5,32 +5,28 @@
 
 #include "safestr/safestr.h"
 
-namespace FileNames {
-
 namespace {
-
-constexpr char kPackingEnd[] = "_tmp";
 
 bool IsDigit(char c) {
   return isdigit(static_cast<unsigned char>(c)) != 0;
 }
 
+}  // namespace
+
 /// "log_tmp", "_tmp" -> "log"; empty when nothing stands before the end, or another one does.
-std::string Without(const std::string& name, const char* end) {
+std::string FileNames::without(const std::string& name, const char* end) {
   const size_t length = strlen(end);
   const bool hasEnd = name.size() > length && name.compare(name.size() - length, length, end) == 0;
   return hasEnd ? name.substr(0, name.size() - length) : std::string();
 }
 
-}  // namespace
-
-std::string indexed(const std::string& output, int32_t index, const std::string& timeStamp) {
+std::string FileNames::indexed(const std::string& output, int32_t index, const std::string& timeStamp) {
   char number[kIndexLength + 1];
   snprintf_s(number, sizeof number, sizeof number - 1, "%03d", index);
   return output + ".I" + number + '.' + timeStamp + kGzip;
 }
 
-Indexed parseIndexed(const std::string& name) {
+FileNames::Indexed FileNames::parseIndexed(const std::string& name) {
   constexpr char kPattern[] = ".I000.00000000-000000.gz";
   static_assert(sizeof kPattern - 1 == kSuffixLength);
   if (name.size() <= kSuffixLength || name[name.size() - kSuffixLength - 1] == '/') {
@@ -46,42 +42,18 @@ Indexed parseIndexed(const std::string& name) {
           name.substr(start + kTimeStampOffset, kTimeStampLength)};
 }
 
-std::string previousLink(const std::string& output) {
-  return rotated(output, 1);
-}
-
-std::string rotated(const std::string& output, int number) {
-  return output + '.' + std::to_string(number);
-}
-
-std::string outputOfRotated(const std::string& name) {
+std::string FileNames::outputOfRotated(const std::string& name) {
   const int number = name.empty() ? 0 : name.back() - '0';
-  return number >= 1 && number <= kFilesPerArchive ? Without(name, rotated("", number).c_str()) : std::string();
+  return number >= 1 && number <= kFilesPerArchive ? without(name, rotated("", number).c_str()) : std::string();
 }
 
-std::string archive(const std::string& output, int number) {
-  return output + '-' + std::to_string(number) + kArchiveEnd;
-}
-
-std::string outputOfArchive(const std::string& name) {
-  const std::string numbered = Without(name, kArchiveEnd);
+std::string FileNames::outputOfArchive(const std::string& name) {
+  const std::string numbered = without(name, kArchiveEnd);
   const size_t dash = numbered.rfind('-');
   return dash != std::string::npos && IsDigit(numbered[dash + 1]) ? numbered.substr(0, dash) : std::string();
 }
 
-std::string packingDirectory(const std::string& output) {
-  return output + kPackingEnd;
-}
-
-std::string outputOfPackingDirectory(const std::string& name) {
-  return Without(name, kPackingEnd);
-}
-
-std::string movedAway(const std::string& directory, int number) {
-  return directory + ".moved." + std::to_string(number);
-}
-
-std::vector<std::string> oldStyle(const std::string& output) {
+std::vector<std::string> FileNames::oldStyle(const std::string& output) {
   std::vector<std::string> names;
   for (int number = 0; number < kOldStyleNumbers; ++number) {
     names.push_back(rotated(output, number));
@@ -89,5 +61,3 @@ std::vector<std::string> oldStyle(const std::string& output) {
   }
   return names;
 }
-
-}  // namespace FileNames

@@ -10,9 +10,6 @@
 #include "archive/tar_zip.h"
 #include "logfile/file_steps.h"
 
-using FileNames::kPacked;
-using FileNames::kUnfinished;
-
 namespace {
 
 /// Nobody else may write here, and a default ACL of the log directory gives no more than the mode asks for.
@@ -122,7 +119,7 @@ bool PackingDirectory::holdsFiles() const {
 }
 
 bool PackingDirectory::isPacked() const {
-  return fileExists(fd, kPacked);
+  return fileExists(fd, FileNames::kPacked);
 }
 
 bool PackingDirectory::Pack() const {
@@ -133,8 +130,8 @@ bool PackingDirectory::Pack() const {
     files[i] = prefix + file(i + 1);
     paths[i] = objection(i + 1) == nullptr ? files[i].c_str() : nullptr;
   }
-  return tar_zip_files(kFiles, paths, (prefix + kUnfinished).c_str(), 0) &&
-         renameIfThere(fd, kUnfinished, fd, kPacked, "while rename compressed files");
+  return tar_zip_files(kFiles, paths, (prefix + FileNames::kUnfinished).c_str(), 0) &&
+         renameIfThere(fd, FileNames::kUnfinished, fd, FileNames::kPacked, "while rename compressed files");
 }
 
 /// The oldest first, so that the lowest number stays to the end: a start takes what is left for a whole set.
@@ -147,11 +144,11 @@ void PackingDirectory::DeleteFiles() const {
 }
 
 void PackingDirectory::DeleteArchive() const {
-  unlinkat(fd, kPacked, 0);
+  unlinkat(fd, FileNames::kPacked, 0);
 }
 
 void PackingDirectory::Release(const std::string& archive) const {
-  renameIfThere(fd, kPacked, parent, archive, "while rename compressed files");
+  renameIfThere(fd, FileNames::kPacked, parent, archive, "while rename compressed files");
 }
 
 void PackingDirectory::Remove() {

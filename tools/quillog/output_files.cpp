@@ -1,6 +1,5 @@
 #include "quillog/output_files.h"
 
-#include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -17,6 +16,8 @@
 
 namespace {
 
+constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+constexpr size_t kGzipHeader = 10;
 constexpr int kMostArchives = FileNames::archivesFor(FileNames::kIndexes);
 
 bool IsRegular(const std::string& path) {
@@ -151,15 +152,21 @@ std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
+/// The first bytes of a regular file. False: it cannot be read.
+bool ReadHead(const std::string& path, std::string* head) {
+  const OpenFile file(open(path.c_str(), kReading));
+  struct stat status = {};
+  char bytes[256];
+  const bool isFile = fstat(file.fd, &status) == 0 && S_ISREG(status.st_mode);
+  const ssize_t size = isFile ? read(file.fd, bytes, sizeof bytes) : -1;
+  head->assign(bytes, size > 0 ? static_cast<size_t>(size) : 0);
+  return size >= 0;
+}
+
 /// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
 bool IsBlankOrMembers(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  char first = 'x';
-  const ssize_t size = fd < 0 ? -1 : read(fd, &first, 1);
-  if (fd >= 0) {
-    close(fd);
-  }
-  return size == 0 || (size == 1 && (first == 0 || first == '\x1f'));
+  std::string head;
+  return ReadHead(path, &head) && (head.empty() || head[0] == '\0' || head[0] == '\x1f');
 }
 
 /// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
@@ -190,13 +197,8 @@ void SetFiles(Output& output, const Seen& seen) {
 
 /// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
 bool LooksLikeText(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  char bytes[256];
-  const ssize_t size = fd < 0 ? -1 : read(fd, bytes, sizeof bytes);
-  if (fd >= 0) {
-    close(fd);
-  }
-  return size > 0 && memchr(bytes, 0, static_cast<size_t>(size)) == nullptr && bytes[0] != '\x1f';
+  std::string head;
+  return ReadHead(path, &head) && !head.empty() && head.find('\0') == std::string::npos && head[0] != '\x1f';
 }
 
 /// Mapped files keep their names, and there may be more of them than descriptors.
@@ -204,7 +206,7 @@ void HoldOpen(LogFile& file) {
   if (file.kind == LogFile::Kind::kMapped) {
     return;
   }
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const int fd = open(file.path.c_str(), kReading);
   if (fd >= 0) {
     file.open = std::make_shared<const OpenFile>(fd);
   }
@@ -270,16 +272,10 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
 
 LogFile OutputFiles::Single(const std::string& path) {
   LogFile::Kind kind = EndsWith(path, FileNames::kGzip) ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
-  unsigned char bytes[10] = {};
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  struct stat status = {};
-  const bool isGzip = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-                      read(fd, bytes, sizeof bytes) == sizeof bytes && bytes[0] == 0x1f && bytes[1] == 0x8b;
-  if (fd >= 0) {
-    close(fd);
-  }
+  std::string head;
+  const bool isGzip = ReadHead(path, &head) && head.size() >= kGzipHeader && head.compare(0, 2, "\x1f\x8b") == 0;
   // The two writers compress at different levels, which the ninth byte tells.
-  if (EndsWith(path, FileNames::kArchiveEnd) || (isGzip && bytes[8] == 0)) {
+  if (EndsWith(path, FileNames::kArchiveEnd) || (isGzip && head[8] == '\0')) {
     kind = LogFile::Kind::kArchive;
   } else if (isGzip) {
     kind = LogFile::Kind::kMapped;
