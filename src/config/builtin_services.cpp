@@ -10,8 +10,8 @@ using namespace QuilCommon;
 namespace {
 
 struct BuiltinNode {
-  const char* data_path;
-  const char* title_path;
+  const char* dataPath;
+  const char* titlePath;
   const char* title;
   size_t width;
 };
@@ -19,11 +19,11 @@ struct BuiltinNode {
 struct BuiltinService {
   const char* name;
   type_style style;
-  size_t polling_interval;
-  const char* output_file_path;
-  size_t rotate_size_kbytes;
-  size_t maxCompressdFiles;
-  uint32_t cpu_set;
+  size_t pollingInterval;
+  const char* outputFilePath;
+  size_t rotateSizeKB;
+  size_t mostFiles;
+  uint32_t cpuSet;
   bool modeFollowsDevice;  ///< the device's properties choose the write mode; otherwise it stays WRITE_MMAP
   const BuiltinNode* nodes;
   size_t nodeCount;
@@ -62,7 +62,7 @@ bool AddNodes(const BuiltinNode* nodes, size_t count, QuilcatGroup_t* group) {
       return false;
     }
     set->width = nodes[i].width;
-    if (!CopyOptional(nodes[i].data_path, &set->data_path) || !CopyOptional(nodes[i].title_path, &set->title_path) ||
+    if (!CopyOptional(nodes[i].dataPath, &set->data_path) || !CopyOptional(nodes[i].titlePath, &set->title_path) ||
         !CopyOptional(nodes[i].title, &set->title)) {
       return false;
     }
@@ -77,18 +77,18 @@ bool Build(const BuiltinService& service, QuilcatInfo_t* info) {
     return false;
   }
   group->style = service.style;
-  group->polling_interval = service.polling_interval;
+  group->polling_interval = service.pollingInterval;
   group->info = info;
   if (!AddNodes(service.nodes, service.nodeCount, group)) {
     return false;
   }
-  group->output_file_path = CopyText(service.output_file_path);
+  group->output_file_path = CopyText(service.outputFilePath);
   if (group->output_file_path == nullptr) {
     return false;
   }
-  info->rotate_size_kbytes = service.rotate_size_kbytes;
-  info->maxCompressdFiles = service.maxCompressdFiles;
-  info->cpu_set = service.cpu_set;
+  info->rotate_size_kbytes = service.rotateSizeKB;
+  info->maxCompressdFiles = service.mostFiles;
+  info->cpu_set = service.cpuSet;
   if (service.modeFollowsDevice) {
     info->writeMode = WriteModeOfDevice();
   }
