@@ -46,11 +46,8 @@ const char* EntryName(const char* prefix, const char* name, char (&buffer)[kPref
 /// symbolic link must not lead out of the log directory and a fifo must not hold the daemon up.
 int OpenRegularFile(const char* path) {
   const int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
-    return -1;
-  }
   struct stat opened = {};
-  if (fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode)) {
+  if (fd < 0 || (fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode))) {
     return fd;
   }
   close(fd);
@@ -119,21 +116,17 @@ void GiveToSystemUser(int fd) {
   struct passwd entry = {};
   struct passwd* found = nullptr;
   char buffer[kPasswdBuffer];
-  if (getpwnam_r("system", &entry, buffer, sizeof(buffer), &found) != 0 || found == nullptr) {
-    return;
+  if (getpwnam_r("system", &entry, buffer, sizeof(buffer), &found) == 0 && found != nullptr) {
+    const int ignored = fchown(fd, found->pw_uid, found->pw_gid);  // an archive of root's is better than none
+    static_cast<void>(ignored);
   }
-  const int ignored = fchown(fd, found->pw_uid, found->pw_gid);  // an archive of root's is better than none
-  static_cast<void>(ignored);
 }
 
 /// A gzip stream over a descriptor of its own: gzclose closes that one, and the archive is still to be synced.
 gzFile OpenStream(int fd) {
   const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  if (copy < 0) {
-    return nullptr;
-  }
-  gzFile archive = gzdopen(copy, "w");
-  if (archive == nullptr) {
+  gzFile archive = copy >= 0 ? gzdopen(copy, "w") : nullptr;
+  if (archive == nullptr && copy >= 0) {
     close(copy);
   }
   return archive;
@@ -224,10 +217,7 @@ bool tar_zip_dir_recursive(gzFile archive, const char* directory, const char* pr
 }
 
 bool tar_zip_files(int32_t count, const char* const* paths, const char* archivePath, int32_t keepDirectoryName) {
-  if (archivePath == nullptr) {
-    return false;
-  }
-  const int fd = CreateArchive(archivePath);
+  const int fd = archivePath == nullptr ? -1 : CreateArchive(archivePath);
   if (fd < 0) {
     return false;
   }

@@ -47,11 +47,8 @@ constexpr BuiltinService kServices[] = {
 
 /// Copies `text`, which may be absent. False: there was a text but no memory.
 bool CopyOptional(const char* text, char** copy) {
-  if (text == nullptr) {
-    return true;
-  }
-  *copy = CopyText(text);
-  return *copy != nullptr;
+  *copy = text != nullptr ? CopyText(text) : nullptr;
+  return text == nullptr || *copy != nullptr;
 }
 
 /// Appends copies of `count` nodes to `group`. False: no memory; what was appended belongs to the group.
@@ -79,21 +76,14 @@ bool Build(const BuiltinService& service, QuilcatInfo_t* info) {
   group->style = service.style;
   group->polling_interval = service.pollingInterval;
   group->info = info;
-  if (!AddNodes(service.nodes, service.nodeCount, group)) {
-    return false;
-  }
-  group->output_file_path = CopyText(service.outputFilePath);
-  if (group->output_file_path == nullptr) {
-    return false;
-  }
   info->rotate_size_kbytes = service.rotateSizeKB;
   info->maxCompressdFiles = service.mostFiles;
   info->cpu_set = service.cpuSet;
   if (service.modeFollowsDevice) {
     info->writeMode = WriteModeOfDevice();
   }
-  info->name = CopyText(service.name);
-  return info->name != nullptr;
+  return AddNodes(service.nodes, service.nodeCount, group) &&
+         CopyOptional(service.outputFilePath, &group->output_file_path) && CopyOptional(service.name, &info->name);
 }
 
 }  // namespace
@@ -110,7 +100,7 @@ int QuilConfig::parseDefault(const char* name, QuilcatInfo_t* info) {
       return 0;
     }
     free_config_file(info);
-    return 1;
+    break;
   }
   return 1;
 }

@@ -78,10 +78,7 @@ std::string IndexedFiles::pathOf(int32_t index) const {
 }
 
 std::vector<std::string> IndexedFiles::takeSurplus(size_t count) {
-  if (logFileVec.size() <= count) {
-    return {};
-  }
-  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(count);
+  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(std::min(count, logFileVec.size()));
   std::vector<std::string> surplus(logFileVec.begin(), kept);
   logFileVec.erase(logFileVec.begin(), kept);
   return surplus;
@@ -154,14 +151,6 @@ std::string IndexedFiles::suffixField(PathIterator name, uint32_t offset, uint32
   return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + offset, count);
 }
 
-std::string IndexedFiles::indexField(PathIterator name) const {
-  return suffixField(name, FileNames::kIndexOffset, FileNames::kIndexLength);
-}
-
-std::string IndexedFiles::timeStampField(PathIterator name) const {
-  return suffixField(name, FileNames::kTimeStampOffset, FileNames::kTimeStampLength);
-}
-
 bool IndexedFiles::sort_by_early_time(const std::string& first, const std::string& second) {
   return first < second;
 }
@@ -185,7 +174,7 @@ std::string IndexedFiles::get_file_by_max_timestamp(std::vector<std::string> pat
   std::string newest;
   std::string path;
   for (auto entry = paths.begin(); entry != paths.end(); ++entry) {
-    std::string timeStamp = timeStampField(entry);
+    std::string timeStamp = suffixField(entry, FileNames::kTimeStampOffset, FileNames::kTimeStampLength);
     if (timeStamp > newest) {
       newest = std::move(timeStamp);
       path = *entry;
@@ -223,9 +212,6 @@ void IndexedFiles::adjustFileVecOrder(std::vector<std::string>& paths) const {
 }
 
 int32_t IndexedFiles::get_newLogFileIndex(std::vector<std::string>& paths) const {
-  if (paths.empty()) {
-    return 0;
-  }
   adjustFileVecOrder(paths);
   if (paths.empty()) {
     return 0;
@@ -236,6 +222,5 @@ int32_t IndexedFiles::get_newLogFileIndex(std::vector<std::string>& paths) const
   if (!isNumber) {
     return 0;
   }
-  const int32_t next = atoi(field.c_str()) + 1;
-  return next > static_cast<int32_t>(kMostIndex) ? 0 : next;
+  return (atoi(field.c_str()) + 1) % FileNames::kIndexes;
 }

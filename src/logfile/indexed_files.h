@@ -73,8 +73,9 @@ class IndexedFiles {
 
   bool processMmapFileVec(Scan scan, std::vector<std::string>* found) const;
   std::string suffixField(PathIterator name, uint32_t offset, uint32_t count) const;
-  std::string indexField(PathIterator name) const;
-  std::string timeStampField(PathIterator name) const;
+  std::string indexField(PathIterator name) const {
+    return suffixField(name, FileNames::kIndexOffset, FileNames::kIndexLength);
+  }
 
   std::string outputFilePath;
   std::vector<std::string> logFileVec;

@@ -129,13 +129,10 @@ bool StopThreads(Step* step) {
     }
     std::this_thread::sleep_for(ThreadBase::kWakePeriod);
   }
-  if (!stepHasEnded()) {
-    return false;
-  }
-  if (step != nullptr) {
+  if (step != nullptr && step->hasEnded()) {
     step->wait();
   }
-  return true;
+  return stepHasEnded();
 }
 
 /// Brings the text of all to their files, before the first one waits for the disk.

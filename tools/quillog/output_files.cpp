@@ -20,11 +20,6 @@ constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 constexpr size_t kGzipHeader = 10;
 constexpr int kMostArchives = FileNames::archivesFor(FileNames::kIndexes);
 
-bool IsRegular(const std::string& path) {
-  struct stat status = {};
-  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -98,7 +93,8 @@ bool Look(Directory& directory) {
 }
 
 void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile>& files) {
-  if (IsRegular(path)) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
     files.push_back(Describe(path, kind));
   }
 }
