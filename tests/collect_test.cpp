@@ -40,7 +40,13 @@ class CollectTest : public testing::Test {
     StandardErrorOf([&] { collector->setupOutput(); });
     return *collector;
   }
-  bool Stop() { return collector->stop(ThreadBase::Clock::now() + std::chrono::seconds(2)); }
+  bool Stop() {
+    collector->requestStop();
+    return WaitFor([this] {
+      collector->wake();
+      return collector->hasEnded();
+    });
+  }
   /// What was written since the last call.
   std::string Written() {
     const std::string text = ReadFile(kOutput);

@@ -46,7 +46,7 @@ MonitorDir::MonitorDir(const char* path) : inotifyFd(inotify_init1(IN_CLOEXEC)) 
 }
 
 MonitorDir::~MonitorDir() {
-  stop(Clock::time_point::max());
+  stop();
   CloseWatches();
   free(dirPath);
 }

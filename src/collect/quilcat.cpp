@@ -35,7 +35,7 @@ char* FormatTime(const char* format) {
 Quilcat::Quilcat(QuilcatGroup_t* ownGroup, type_write mode) : Quilbase(ownGroup, mode), group(ownGroup) {}
 
 Quilcat::~Quilcat() {
-  stop(Clock::time_point::max());
+  stop();
 }
 
 void Quilcat::openLogFilePost() {

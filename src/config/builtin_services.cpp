@@ -10,8 +10,8 @@ using namespace QuilCommon;
 namespace {
 
 struct BuiltinNode {
-  const char* data_path;
-  const char* title_path;
+  const char* dataPath;
+  const char* titlePath;
   const char* title;
   size_t width;
 };
@@ -19,11 +19,11 @@ struct BuiltinNode {
 struct BuiltinService {
   const char* name;
   type_style style;
-  size_t polling_interval;
-  const char* output_file_path;
-  size_t rotate_size_kbytes;
-  size_t maxCompressdFiles;
-  uint32_t cpu_set;
+  size_t pollingInterval;
+  const char* outputFilePath;
+  size_t rotateSizeKB;
+  size_t mostFiles;
+  uint32_t cpuSet;
   bool modeFollowsDevice;  ///< the device's properties choose the write mode; otherwise it stays WRITE_MMAP
   const BuiltinNode* nodes;
   size_t nodeCount;
@@ -47,11 +47,8 @@ constexpr BuiltinService kServices[] = {
 
 /// Copies `text`, which may be absent. False: there was a text but no memory.
 bool CopyOptional(const char* text, char** copy) {
-  if (text == nullptr) {
-    return true;
-  }
-  *copy = CopyText(text);
-  return *copy != nullptr;
+  *copy = text != nullptr ? CopyText(text) : nullptr;
+  return text == nullptr || *copy != nullptr;
 }
 
 /// Appends copies of `count` nodes to `group`. False: no memory; what was appended belongs to the group.
@@ -62,7 +59,7 @@ bool AddNodes(const BuiltinNode* nodes, size_t count, QuilcatGroup_t* group) {
       return false;
     }
     set->width = nodes[i].width;
-    if (!CopyOptional(nodes[i].data_path, &set->data_path) || !CopyOptional(nodes[i].title_path, &set->title_path) ||
+    if (!CopyOptional(nodes[i].dataPath, &set->data_path) || !CopyOptional(nodes[i].titlePath, &set->title_path) ||
         !CopyOptional(nodes[i].title, &set->title)) {
       return false;
     }
@@ -77,23 +74,16 @@ bool Build(const BuiltinService& service, QuilcatInfo_t* info) {
     return false;
   }
   group->style = service.style;
-  group->polling_interval = service.polling_interval;
+  group->polling_interval = service.pollingInterval;
   group->info = info;
-  if (!AddNodes(service.nodes, service.nodeCount, group)) {
-    return false;
-  }
-  group->output_file_path = CopyText(service.output_file_path);
-  if (group->output_file_path == nullptr) {
-    return false;
-  }
-  info->rotate_size_kbytes = service.rotate_size_kbytes;
-  info->maxCompressdFiles = service.maxCompressdFiles;
-  info->cpu_set = service.cpu_set;
+  info->rotate_size_kbytes = service.rotateSizeKB;
+  info->maxCompressdFiles = service.mostFiles;
+  info->cpu_set = service.cpuSet;
   if (service.modeFollowsDevice) {
     info->writeMode = WriteModeOfDevice();
   }
-  info->name = CopyText(service.name);
-  return info->name != nullptr;
+  return AddNodes(service.nodes, service.nodeCount, group) &&
+         CopyOptional(service.outputFilePath, &group->output_file_path) && CopyOptional(service.name, &info->name);
 }
 
 }  // namespace
@@ -110,7 +100,7 @@ int QuilConfig::parseDefault(const char* name, QuilcatInfo_t* info) {
       return 0;
     }
     free_config_file(info);
-    return 1;
+    break;
   }
   return 1;
 }

@@ -4,6 +4,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// NOLINTBEGIN(readability-identifier-naming): these names were given.
+
 /// The records that describe one service, and their codes.
 ///
 /// A record is filled on the main thread before any collector thread exists and is only read afterwards, except that a
@@ -90,5 +92,6 @@ struct QuilcatInfo_t {
 };
 
 }  // namespace QuilCommon
+// NOLINTEND(readability-identifier-naming)
 
 #endif  // QUILCAT_CONFIG_QUILCOMMON_H_

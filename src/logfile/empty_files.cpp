@@ -7,48 +7,29 @@
 #include <unistd.h>
 
 #include "logfile/file_steps.h"
+#include "platform/open_file.h"
 
 namespace {
 
-/// A file that no writer has open, nor will have while this object lives.
-class AbandonedFile {
- public:
-  explicit AbandonedFile(const std::string& path)
-      : fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
-    // A writer holds a lock of its own on its file, which ends with its process.
-    abandoned = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
-  }
-  ~AbandonedFile() {
-    if (fd >= 0) {
-      close(fd);
-    }
-  }
-  AbandonedFile(const AbandonedFile&) = delete;
-  AbandonedFile& operator=(const AbandonedFile&) = delete;
-
-  /// All of it is looked at: after a power cut text may follow zeros.
-  bool isEmpty() const {
-    static constexpr char kZeros[4096] = {};
-    char piece[sizeof kZeros];
-    ssize_t length = abandoned ? read(fd, piece, sizeof piece) : -1;
-    while (length > 0 && memcmp(piece, kZeros, static_cast<size_t>(length)) == 0) {
-      length = read(fd, piece, sizeof piece);
-    }
-    return length == 0;
-  }
-
- private:
-  const int fd;
-  bool abandoned = false;
-};
+/// All of it is looked at: after a power cut text may follow zeros.
+bool HoldsZerosOnly(int fd) {
+  static constexpr char kZeros[4096] = {};
+  char piece[sizeof kZeros];
+  ssize_t length;
+  do {
+    length = read(fd, piece, sizeof piece);
+  } while (length > 0 && memcmp(piece, kZeros, static_cast<size_t>(length)) == 0);
+  return length == 0;
+}
 
 }  // namespace
 
 void removeEmptyFiles(IndexedFiles* files) {
   while (!files->paths().empty()) {
     const std::string newest = files->paths().back();
-    const AbandonedFile file(newest);
-    if (!file.isEmpty()) {
+    const OpenFile file(open(newest.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // A writer holds a lock of its own on its file, which ends with its process. This one keeps writers away.
+    if (file.fd < 0 || flock(file.fd, LOCK_EX | LOCK_NB) != 0 || !HoldsZerosOnly(file.fd)) {
       return;
     }
     unlinkFile(newest);

@@ -15,7 +15,6 @@
 #include "logfile/directory_part.h"
 #include "logfile/file_names.h"
 #include "platform/local_time.h"
-#include "safestr/safestr.h"
 
 namespace {
 
@@ -74,17 +73,12 @@ bool IndexedFiles::formFileVectors() {
 }
 
 std::string IndexedFiles::pathOf(int32_t index) const {
-  char number[FileNames::kIndexLength + 1];
-  snprintf_s(number, sizeof number, sizeof number - 1, "%03d", index);
   const std::unique_ptr<char, FreeText> timeStamp(getTimeStamp());
-  return timeStamp != nullptr ? outputFilePath + ".I" + number + '.' + timeStamp.get() + ".gz" : std::string();
+  return timeStamp != nullptr ? FileNames::indexed(outputFilePath, index, timeStamp.get()) : std::string();
 }
 
 std::vector<std::string> IndexedFiles::takeSurplus(size_t count) {
-  if (logFileVec.size() <= count) {
-    return {};
-  }
-  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(count);
+  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(std::min(count, logFileVec.size()));
   std::vector<std::string> surplus(logFileVec.begin(), kept);
   logFileVec.erase(logFileVec.begin(), kept);
   return surplus;
@@ -94,15 +88,6 @@ std::vector<std::string> IndexedFiles::otherCompressedFiles() const {
   std::vector<std::string> found;
   processMmapFileVec(Scan::kOthers, &found);
   return found;
-}
-
-std::vector<std::string> IndexedFiles::oldStyleNames() const {
-  std::vector<std::string> names;
-  for (int number = 0; number < FileNames::kOldStyleNumbers; ++number) {
-    names.push_back(outputFilePath + '.' + std::to_string(number));
-    names.push_back(outputFilePath + '-' + std::to_string(number) + ".tar.gz");
-  }
-  return names;
 }
 
 /// Appends the full paths of regular files in the output's directory to `found`: those with indexed names, or the other
@@ -129,7 +114,7 @@ bool IndexedFiles::processMmapFileVec(Scan scan, std::vector<std::string>* found
     }
     std::string file = path.get() + ("/" + std::string(entry->d_name));
     const bool isIndexed = file.size() == outputFilePath.size() + FileNames::kSuffixLength;
-    const bool isOwn = file.find(baseName) != std::string::npos && file.find(".gz") != std::string::npos &&
+    const bool isOwn = file.find(baseName) != std::string::npos && file.find(FileNames::kGzip) != std::string::npos &&
                        std::find(oldStyle.begin(), oldStyle.end(), file) == oldStyle.end();
     if (isOwn && isIndexed == (scan == Scan::kIndexed)) {
       found->push_back(std::move(file));
@@ -166,14 +151,6 @@ std::string IndexedFiles::suffixField(PathIterator name, uint32_t offset, uint32
   return get_interger_from_iterator(name, length + FileNames::kSuffixLength, length + offset, count);
 }
 
-std::string IndexedFiles::indexField(PathIterator name) const {
-  return suffixField(name, FileNames::kIndexOffset, FileNames::kIndexLength);
-}
-
-std::string IndexedFiles::timeStampField(PathIterator name) const {
-  return suffixField(name, FileNames::kTimeStampOffset, FileNames::kTimeStampLength);
-}
-
 bool IndexedFiles::sort_by_early_time(const std::string& first, const std::string& second) {
   return first < second;
 }
@@ -197,7 +174,7 @@ std::string IndexedFiles::get_file_by_max_timestamp(std::vector<std::string> pat
   std::string newest;
   std::string path;
   for (auto entry = paths.begin(); entry != paths.end(); ++entry) {
-    std::string timeStamp = timeStampField(entry);
+    std::string timeStamp = suffixField(entry, FileNames::kTimeStampOffset, FileNames::kTimeStampLength);
     if (timeStamp > newest) {
       newest = std::move(timeStamp);
       path = *entry;
@@ -235,9 +212,6 @@ void IndexedFiles::adjustFileVecOrder(std::vector<std::string>& paths) const {
 }
 
 int32_t IndexedFiles::get_newLogFileIndex(std::vector<std::string>& paths) const {
-  if (paths.empty()) {
-    return 0;
-  }
   adjustFileVecOrder(paths);
   if (paths.empty()) {
     return 0;
@@ -248,6 +222,5 @@ int32_t IndexedFiles::get_newLogFileIndex(std::vector<std::string>& paths) const
   if (!isNumber) {
     return 0;
   }
-  const int32_t next = atoi(field.c_str()) + 1;
-  return next > static_cast<int32_t>(kMostIndex) ? 0 : next;
+  return (atoi(field.c_str()) + 1) % FileNames::kIndexes;
 }

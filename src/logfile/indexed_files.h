@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "logfile/file_names.h"
+
 /// The indexed files of one output, "<output>.I<index>.<time stamp>.gz": which there are, how old they are, what the
 /// next one is called, and which names beside them are the output's own as well.
 ///
@@ -46,7 +48,7 @@ class IndexedFiles {
   std::vector<std::string> otherCompressedFiles() const;
 
   /// The ten names that factory mode gives to this output's files: O.0, O-0.tar.gz, O.1, ...
-  std::vector<std::string> oldStyleNames() const;
+  std::vector<std::string> oldStyleNames() const { return FileNames::oldStyle(outputFilePath); }
 
   // The steps.
 
@@ -71,8 +73,9 @@ class IndexedFiles {
 
   bool processMmapFileVec(Scan scan, std::vector<std::string>* found) const;
   std::string suffixField(PathIterator name, uint32_t offset, uint32_t count) const;
-  std::string indexField(PathIterator name) const;
-  std::string timeStampField(PathIterator name) const;
+  std::string indexField(PathIterator name) const {
+    return suffixField(name, FileNames::kIndexOffset, FileNames::kIndexLength);
+  }
 
   std::string outputFilePath;
   std::vector<std::string> logFileVec;

@@ -16,7 +16,7 @@ constexpr int kSetUpTries = 10;
 LogOutput::LogOutput(const Settings& settings, Owner& told)
     : owner(told),
       outputFilePath(settings.outputFilePath),
-      prevLinkPath(outputFilePath != nullptr ? std::string(outputFilePath) + ".1" : std::string()),
+      prevLinkPath(outputFilePath != nullptr ? FileNames::previousLink(outputFilePath) : std::string()),
       rotateSizeKB(settings.rotateSizeKB),
       maxFiles(settings.maxFiles),
       keepsRefused(settings.keepRefused),

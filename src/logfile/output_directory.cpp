@@ -14,6 +14,7 @@
 
 #include "logfile/change_owner.h"
 #include "logfile/directory_part.h"
+#include "platform/open_file.h"
 
 namespace {
 
@@ -31,42 +32,39 @@ bool IsRoots(const struct stat& status) {
 class Descent {
  public:
   explicit Descent(bool fromRoot) : directory(open(fromRoot ? "/" : ".", kAsPath)) {}
-  ~Descent() { Reach(-1); }
-  Descent(const Descent&) = delete;
-  Descent& operator=(const Descent&) = delete;
 
   /// Goes on to `name`, which messages call `path`. A link that others than root may have put there is removed.
   /// False: there is nothing, or a link that leads to no directory.
   bool Enter(const char* name, const char* path) {
     struct stat status;
-    bool isThere = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    bool isThere = fstatat(directory.fd, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
     const bool isLink = isThere && S_ISLNK(status.st_mode);
     const bool followed = isLink && IsRoots(status) && OnlyRootWrites();
     if (isLink && !followed) {
-      const bool removed = unlinkat(directory, name, 0) == 0;
+      const bool removed = unlinkat(directory.fd, name, 0) == 0;
       fprintf(stderr, removed ? "removed foreign link [%s]\n" : "unlink [%s] fail\n", path);
       isThere = false;
     }
-    const int next = isThere ? openat(directory, name, followed ? kAsPath : kAsPath | O_NOFOLLOW) : -1;
+    const int next = isThere ? openat(directory.fd, name, followed ? kAsPath : kAsPath | O_NOFOLLOW) : -1;
     if (next < 0 && (!isThere || followed)) {
       return false;
     }
-    Reach(next);
+    directory.Reset(next);
     return true;
   }
 
   /// Makes `name` and goes on to it.
   bool Make(const char* name, const char* path, mode_t mode) {
-    if (mkdirat(directory, name, mode) != 0) {
+    if (mkdirat(directory.fd, name, mode) != 0) {
       if (errno == EEXIST && Enter(name, path)) {
         return true;  // another collector has just made it
       }
       fprintf(stderr, "%s: mkdir [%s] err.\n", "mkdir_p", path);
       return false;
     }
-    Reach(openat(directory, name, kAsPath | O_NOFOLLOW));
+    directory.Reset(openat(directory.fd, name, kAsPath | O_NOFOLLOW));
     // mkdir is subject to the file-creation mask.
-    if (fchmodat(directory, ".", mode, 0) != 0) {
+    if (fchmodat(directory.fd, ".", mode, 0) != 0) {
       fprintf(stderr, "%s: chmod [%s] err.\n", "mkdir_p", path);
       return false;
     }
@@ -74,22 +72,15 @@ class Descent {
   }
 
   /// The directory that was reached, now the caller's; -1: what is there is none.
-  int Leave() { return std::exchange(directory, -1); }
+  int Leave() { return std::exchange(directory.fd, -1); }
 
  private:
   bool OnlyRootWrites() const {
     struct stat status;
-    return fstat(directory, &status) == 0 && IsRoots(status) && (status.st_mode & kWritableByOthers) == 0;
+    return fstat(directory.fd, &status) == 0 && IsRoots(status) && (status.st_mode & kWritableByOthers) == 0;
   }
 
-  void Reach(int next) {
-    if (directory >= 0) {
-      close(directory);
-    }
-    directory = next;
-  }
-
-  int directory;
+  OpenFile directory;
 };
 
 /// Goes down all of `path`. What is missing is made if a mode is given for it. False: the way ends before.
@@ -127,13 +118,12 @@ int create_bugreports_dir(const char* path) {
   if (mkdir_p(directory, kDirectoryMode) != 0) {
     fprintf(stderr, "mkdir_p dir[%s] err\n", directory);
   }
-  const int opened = openDirectory(directory);
-  if (opened < 0 || fchmodat(opened, ".", kDirectoryMode, 0) != 0) {
+  const OpenFile opened(openDirectory(directory));
+  if (opened.fd < 0 || fchmodat(opened.fd, ".", kDirectoryMode, 0) != 0) {
     fprintf(stderr, "chmod dir[%s] err\n", directory);
   }
-  if (opened >= 0) {
-    changeOwner(directory, "chown ", opened);
-    close(opened);
+  if (opened.fd >= 0) {
+    changeOwner(directory, "chown ", opened.fd);
   }
   free(directory);
   return 0;

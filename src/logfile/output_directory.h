@@ -5,8 +5,7 @@
 
 #include <string>
 
-// The directory of an output. Results are 0 on success and 1 on failure unless told otherwise. Any thread may call
-// these.
+// The directory of an output. Results are 0 on success and 1 on failure unless told otherwise. Any thread may call.
 
 // A path is gone down level by level. A symbolic link on the way is followed when root made it and nobody else may
 // write to the directory that it is in; where it leads, and what is linked there, is root's affair. Any other link

@@ -18,28 +18,14 @@ constexpr mode_t kWritableByOthers = 022;
 /// What every rotated file has: all may read it, and those of the group write it.
 constexpr mode_t kShared = 0664;
 
-constexpr char kUnfinished[] = "unfinished.tar.gz";
-constexpr char kPacked[] = "packed.tar.gz";
-
 }  // namespace
 
 PackingDirectory::PackingDirectory(int logDirectory, const std::string& livePath)
     : parent(logDirectory),
-      path(livePath + "_tmp"),
+      path(FileNames::packingDirectory(livePath)),
       base(livePath.substr(livePath.rfind('/') + 1)),
-      name(base + "_tmp") {
+      name(FileNames::packingDirectory(base)) {
   Open();
-}
-
-PackingDirectory::~PackingDirectory() {
-  Close();
-}
-
-void PackingDirectory::Close() {
-  if (fd >= 0) {
-    close(fd);
-  }
-  fd = -1;
 }
 
 void PackingDirectory::Open() {
@@ -47,27 +33,26 @@ void PackingDirectory::Open() {
   if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return;
   }
-  fd = openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  directory.Reset(openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   // One that cannot be opened now, for want of a descriptor, is left alone if it is its own by the look of it.
-  const bool isExamined = fd < 0 || fstat(fd, &status) == 0;
+  const bool isExamined = directory.fd < 0 || fstat(directory.fd, &status) == 0;
   if (isExamined && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
       (status.st_mode & kWritableByOthers) == 0) {
     return;
   }
-  Close();
+  directory.Reset(-1);
   MoveAway();
 }
 
 /// To the first name of O_tmp.moved.0, O_tmp.moved.1, ... that nothing has.
 void PackingDirectory::MoveAway() const {
-  std::string suffix;
   struct stat status;
   int number = 0;
-  do {
-    suffix = ".moved." + std::to_string(number++);
-  } while (fstatat(parent, (name + suffix).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0);
-  if (renameIfThere(parent, name, parent, name + suffix, "while moving a foreign compress dir")) {
-    fprintf(stderr, "%s moved to %s%s\n", path.c_str(), path.c_str(), suffix.c_str());
+  while (fstatat(parent, FileNames::movedAway(name, number).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    ++number;
+  }
+  if (renameIfThere(parent, name, parent, FileNames::movedAway(name, number), "while moving a foreign compress dir")) {
+    fprintf(stderr, "%s moved to %s\n", path.c_str(), FileNames::movedAway(path, number).c_str());
   }
 }
 
@@ -75,24 +60,24 @@ void PackingDirectory::Make() {
   if (mkdirat(parent, name.c_str(), kMode) != 0) {
     perror("couldn't create compress dir");
   }
-  if (fd < 0) {
+  if (directory.fd < 0) {
     Open();
   }
 }
 
 void PackingDirectory::Take(int number) const {
-  if (renameat(parent, file(number).c_str(), fd, file(number).c_str()) != 0) {
+  if (renameat(parent, file(number).c_str(), directory.fd, file(number).c_str()) != 0) {
     perror("while rename log files");
   }
 }
 
 void PackingDirectory::TakeRest() const {
   int lowest = 1;
-  while (lowest <= kFiles && !fileExists(fd, file(lowest))) {
+  while (lowest <= kFiles && !fileExists(directory.fd, file(lowest))) {
     ++lowest;
   }
   for (int number = lowest - 1; lowest <= kFiles && !isPacked() && number >= 1; --number) {
-    renameIfThere(parent, file(number), fd, file(number), "while rename log files");
+    renameIfThere(parent, file(number), directory.fd, file(number), "while rename log files");
   }
 }
 
@@ -101,7 +86,7 @@ void PackingDirectory::TakeRest() const {
 /// backup may give it, is no reason.
 const char* PackingDirectory::objection(int number) const {
   struct stat status;
-  if (fstatat(fd, file(number).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (fstatat(directory.fd, file(number).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return nullptr;
   }
   if (!S_ISREG(status.st_mode)) {
@@ -115,7 +100,7 @@ const char* PackingDirectory::objection(int number) const {
 
 bool PackingDirectory::holdsFiles() const {
   for (int number = 1; number <= kFiles; ++number) {
-    if (fileExists(fd, file(number)) && objection(number) == nullptr) {
+    if (fileExists(directory.fd, file(number)) && objection(number) == nullptr) {
       return true;
     }
   }
@@ -123,36 +108,37 @@ bool PackingDirectory::holdsFiles() const {
 }
 
 bool PackingDirectory::isPacked() const {
-  return fileExists(fd, kPacked);
+  return fileExists(directory.fd, FileNames::kPacked);
 }
 
 bool PackingDirectory::Pack() const {
-  const std::string prefix = "/proc/self/fd/" + std::to_string(fd) + '/';
+  const std::string prefix = "/proc/self/fd/" + std::to_string(directory.fd) + '/';
   std::string files[kFiles];
   const char* paths[kFiles];
   for (int i = 0; i < kFiles; ++i) {
     files[i] = prefix + file(i + 1);
     paths[i] = objection(i + 1) == nullptr ? files[i].c_str() : nullptr;
   }
-  return tar_zip_files(kFiles, paths, (prefix + kUnfinished).c_str(), 0) &&
-         renameIfThere(fd, kUnfinished, fd, kPacked, "while rename compressed files");
+  return tar_zip_files(kFiles, paths, (prefix + FileNames::kUnfinished).c_str(), 0) &&
+         renameIfThere(directory.fd, FileNames::kUnfinished, directory.fd, FileNames::kPacked,
+                       "while rename compressed files");
 }
 
 /// The oldest first, so that the lowest number stays to the end: a start takes what is left for a whole set.
 void PackingDirectory::DeleteFiles() const {
   for (int number = kFiles; number >= 1; --number) {
-    if (objection(number) == nullptr && unlinkat(fd, file(number).c_str(), 0) != 0) {
+    if (objection(number) == nullptr && unlinkat(directory.fd, file(number).c_str(), 0) != 0) {
       perror("unlink failed");
     }
   }
 }
 
 void PackingDirectory::DeleteArchive() const {
-  unlinkat(fd, kPacked, 0);
+  unlinkat(directory.fd, FileNames::kPacked, 0);
 }
 
 void PackingDirectory::Release(const std::string& archive) const {
-  renameIfThere(fd, kPacked, parent, archive, "while rename compressed files");
+  renameIfThere(directory.fd, FileNames::kPacked, parent, archive, "while rename compressed files");
 }
 
 void PackingDirectory::Remove() {
@@ -168,5 +154,5 @@ void PackingDirectory::Remove() {
       MoveAway();
     }
   }
-  Close();
+  directory.Reset(-1);
 }

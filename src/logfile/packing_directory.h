@@ -4,6 +4,7 @@
 #include <string>
 
 #include "logfile/file_names.h"
+#include "platform/open_file.h"
 
 /// The directory O_tmp in which five rotated files of an output O become an archive: B.1 to B.5, with B the base name
 /// of O, unfinished.tar.gz while it is written, packed.tar.gz once it is whole.
@@ -18,14 +19,11 @@ class PackingDirectory {
 
   /// Opens the directory if it is there. `parent` is a descriptor of the log directory, borrowed.
   PackingDirectory(int parent, const std::string& livePath);
-  ~PackingDirectory();
-  PackingDirectory(const PackingDirectory&) = delete;
-  PackingDirectory& operator=(const PackingDirectory&) = delete;
 
   /// Makes and opens the directory; one that is there serves as well, but is reported.
   void Make();
 
-  bool isOpen() const { return fd >= 0; }
+  bool isOpen() const { return directory.fd >= 0; }
 
   /// Moves the file B.`number` of the log directory here.
   void Take(int number) const;
@@ -51,16 +49,15 @@ class PackingDirectory {
 
  private:
   void Open();
-  void Close();
   void MoveAway() const;
-  std::string file(int number) const { return base + '.' + std::to_string(number); }
+  std::string file(int number) const { return FileNames::rotated(base, number); }
   const char* objection(int number) const;
 
   const int parent;
   const std::string path;  ///< O_tmp, for messages
   const std::string base;
   const std::string name;
-  int fd = -1;
+  OpenFile directory{-1};
 };
 
 #endif  // QUILCAT_LOGFILE_PACKING_DIRECTORY_H_

@@ -9,48 +9,31 @@
 #include "logfile/packing_directory.h"
 #include "thread/thread_base.h"
 
-namespace {
-
-constexpr int kRotatedFiles = PackingDirectory::kFiles;
-
-}  // namespace
-
 RotatedFiles::RotatedFiles(const std::string& livePath, uint64_t archives)
     : logFilePath(livePath),
       base(livePath.substr(livePath.rfind('/') + 1)),
       maxFiles(archives),
       directory(openDirectory(livePath.substr(0, livePath.rfind('/') + 1))) {}
 
-RotatedFiles::~RotatedFiles() {
-  if (directory >= 0) {
-    close(directory);
-  }
-}
-
 /// 0 -> B, 1 -> B.1
 std::string RotatedFiles::numbered(int number) const {
-  return number == 0 ? base : base + '.' + std::to_string(number);
-}
-
-/// 0 -> B-0.tar.gz
-std::string RotatedFiles::archive(int number) const {
-  return base + '-' + std::to_string(number) + ".tar.gz";
+  return number == 0 ? base : FileNames::rotated(base, number);
 }
 
 void RotatedFiles::shift() {
-  if (maxFiles != 0 && fileExists(directory, numbered(kRotatedFiles))) {
+  if (maxFiles != 0 && fileExists(directory.fd, numbered(PackingDirectory::kFiles))) {
     packIfFull();  // a full disk may have had no room for the directory that the five were to be packed in
     if (ThreadBase::currentStopRequested()) {
       return;
     }
   }
-  shiftInto(kRotatedFiles);
+  shiftInto(PackingDirectory::kFiles);
 }
 
 /// Moves O.(vacant - 1) to O.vacant, and so on down to O to O.1.
 void RotatedFiles::shiftInto(int vacant) {
   for (int number = vacant; number >= 1; --number) {
-    renameIfThere(directory, numbered(number - 1), directory, numbered(number), "while rotating log files");
+    renameIfThere(directory.fd, numbered(number - 1), directory.fd, numbered(number), "while rotating log files");
   }
 }
 
@@ -58,11 +41,11 @@ void RotatedFiles::packIfFull() {
   if (maxFiles == 0 || ThreadBase::currentStopRequested()) {
     return;
   }
-  PackingDirectory packing(directory, logFilePath);
+  PackingDirectory packing(directory.fd, logFilePath);
   if (packing.isOpen()) {
     compressRunFactory(packing);
   }
-  if (fileExists(directory, numbered(kRotatedFiles)) && !ThreadBase::currentStopRequested()) {
+  if (fileExists(directory.fd, numbered(PackingDirectory::kFiles)) && !ThreadBase::currentStopRequested()) {
     compressLogsFactory(packing);
   }
 }
@@ -80,7 +63,7 @@ void RotatedFiles::compressLogsFactory(PackingDirectory& packing) {
   if (!packing.isOpen()) {
     return;
   }
-  for (int number = kRotatedFiles; number >= 1; --number) {
+  for (int number = PackingDirectory::kFiles; number >= 1; --number) {
     packing.Take(number);
   }
   compressRunFactory(packing);
@@ -116,8 +99,8 @@ void RotatedFiles::compressRunFactory(PackingDirectory& packing) {
 /// Deletes the oldest archive if it is replaced at the end of a packing anyway: its room is needed before.
 void RotatedFiles::makeRoom() const {
   const int last = static_cast<int>(maxFiles) - 1;
-  if (last == 0 || fileExists(directory, archive(last - 1))) {
-    unlinkat(directory, archive(last).c_str(), 0);
+  if (last == 0 || fileExists(directory.fd, archive(last - 1))) {
+    unlinkat(directory.fd, archive(last).c_str(), 0);
   }
 }
 
@@ -128,12 +111,12 @@ void RotatedFiles::moveArchivesUp(bool resumed) {
   int vacant = last;
   if (resumed) {
     vacant = 0;
-    while (vacant < last && fileExists(directory, archive(vacant))) {
+    while (vacant < last && fileExists(directory.fd, archive(vacant))) {
       ++vacant;
     }
   }
   for (int number = vacant; number >= 1; --number) {
-    renameIfThere(directory, archive(number - 1), directory, archive(number), "while rename compressed files");
+    renameIfThere(directory.fd, archive(number - 1), directory.fd, archive(number), "while rename compressed files");
   }
 }
 
@@ -141,17 +124,17 @@ void RotatedFiles::finishInterruptedRotation() {
   if (maxFiles == 0) {
     return;
   }
-  if (const PackingDirectory packing(directory, logFilePath); packing.isOpen()) {
+  if (const PackingDirectory packing(directory.fd, logFilePath); packing.isOpen()) {
     packing.TakeRest();
   }
-  if (!fileExists(directory, numbered(kRotatedFiles))) {
+  if (!fileExists(directory.fd, numbered(PackingDirectory::kFiles))) {
     return;
   }
   int vacant = 1;
-  while (fileExists(directory, numbered(vacant))) {
+  while (fileExists(directory.fd, numbered(vacant))) {
     ++vacant;
   }
-  if (vacant < kRotatedFiles) {
+  if (vacant < PackingDirectory::kFiles) {
     shiftInto(vacant);
   }
 }

@@ -5,6 +5,9 @@
 
 #include <string>
 
+#include "logfile/file_names.h"
+#include "platform/open_file.h"
+
 class PackingDirectory;
 
 /// What a factory output keeps beside its live file O: the rotated files O.1, the newest, to O.5, and the archives
@@ -23,9 +26,6 @@ class RotatedFiles {
  public:
   /// `livePath` is O; `maxFiles` archives are kept. With 0 there are none, and O.5 is replaced at each rotation.
   RotatedFiles(const std::string& livePath, uint64_t maxFiles);
-  ~RotatedFiles();
-  RotatedFiles(const RotatedFiles&) = delete;
-  RotatedFiles& operator=(const RotatedFiles&) = delete;
 
   /// Moves O.4 to O.5 and so on down to O to O.1. O is then free; it must be closed. Five files that could not be moved
   /// away to be packed are tried again first; the oldest is replaced when they still cannot. Where a stop leaves them
@@ -43,7 +43,7 @@ class RotatedFiles {
 
  private:
   std::string numbered(int number) const;
-  std::string archive(int number) const;
+  std::string archive(int number) const { return FileNames::archive(base, number); }
 
   void shiftInto(int vacant);
   void compressLogsFactory(PackingDirectory& packing);
@@ -54,7 +54,7 @@ class RotatedFiles {
   const std::string logFilePath;
   const std::string base;
   const uint64_t maxFiles;
-  const int directory;  ///< -1: it is not to be had, and each step fails
+  const OpenFile directory;  ///< none: it is not to be had, and each step fails
 };
 
 #endif  // QUILCAT_LOGFILE_ROTATED_FILES_H_

@@ -94,25 +94,27 @@ Quilcat* TakeWorker() {
   return worker;
 }
 
-bool AllHaveEnded() {
+/// Takes every worker. The number of those for which `count` gives true.
+size_t CountWorkers(bool (*count)(Quilcat& worker)) {
   MutexLock held(listLock);
+  size_t number = 0;
   for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    if (!node->worker->hasEnded()) {
-      return false;
-    }
+    number += count(*node->worker) ? 1 : 0;
   }
-  return true;
+  return number;
+}
+
+bool AllHaveEnded() {
+  return CountWorkers([](Quilcat& worker) { return !worker.hasEnded(); }) == 0;
 }
 
 /// Asks the threads of all collectors to stop and wakes them. True: all have ended.
 bool StopCollectors() {
-  MutexLock held(listLock);
-  bool allEnded = true;
-  for (WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    node->worker->wakeToStop();
-    allEnded = allEnded && node->worker->haveThreadsEnded();
-  }
-  return allEnded;
+  const auto runsOn = [](Quilcat& worker) {
+    worker.wakeToStop();
+    return !worker.haveThreadsEnded();
+  };
+  return CountWorkers(runsOn) == 0;
 }
 
 /// Asks the collectors' threads and `step`, which may add some until it ends, to stop, and wakes them until all have
@@ -127,13 +129,10 @@ bool StopThreads(Step* step) {
     }
     std::this_thread::sleep_for(ThreadBase::kWakePeriod);
   }
-  if (!stepHasEnded()) {
-    return false;
-  }
-  if (step != nullptr) {
+  if (step != nullptr && step->hasEnded()) {
     step->wait();
   }
-  return true;
+  return stepHasEnded();
 }
 
 /// Brings the text of all to their files, before the first one waits for the disk.
@@ -145,13 +144,7 @@ void FlushWorkers() {
 }
 
 bool IsAnyWriting() {
-  MutexLock held(listLock);
-  for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    if (!node->worker->hasEnded() && node->worker->isWriting()) {
-      return true;
-    }
-  }
-  return false;
+  return CountWorkers([](Quilcat& worker) { return !worker.hasEnded() && worker.isWriting(); }) != 0;
 }
 
 /// Destroys the workers. One that did not end is left alone, since its thread still uses it. False: there was such a
@@ -222,12 +215,7 @@ void StartCollector(QuilcatGroup_t* group) {
 }
 
 size_t CountSetUps() {
-  MutexLock held(listLock);
-  size_t count = 0;
-  for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    count += node->worker->isSetUp() ? 0 : 1;
-  }
-  return count;
+  return CountWorkers([](Quilcat& worker) { return !worker.isSetUp(); });
 }
 
 /// Waits until no more than `most` outputs are being set up. False: the thread is to stop, or none of them was done for

@@ -74,18 +74,14 @@ void ThreadBase::wake(pid_t id) {
   }
 }
 
-bool ThreadBase::stop(Clock::time_point deadline) {
+void ThreadBase::stop() {
   requestStop();
   // The signal can arrive just before the thread blocks, hence again and again.
-  while (!hasEnded() && Clock::now() < deadline) {
+  while (!hasEnded()) {
     wake();
     std::this_thread::sleep_for(kWakePeriod);
   }
-  if (!hasEnded()) {
-    return false;
-  }
   wait();
-  return true;
 }
 
 bool ThreadBase::hasEnded() const {

@@ -47,9 +47,8 @@ class ThreadBase {
   /// repeated then.
   virtual void woken() {}
 
-  /// Asks the thread to stop, wakes it until it has ended, and joins it. False: it had not ended by `deadline` and is
-  /// still running.
-  bool stop(Clock::time_point deadline);
+  /// Asks the thread to stop, wakes it until it has ended, and joins it.
+  void stop();
 
   /// True when no thread runs: never started, or run() has returned.
   bool hasEnded() const;

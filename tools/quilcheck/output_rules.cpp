@@ -17,20 +17,8 @@ namespace Quilcheck {
 
 namespace {
 
-constexpr char kIndexAndTime[] = ".I000.20260101-000000.gz";
-static_assert(sizeof kIndexAndTime - 1 == FileNames::kSuffixLength);
-constexpr char kCompressed[] = ".gz";
 // Each output may clash with each; whoever has mended so many asks again.
 constexpr size_t kMostFindings = 10000;
-constexpr size_t kRotatedFiles = FileNames::kFilesPerArchive;
-constexpr size_t kOldNumbers = FileNames::kOldStyleNumbers;
-
-std::string Number(size_t number) {
-  return '.' + std::to_string(number);
-}
-std::string Archive(size_t number) {
-  return '-' + std::to_string(number) + ".tar.gz";
-}
 
 using Suffixes = std::set<std::string, std::less<>>;
 
@@ -43,22 +31,24 @@ struct Output {
         directory(path.substr(0, path.rfind('/'))),
         base(path.substr(path.rfind('/') + 1)),
         mapped(owner.record->writeMode == WRITE_MMAP),
-        archives(FilesKept(owner)),
+        archives(static_cast<int>(FilesKept(owner))),
         normal(NormalPath(path)),
         madeNames(MadeNames()),
         replacedSuffixes(ReplacedSuffixes()),
         directoryHasBase((directory + '/').find(base) != std::string::npos),
-        directoryHasGz((directory + '/').find(kCompressed) != std::string::npos) {}
+        directoryHasGz((directory + '/').find(FileNames::kGzip) != std::string::npos) {}
 
   /// The files that it makes: an example of each kind and length of name, and whether it is a link.
   std::vector<std::pair<std::string, bool>> MadeNames() const {
     if (mapped) {
-      return {{base, true}, {base + ".1", true}, {base + kIndexAndTime, false}};
+      return {
+          {base, true}, {FileNames::previousLink(base), true}, {FileNames::indexed(base, 0, "20260101-000000"), false}};
     }
-    std::vector<std::pair<std::string, bool>> names = {
-        {base, false}, {base + ".1", false}, {base + Number(kRotatedFiles), false}};
-    for (size_t number = 0; number < archives; number = number == 0 ? 10 : number * 10) {
-      names.emplace_back(base + Archive(number), false);
+    std::vector<std::pair<std::string, bool>> names = {{base, false},
+                                                       {FileNames::rotated(base, 1), false},
+                                                       {FileNames::rotated(base, FileNames::kFilesPerArchive), false}};
+    for (int number = 0; number < archives; number = number == 0 ? 10 : number * 10) {
+      names.emplace_back(FileNames::archive(base, number), false);
     }
     return names;
   }
@@ -66,12 +56,18 @@ struct Output {
   /// What stands behind its path in names that it removes or replaces whatever stands there. In mmap mode these are its
   /// links, and what factory mode may have left.
   Suffixes ReplacedSuffixes() const {
-    Suffixes suffixes = {"", mapped ? ".0" : "_tmp"};
-    for (size_t number = 1; number <= (mapped ? kOldNumbers - 1 : kRotatedFiles); ++number) {
-      suffixes.insert(Number(number));
+    if (mapped) {
+      const std::vector<std::string> old = FileNames::oldStyle("");
+      Suffixes suffixes(old.begin(), old.end());
+      suffixes.insert({"", FileNames::previousLink("")});
+      return suffixes;
     }
-    for (size_t number = 0; number < (mapped ? kOldNumbers : archives); ++number) {
-      suffixes.insert(Archive(number));
+    Suffixes suffixes = {"", FileNames::packingDirectory("")};
+    for (int number = 1; number <= FileNames::kFilesPerArchive; ++number) {
+      suffixes.insert(FileNames::rotated("", number));
+    }
+    for (int number = 0; number < archives; ++number) {
+      suffixes.insert(FileNames::archive("", number));
     }
     return suffixes;
   }
@@ -84,7 +80,7 @@ struct Output {
       return true;
     }
     const bool hasBase = directoryHasBase || name.find(base) != std::string::npos;
-    const bool hasGz = directoryHasGz || name.find(kCompressed) != std::string::npos;
+    const bool hasGz = directoryHasGz || name.find(FileNames::kGzip) != std::string::npos;
     const bool isIndexed = name.size() == base.size() + FileNames::kSuffixLength;
     return hasBase && hasGz && !isLink && (mapped || isIndexed);
   }
@@ -95,7 +91,7 @@ struct Output {
   std::string directory;
   std::string base;
   bool mapped;
-  size_t archives;     ///< kept in factory mode
+  int archives;        ///< kept in factory mode
   std::string normal;  ///< its path as others may spell it
   std::vector<std::pair<std::string, bool>> madeNames;
   Suffixes replacedSuffixes;

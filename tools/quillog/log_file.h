@@ -2,23 +2,12 @@
 #define QUILCAT_TOOLS_QUILLOG_LOG_FILE_H_
 
 #include <stdint.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
 
+#include "platform/open_file.h"
 #include "quillog/time_text.h"
-
-/// A descriptor that is closed with its last owner.
-class OpenFile {
- public:
-  explicit OpenFile(int file) : fd(file) {}
-  ~OpenFile() { close(fd); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  const int fd;
-};
 
 /// One file of an output.
 struct LogFile {

@@ -1,6 +1,5 @@
 #include "quillog/output_files.h"
 
-#include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -17,15 +16,9 @@
 
 namespace {
 
-constexpr int kRotatedFiles = 5;
-constexpr int kMostArchives = 200;  // a service keeps a thousand files at most, five in an archive
-constexpr char kArchiveSuffix[] = ".tar.gz";
-constexpr char kPackingSuffix[] = "_tmp";
-
-bool IsRegular(const std::string& path) {
-  struct stat status = {};
-  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
+constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+constexpr size_t kGzipHeader = 10;
+constexpr int kMostArchives = FileNames::archivesFor(FileNames::kIndexes);
 
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -33,15 +26,8 @@ bool EndsWith(const std::string& text, const std::string& end) {
 
 /// "cat-0.tar.gz", "cat.3", "cat_tmp" -> "cat"; empty for another name.
 std::string OutputOfFactory(const std::string& name) {
-  if (EndsWith(name, kPackingSuffix)) {
-    return name.substr(0, name.size() - strlen(kPackingSuffix));
-  }
-  if (EndsWith(name, kArchiveSuffix)) {
-    const size_t dash = name.rfind('-');
-    const std::string number = dash == std::string::npos ? "" : name.substr(dash + 1);
-    return !number.empty() && isdigit(static_cast<unsigned char>(number[0])) ? name.substr(0, dash) : "";
-  }
-  return OutputFiles::IsRotated(name) ? name.substr(0, name.size() - 2) : "";
+  return FileNames::outputOfArchive(name) + FileNames::outputOfRotated(name) +
+         FileNames::outputOfPackingDirectory(name);
 }
 
 LogFile Describe(const std::string& path, LogFile::Kind kind) {
@@ -54,9 +40,8 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
     file.device = status.st_dev;
     file.inode = status.st_ino;
   }
-  if (!OutputFiles::OutputOfIndexed(path).empty()) {
-    const size_t stamp = path.size() - FileNames::kSuffixLength + FileNames::kTimeStampOffset;
-    file.started = TimeText::FromStamp(path.substr(stamp, FileNames::kTimeStampLength));
+  if (const std::string stamp = FileNames::parseIndexed(path).timeStamp; !stamp.empty()) {
+    file.started = TimeText::FromStamp(stamp);
   }
   return file;
 }
@@ -92,10 +77,10 @@ bool Look(Directory& directory) {
     const std::string name = entry->d_name;
     const std::string path = directory.prefix + name;
     const std::string output = OutputOfFactory(name);
-    if (!IsOfType(*entry, EndsWith(name, kPackingSuffix) ? DT_DIR : DT_REG, path)) {
+    if (!IsOfType(*entry, !FileNames::outputOfPackingDirectory(name).empty() ? DT_DIR : DT_REG, path)) {
       continue;
     }
-    if (const std::string indexed = OutputFiles::OutputOfIndexed(name); !indexed.empty()) {
+    if (const std::string indexed = FileNames::parseIndexed(name).output; !indexed.empty()) {
       directory.outputs[indexed].indexed.push_back(path);
     } else if (!output.empty()) {
       directory.outputs[output].factory.insert(path);
@@ -108,36 +93,37 @@ bool Look(Directory& directory) {
 }
 
 void AddIfThere(const std::string& path, LogFile::Kind kind, std::vector<LogFile>& files) {
-  if (IsRegular(path)) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
     files.push_back(Describe(path, kind));
   }
 }
 
-/// Appends B.5 to B.1, the files "<prefix>5" to "<prefix>1".
-void AddRotated(const std::string& prefix, std::vector<LogFile>& files) {
-  for (int number = kRotatedFiles; number > 0; --number) {
-    AddIfThere(prefix + std::to_string(number), LogFile::Kind::kPlain, files);
+/// Appends the rotated files of a live file at `path`, which there need not be, the oldest first.
+void AddRotated(const std::string& path, std::vector<LogFile>& files) {
+  for (int number = FileNames::kFilesPerArchive; number > 0; --number) {
+    AddIfThere(FileNames::rotated(path, number), LogFile::Kind::kPlain, files);
   }
 }
 
 /// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
 /// that the files do, and an archive that is perhaps not whole only where they are gone.
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
-  const std::string directory = output + kPackingSuffix + "/";
+  const std::string directory = FileNames::packingDirectory(output) + '/';
   const size_t before = files.size();
-  AddIfThere(directory + "packed" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+  AddIfThere(directory + FileNames::kPacked, LogFile::Kind::kArchive, files);
   if (files.size() == before) {
-    AddRotated(directory + output.substr(output.rfind('/') + 1) + ".", files);
+    AddRotated(directory + output.substr(output.rfind('/') + 1), files);
   }
   if (files.size() == before) {
-    AddIfThere(directory + "unfinished" + kArchiveSuffix, LogFile::Kind::kArchive, files);
+    AddIfThere(directory + FileNames::kUnfinished, LogFile::Kind::kArchive, files);
   }
 }
 
 std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   std::vector<LogFile> files;
   for (int number = seen.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
-    const std::string path = output + "-" + std::to_string(number) + kArchiveSuffix;
+    const std::string path = FileNames::archive(output, number);
     if (seen.factory.count(path) > 0) {
       files.push_back(Describe(path, LogFile::Kind::kArchive));
     }
@@ -145,7 +131,7 @@ std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   if (!seen.factory.empty()) {
     // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
     AddPacking(output, files);
-    AddRotated(output + ".", files);
+    AddRotated(output, files);
   }
   AddIfThere(output, LogFile::Kind::kPlain, files);
   return files;
@@ -162,22 +148,28 @@ std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
+/// The first bytes of a regular file. False: it cannot be read.
+bool ReadHead(const std::string& path, std::string* head) {
+  const OpenFile file(open(path.c_str(), kReading));
+  struct stat status = {};
+  char bytes[256];
+  const bool isFile = fstat(file.fd, &status) == 0 && S_ISREG(status.st_mode);
+  const ssize_t size = isFile ? read(file.fd, bytes, sizeof bytes) : -1;
+  head->assign(bytes, size > 0 ? static_cast<size_t>(size) : 0);
+  return size >= 0;
+}
+
 /// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
 bool IsBlankOrMembers(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  char first = 'x';
-  const ssize_t size = fd < 0 ? -1 : read(fd, &first, 1);
-  if (fd >= 0) {
-    close(fd);
-  }
-  return size == 0 || (size == 1 && (first == 0 || first == '\x1f'));
+  std::string head;
+  return ReadHead(path, &head) && (head.empty() || head[0] == '\0' || head[0] == '\x1f');
 }
 
 /// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
 /// text once more.
 void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   const auto isCopy = [&](const LogFile& file) {
-    return (file.path == output || file.path == output + ".1") && IsBlankOrMembers(file.path);
+    return (file.path == output || file.path == FileNames::previousLink(output)) && IsBlankOrMembers(file.path);
   };
   factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
 }
@@ -201,13 +193,8 @@ void SetFiles(Output& output, const Seen& seen) {
 
 /// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
 bool LooksLikeText(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  char bytes[256];
-  const ssize_t size = fd < 0 ? -1 : read(fd, bytes, sizeof bytes);
-  if (fd >= 0) {
-    close(fd);
-  }
-  return size > 0 && memchr(bytes, 0, static_cast<size_t>(size)) == nullptr && bytes[0] != '\x1f';
+  std::string head;
+  return ReadHead(path, &head) && !head.empty() && head.find('\0') == std::string::npos && head[0] != '\x1f';
 }
 
 /// Mapped files keep their names, and there may be more of them than descriptors.
@@ -215,32 +202,13 @@ void HoldOpen(LogFile& file) {
   if (file.kind == LogFile::Kind::kMapped) {
     return;
   }
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const int fd = open(file.path.c_str(), kReading);
   if (fd >= 0) {
     file.open = std::make_shared<const OpenFile>(fd);
   }
 }
 
 }  // namespace
-
-std::string OutputFiles::OutputOfIndexed(const std::string& path) {
-  constexpr char kPattern[] = ".I000.00000000-000000.gz";
-  if (path.size() <= FileNames::kSuffixLength) {
-    return {};
-  }
-  const size_t start = path.size() - FileNames::kSuffixLength;
-  for (size_t i = 0; i < FileNames::kSuffixLength; ++i) {
-    const char c = path[start + i];
-    if (kPattern[i] == '0' ? !isdigit(static_cast<unsigned char>(c)) : c != kPattern[i]) {
-      return {};
-    }
-  }
-  return path[start - 1] == '/' ? std::string() : path.substr(0, start);
-}
-
-bool OutputFiles::IsRotated(const std::string& path) {
-  return path.size() > 2 && path[path.size() - 2] == '.' && path.back() >= '1' && path.back() <= '5';
-}
 
 void OutputFiles::List(Output& output) {
   if (output.isFiles) {
@@ -283,7 +251,7 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   const bool isGuess = directory.outputs.empty();
   if (isGuess) {
     for (const std::string& name : directory.others) {
-      if (name[0] != '.' && !EndsWith(name, ".gz") && LooksLikeText(directory.prefix + name)) {
+      if (name[0] != '.' && !EndsWith(name, FileNames::kGzip) && LooksLikeText(directory.prefix + name)) {
         directory.outputs[name];
       }
     }
@@ -299,17 +267,11 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
 }
 
 LogFile OutputFiles::Single(const std::string& path) {
-  LogFile::Kind kind = EndsWith(path, ".gz") ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
-  unsigned char bytes[10] = {};
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  struct stat status = {};
-  const bool isGzip = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-                      read(fd, bytes, sizeof bytes) == sizeof bytes && bytes[0] == 0x1f && bytes[1] == 0x8b;
-  if (fd >= 0) {
-    close(fd);
-  }
+  LogFile::Kind kind = EndsWith(path, FileNames::kGzip) ? LogFile::Kind::kMapped : LogFile::Kind::kPlain;
+  std::string head;
+  const bool isGzip = ReadHead(path, &head) && head.size() >= kGzipHeader && head.compare(0, 2, "\x1f\x8b") == 0;
   // The two writers compress at different levels, which the ninth byte tells.
-  if (EndsWith(path, kArchiveSuffix) || (isGzip && bytes[8] == 0)) {
+  if (EndsWith(path, FileNames::kArchiveEnd) || (isGzip && head[8] == '\0')) {
     kind = LogFile::Kind::kArchive;
   } else if (isGzip) {
     kind = LogFile::Kind::kMapped;

@@ -30,12 +30,6 @@ bool Find(const std::string& path, std::vector<Output>* outputs);
 /// The file of that path, by its name and its first bytes.
 LogFile Single(const std::string& path);
 
-/// "/d/cat.I007.20240131-235959.gz" -> "/d/cat"; empty for another name.
-std::string OutputOfIndexed(const std::string& path);
-
-/// True for "/d/cat.3".
-bool IsRotated(const std::string& path);
-
 }  // namespace OutputFiles
 
 #endif  // QUILCAT_TOOLS_QUILLOG_OUTPUT_FILES_H_

@@ -14,6 +14,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "logfile/file_names.h"
+
 namespace {
 
 constexpr useconds_t kLookPause = 20000;  // microseconds
@@ -91,7 +93,7 @@ void Selection::DropRepeated() {
     if (!files.empty()) {
       files.back().newest = true;  // it may not have been the last
     }
-    links.insert(WithDirectory(found[place].path + ".1"));
+    links.insert(WithDirectory(FileNames::previousLink(found[place].path)));
   }
   found.erase(std::remove_if(found.begin(), found.end(), [](const Output& output) { return output.files.empty(); }),
               found.end());
@@ -107,7 +109,7 @@ bool Selection::AddPath(const std::string& path, int looks) {
   struct stat status = {};
   const bool exists = stat(path.c_str(), &status) == 0;
   const int error = errno;
-  if (exists && S_ISREG(status.st_mode) && !OutputFiles::OutputOfIndexed(path).empty()) {
+  if (exists && S_ISREG(status.st_mode) && !FileNames::parseIndexed(path).output.empty()) {
     singles.push_back(OutputFiles::Single(path));
     return true;
   }
@@ -134,7 +136,7 @@ bool Selection::AddPath(const std::string& path, int looks) {
   if (!S_ISREG(status.st_mode)) {
     return Missing(path, "not a regular file");
   }
-  if (isAlone && !OutputFiles::IsRotated(path) && OutputFiles::Single(path).kind == LogFile::Kind::kPlain) {
+  if (isAlone && FileNames::outputOfRotated(path).empty() && OutputFiles::Single(path).kind == LogFile::Kind::kPlain) {
     found.push_back(output);  // a live file that has not been rotated yet
   } else {
     singles.push_back(OutputFiles::Single(path));

@@ -51,14 +51,14 @@ std::string IndexOf(const Output& output, const LogFile& file) {
     return file.Name();
   }
   if (file.kind == LogFile::Kind::kMapped) {
-    return file.path.substr(output.path.size() + 1, FileNames::kIndexLength + 1);
+    return 'I' + FileNames::parseIndexed(file.path).index;
   }
   const std::string base = output.path.substr(output.path.rfind('/') + 1);
   const std::string name = file.Name();
   if (name == base) {
     return "live";
   }
-  const size_t end = file.kind == LogFile::Kind::kArchive ? name.size() - strlen(".tar.gz") : name.size();
+  const size_t end = file.kind == LogFile::Kind::kArchive ? name.size() - strlen(FileNames::kArchiveEnd) : name.size();
   return name.compare(0, base.size(), base) == 0 ? name.substr(base.size(), end - base.size()) : name;
 }
 
