@@ -467,6 +467,11 @@ TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_EQ(Shell("-q -s s -o json"),
             "{\n\"file\": \"/system/etc/quilcat_config.xml\",\n\"errors\": 0,\n\"warnings\": 0,\n"
             "\"findings\": []\n}\nstatus 0\n");
+  Report odd;  // surrogate, overlong, beyond Unicode, cut short: no UTF-8
+  odd.file = "\xed\xa0\x80 \xe0\x9f\xbf \xf4\x90\x80\x80 \xe2\x82\"\xc3\xa4\n";
+  EXPECT_NE(Json(odd, false)
+                .find(R"("\ufffd\ufffd\ufffd \ufffd\ufffd\ufffd \ufffd\ufffd\ufffd\ufffd \ufffd\ufffd\"ä\u000a")"),
+            std::string::npos);
   WriteFile(kConfig, Service(kStream + "<oops/>"));
   EXPECT_NE(Shell("-q -o json").find(R"("text": "element \"oops\" does not belong)"), std::string::npos);
   for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none"}) {
