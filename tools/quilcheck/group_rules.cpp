@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "collect/column_format.h"
 #include "config/records.h"
 #include "logfile/file_names.h"
 #include "quilcheck/document.h"
@@ -17,8 +18,6 @@ namespace {
 constexpr size_t kMostFiles = FileNames::kIndexes;
 constexpr size_t kMostOrdered =
     kMostFiles - 2;  // and the one that a start adds: one index is free to tell the oldest by
-constexpr size_t kFailureText = sizeof "Read Fail" - 1;
-constexpr size_t kDateText = 22;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -232,7 +231,7 @@ void ServiceRules::CheckStream(const GroupReading& group) const {
     findings->Error(LineOf(first.element),
                     "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
   }
-  if (IsTimeColumn(path)) {
+  if (!SampleTime(path).empty()) {
     findings->Error(LineOfChild(first.element, "dataPath"),
                     "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
   }
@@ -277,15 +276,17 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
   }
   const int line = LineOfChild(set.element, "width");
   const std::string path = Text(set.record->data_path);
-  const bool isDate = path.rfind("DateTime", 0) == 0;
-  const size_t least = isDate ? kDateText : kFailureText;
-  if (width < least && (isDate || !IsTimeColumn(path))) {
+  const std::string time = SampleTime(path);
+  const std::string sample = time.empty() ? ColumnFormat::kReadFailure : time;
+  if (width < sample.size() && sample.front() != '\n') {  // after a line feed columns line up with nothing
     findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
-                                (isDate ? "the date, which has 22" : "\"Read Fail\", which has 9") +
-                                " characters: it moves the columns behind it");
+                                (time.empty() ? Quoted(sample) : "the date") + ", which has " +
+                                std::to_string(sample.size()) + " characters: it moves the columns behind it");
   }
-  if (width > kWidestColumn) {
-    findings->Warning(line, "width " + std::to_string(width) + " is more than 8191: the daemon writes 8191 characters");
+  if (width > ColumnFormat::kWidest) {
+    const std::string most = std::to_string(ColumnFormat::kWidest);
+    findings->Warning(line, "width " + std::to_string(width) + " is more than " + most + ": the daemon writes " + most +
+                                " characters");
   }
   const std::string title = Text(set.record->title);
   if (width < title.size()) {

@@ -15,8 +15,6 @@ namespace Quilcheck {
 
 namespace {
 
-constexpr const char* kBuiltIn[] = {"kmsglogcat", "chargelogcat"};
-
 /// Has every service read by the daemon's reader. Of several elements of one name it takes the first.
 void ReadServices(Report* report) {
   std::set<std::string> names;
@@ -52,7 +50,7 @@ void CheckRoot(Report* report) {
 }
 
 void CheckBuiltIn(Report* report) {
-  for (const char* name : kBuiltIn) {
+  for (const char* name : QuilConfig::kBuiltInServices) {
     const bool found = std::any_of(report->services.begin(), report->services.end(),
                                    [name](const ServiceReading& service) { return service.name == name; });
     if (!found) {

@@ -45,8 +45,8 @@ std::string WriteModeName(const ServiceReading& service);
 unsigned long long MostKilobytes(const ServiceReading& service);
 /// Log files kept of each output in mmap mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);
-/// Characters that the daemon writes of a column at most.
-constexpr size_t kWidestColumn = 8191;
+/// The time stamp that a polled column of this data path shows; empty for the path of a node.
+std::string SampleTime(const std::string& path);
 /// The row that each file of a polled group begins with; empty when it has none. A title that a node gives shows as the
 /// node's name in angle brackets.
 std::string HeadingRow(const GroupReading& group);

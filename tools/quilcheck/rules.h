@@ -19,9 +19,6 @@ void CheckStructure(const xmlNode* parent, const std::string& parentName, Findin
 void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
                 Findings* findings);
 
-/// True for a text that stands for the time in a polled column.
-bool IsTimeColumn(const std::string& path);
-
 /// The absolute path with single slashes, without "." and ".." steps. Links are not looked at.
 std::string NormalPath(const std::string& path);
 

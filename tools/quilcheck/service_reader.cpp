@@ -130,7 +130,7 @@ std::string WhyWriteMode(const xmlNode* service) {
   if (last == nullptr) {
     return "no writeMode element: on every device";
   }
-  if (PropertyIs("ro.runmode", "factory")) {
+  if (IsFactoryDevice()) {
     return "ro.runmode is factory, whatever writeMode says";
   }
   if (WriteModeOfDevice() == WRITE_FACTORY) {

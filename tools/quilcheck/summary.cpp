@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "collect/column_format.h"
 #include "config/records.h"
 #include "logfile/file_names.h"
 #include "mmaplog/log_format.h"
@@ -57,19 +58,13 @@ std::string Heading(const QuilcatInputNodeSet_t& set) {
 }
 
 std::string Value(const QuilcatInputNodeSet_t& set) {
-  const std::string path = set.data_path != nullptr ? set.data_path : "";
-  if (path.rfind("DateTime", 0) == 0) {
-    return "2026-01-31 23:59:59 > ";
-  }
-  if (path.rfind("CurrentTime", 0) == 0) {
-    return "\ncurrent time: 2026-1-31 23:59:59\r\n";
-  }
-  return '<' + BaseName(NodeText(set)) + '>';
+  const std::string time = SampleTime(set.data_path != nullptr ? set.data_path : "");
+  return !time.empty() ? time : '<' + BaseName(NodeText(set)) + '>';
 }
 
 /// The text as a column: filled with blanks to the width.
 std::string Column(std::string text, size_t width) {
-  text.resize(std::max(text.size(), std::min(width, kWidestColumn)), ' ');
+  text.resize(std::max(text.size(), std::min(width, ColumnFormat::kWidest)), ' ');
   return text;
 }
 
@@ -166,6 +161,16 @@ std::string StyleName(const GroupReading& group) {
       break;
   }
   return "none";
+}
+
+std::string SampleTime(const std::string& path) {
+  if (path.rfind(ColumnFormat::kDateTime, 0) == 0) {
+    return Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59);
+  }
+  if (path.rfind(ColumnFormat::kCurrentTime, 0) == 0) {
+    return Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59);
+  }
+  return "";
 }
 
 std::string WriteModeName(const ServiceReading& service) {
