@@ -407,13 +407,32 @@ TEST(Quilcheck, ClashesAreThoseOfTheCleanUp) {
   EXPECT_GT(clashes, 20);
 }
 
-TEST(Quilcheck, SampleHasNoErrorAndShowsWhatHasNoEffect) {
+TEST(Quilcheck, SampleHasNoErrorAndRowsAreTheDaemons) {
   const std::unique_ptr<Report> sample = CheckText(Device::ReadFile(Beside("quilcat_config.xml")), "");
   ExpectFindings(*sample,
                  {"* warning: cpuSets big*", "* warning: *monitor_dir collects nothing*",
                   "* warning: *poll_cmd collects nothing*", "* warning: logStyle interval has no effect*"},
                  "");
   EXPECT_TRUE(Schema().Accepts(sample->document.get()));
+
+  const std::unique_ptr<Report> polled = CheckText(
+      Service(
+          "<writeMode=factory><logRotateSizeKBytes=64>" +
+          Poll("<inputNodeSet><dataPath=DateTime><width=23></inputNodeSet>"
+               "<inputNodeSet><alterdataPath=/data/none><alterdataPath=/data/b><titlePath=/data/b><width=9000>"
+               "</inputNodeSet><inputNodeSet><dataPath=/data/long><title=T><width=3></inputNodeSet>"
+               "<inputNodeSet><dataPath=CurrentTime></inputNodeSet><inputNodeSet><dataPath=/data/b></inputNodeSet>")),
+      "s");
+  const GroupReading& group = polled->services.at(0).groups.at(0);
+  const auto withoutDigits = [](std::string text) {
+    text.erase(std::remove_if(text.begin(), text.end(), isdigit), text.end());
+    return text;
+  };
+  const std::string rows = withoutDigits('\n' + HeadingRow(group) + '\n' + SampleRow(group) + '\n');
+  for (const std::string name : {"b", "long"}) WriteFile("/data/" + name, '<' + name + ">\n");  // as the sample has it
+  const Device::Daemon daemon("-b s");
+  const auto begin = [&] { return withoutDigits(Device::ReadFile("/data/log/s/s")).substr(0, rows.size()); };
+  EXPECT_TRUE(Device::WaitFor([&] { return begin() == rows; })) << begin() << rows;
 }
 
 TEST(Quilcheck, RootIsLookedUp) {
