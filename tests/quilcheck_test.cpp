@@ -418,7 +418,7 @@ TEST(Quilcheck, SampleHasNoErrorAndRowsAreTheDaemons) {
   const std::unique_ptr<Report> polled = CheckText(
       Service(
           "<writeMode=factory><logRotateSizeKBytes=64>" +
-          Poll("<inputNodeSet><dataPath=DateTime><width=23></inputNodeSet>"
+          Poll("<inputNodeSet><dataPath=DateTime><width=9></inputNodeSet>"
                "<inputNodeSet><alterdataPath=/data/none><alterdataPath=/data/b><titlePath=/data/b><width=9000>"
                "</inputNodeSet><inputNodeSet><dataPath=/data/long><title=T><width=3></inputNodeSet>"
                "<inputNodeSet><dataPath=CurrentTime></inputNodeSet><inputNodeSet><dataPath=/data/b></inputNodeSet>")),
