@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "config/quil_config.h"
+#include "../fuzz/config_case.h"
 #include "device.h"
 #include "logfile/indexed_files.h"
 #include "quilcheck/report.h"
@@ -22,7 +22,7 @@ using Device::WriteFile;
 
 namespace {
 
-constexpr char kConfig[] = "/system/etc/quilcat_config.xml";
+constexpr const char* kConfig = ConfigCase::kPath;
 
 /// A file that CMake has put beside this program.
 std::string Beside(const char* name) {
@@ -250,126 +250,36 @@ class Schema {
   xmlSchema* const schema;
 };
 
-/// Makes documents; with `wrong` above 0 each choice goes wrong that often in a thousand.
-class Generator {
- public:
-  Generator(unsigned seed, int perThousand) : random(seed), wrong(perThousand) {}
-
-  std::string Document() {
-    std::string text;
-    for (int i = Number(1, 2); i > 0; --i) text += Tag("quilcat", "name", i == 1 ? "s" : "t", Settings() + Groups());
-    return std::string(Wrong() ? "<quilcatConfigs a=''>" : "<quilcatConfigs>") + text + "</quilcatConfigs>";
-  }
-
- private:
-  int Number(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }
-  bool Wrong() { return Number(0, 999) < wrong; }
-  template <typename Texts>
-  std::string Pick(const Texts& texts) {
-    return texts[static_cast<size_t>(Number(0, static_cast<int>(std::size(texts)) - 1))];
-  }
-
-  std::string Value(const std::string& right) {
-    static const std::vector<std::string> kValues = Device::Lines(
-        "\n0\n5\n-5\n+7x\n 12 \n0x10\n2147483648\n99999999999999999999\n/d/\nd\n/d&#10;e\n1M\nmmap\npoll_cmd\n"
-        "monitor_node\nDateTime\n&lt;\n\xc3\xa4\n&#9;1\nlittle\n/data/log/o1/o\nretry\ns\n" +
-        std::string(256, '/'));
-    return Wrong() ? Pick(kValues) : right;
-  }
-  std::string Tag(std::string name, const std::string& attribute, const std::string& value,
-                  const std::string& children = "") {
-    static constexpr const char* kNames[] = {"quilcat",      "quilcatGroup", "logStyle",      "outputFilePath",
-                                             "inputNodeSet", "dataPath",     "alterdataPath", "inputDirSet",
-                                             "inputDirPath", "inputCmdSet",  "command",       "width",
-                                             "title",        "writeMode",    "cpuSets",       "other"};
-    static constexpr const char* kBetween[] = {"text", "<!-- c -->", "<![CDATA[x]]>", "<?p?>", "<other/>"};
-    if (Wrong()) return "";
-    if (Wrong()) name = Pick(kNames);
-    std::string text = Wrong() ? Pick(kBetween) : "";
-    text += '<' + name;
-    if (!attribute.empty() && !Wrong()) text += ' ' + attribute + "='" + Value(value) + '\'';
-    if (Wrong()) text += " failureRetry='" + Value("3") + '\'';
-    if (Wrong()) text += " xmlns='urn:x'";
-    text += (Wrong() ? ">\n" : ">") + children + "</" + name + '>';
-    return Wrong() ? text + text : text;
-  }
-  std::string Settings() {
-    std::string text = Tag("logRotateSizeKBytes", "value", std::to_string(Number(1, 4096)));
-    text += Tag("maxCompressdFiles", "value", std::to_string(Number(1, 998)));
-    if (Number(0, 1) == 0) text += Tag("cpuSets", "value", "little") + Tag("emptyFiles", "value", "remove");
-    if (Number(0, 1) == 0) text += Tag("writeMode", "value", Number(0, 1) == 0 ? "mmap" : "factory");
-    return text;
-  }
-  std::string NodeSet(bool polls) {
-    std::string path = "/dev/n" + std::to_string(Number(0, 9));
-    if (polls && Number(0, 3) == 0) path = Number(0, 1) == 0 ? "DateTime" : "CurrentTime";
-    std::string text = Tag(polls && Number(0, 3) == 0 ? "alterdataPath" : "dataPath", "value",
-                           path[0] == '/' || !polls ? path : "/dev/m");
-    if (polls) text += Tag("title", "value", "T") + Tag("width", "value", std::to_string(Number(22, 40)));
-    return Tag("inputNodeSet", "", "", text);
-  }
-  std::string Group(bool collects) {
-    static constexpr const char* kStyles[] = {"monitor_node", "poll_node",   "monitor_node",
-                                              "poll_node",    "monitor_dir", "poll_cmd"};
-    const int number = Number(0, collects ? 3 : 5);
-    const bool polls = number % 2 == 1 && number < 4;
-    const std::string style = kStyles[number];
-    std::vector<std::string> parts = {
-        Tag("logStyle", polls ? "value='poll_node' interval" : "value", polls ? "5" : style)};
-    parts.push_back(Tag("outputFilePath", "value", "/data/log/o" + std::to_string(outputs++) + "/o"));
-    for (int i = polls ? Number(1, 3) : 1; i > 0; --i) {
-      parts.push_back(style == "monitor_dir" ? Tag("inputDirSet", "", "",
-                                                   Tag("inputDirPath", "value", "/d") + Tag("pickNode", "value", "p"))
-                      : style == "poll_cmd"  ? Tag("inputCmdSet", "", "", Tag("command", "value", "c"))
-                                             : NodeSet(polls));
-    }
-    if (Wrong()) std::shuffle(parts.begin(), parts.end(), random);
-    std::string text;
-    for (const std::string& part : parts) text += part + '\n';
-    return Tag("quilcatGroup", "", "", text);
-  }
-  std::string Groups() {
-    std::string text;
-    const int count = Number(1, 3);
-    for (int i = 0; i < count; ++i) text += Group(i == 0);
-    return text;
-  }
-
-  std::mt19937 random;
-  const int wrong;
-  int outputs = 0;
-};
-
 TEST(Quilcheck, AgreesWithTheDaemonAndWithTheSchema) {
   const Schema schema;
   int invalid = 0, refused = 0;
   const int documents = Device::Rounds(3000);
+  std::mt19937 random(20241122);
   for (int seed = 0; seed < documents; ++seed) {
-    const int perThousand = seed % 3 * 10;
-    const std::string document = Generator(static_cast<unsigned>(seed), perThousand).Document();
+    uint8_t bytes[1000];
+    std::generate(std::begin(bytes), std::end(bytes), [&] { return static_cast<uint8_t>(random()); });
+    const size_t mistakes = seed % 3 * 3;
+    const std::string document = ConfigCase(bytes, sizeof bytes, mistakes).Document();
     const std::unique_ptr<Report> report = CheckText(document, "s");
-    QuilCommon::QuilcatInfo_t info{};
-    int result = -1;
-    Device::StandardErrorOf([&] { result = QuilConfig::parse_config_file("s", &info); });
-    QuilConfig::free_config_file(&info);
+    const bool fails = ConfigCase::Fill(QuilConfig::parse_config_file, "s")[0] != '0';
 
     const std::vector<std::string> lines = Lines(*report);
     const bool saysInvalid = std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
       return line.find("process") != std::string::npos && line.find("idles") != std::string::npos;
     });
-    ASSERT_EQ(saysInvalid, result != 0) << document;
-    ASSERT_EQ(report->services.empty() || !report->services[0].valid, result != 0) << document;
+    ASSERT_EQ(saysInvalid, fails) << document;
+    ASSERT_EQ(report->services.empty() || !report->services[0].valid, fails) << document;
     const bool accepted = schema.Accepts(report->document.get());
     size_t found = 0;
     for (const std::string& line : Lines(*CheckText(document, ""))) {
       found += line.find("warning: no service") == line.npos;  // the built-in ones are in none of these
     }
     ASSERT_TRUE(accepted || found > 0) << document;
-    if (perThousand == 0) {
+    if (mistakes == 0) {
       ASSERT_TRUE(accepted && report->findings.Count(Severity::Error) == 0) << document << '\n'
                                                                             << testing::PrintToString(lines);
     }
-    invalid += result != 0;
+    invalid += fails;
     refused += !accepted;
   }
   EXPECT_GT(invalid, documents / 20);
