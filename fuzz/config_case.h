@@ -25,8 +25,7 @@ class ConfigCase {
   static constexpr char kPath[] = "/system/etc/quilcat_config.xml";
 
   ConfigCase(const uint8_t* data, size_t size, size_t mistakes) : choices(data, size), wrong(mistakes) {
-    const std::string root = Wrong() ? "c" : "quilcatConfigs";
-    Begin(root);
+    Begin("quilcatConfigs");
     xml += '>';
     for (const std::string right : {"s", "t", "u"}) {
       if (Wrong()) xml += Pick("<quilcat/>|<other><quilcat name='s'/></other>");
@@ -37,7 +36,7 @@ class ConfigCase {
       if (name == "s" && expected == "1\n") expected = outcome;
       xml += "</quilcat>";
     }
-    xml += "</" + root + '>';
+    xml += "</quilcatConfigs>";
   }
 
   const std::string& Document() const { return xml; }
@@ -168,7 +167,7 @@ class ConfigCase {
     if (!Wrong()) output = Element("outputFilePath", NextOutput());
     xml += "<logStyle value='" + kStyles[style] + "'/>";
     for (size_t count = 1 + Below(5); count > 0; --count) {
-      const size_t kind = Below(6);
+      const size_t kind = inputs.empty() && count == 1 ? 2 : Below(6);
       if (kind == 0) {
         Begin("logStyle");
         value = Attribute("value", kStyles[style]);
@@ -179,10 +178,9 @@ class ConfigCase {
         xml += "/>";
       }
       if (kind == 1) output = (value = Element("outputFilePath", NextOutput())) ? value : output;
-      if (kind >= 2) inputs += Input(style, inputs.empty(), valid, messages);
+      if (kind >= 2 && !Wrong()) inputs += Input(style, inputs.empty(), valid, messages);
       if (Wrong()) *messages += "Unsupport quilcatGroup para [" + Stranger() + "]!\n";
     }
-    if (inputs.empty() && !Wrong()) inputs += Input(style, true, valid, messages);
     xml += "</quilcatGroup>";
     *valid = *valid && output && !inputs.empty();
     char owner[32];
