@@ -16,8 +16,8 @@ namespace Quilcheck {
 namespace {
 
 constexpr size_t kMostFiles = FileNames::kIndexes;
-constexpr size_t kMostOrdered =
-    kMostFiles - 2;  // and the one that a start adds: one index is free to tell the oldest by
+// A start adds a file, and the oldest is told by the gap of one free index.
+constexpr size_t kMostOrdered = kMostFiles - 2;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -33,7 +33,7 @@ int LineOfChild(const xmlNode* element, const char* name) {
   return LineOf(child != nullptr ? child : element);
 }
 
-/// The line of the last child of that name, which counts, or of the element itself.
+/// The line of the last child of that name, which is the one with an effect; without any, of the element itself.
 int LineOfSetting(const xmlNode* element, const char* name) {
   const xmlNode* last = element;
   for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
@@ -42,7 +42,7 @@ int LineOfSetting(const xmlNode* element, const char* name) {
   return LineOf(last);
 }
 
-/// What a group needs and does not have; null when nothing is missing.
+/// What a group needs but lacks; null when nothing is missing.
 const char* MissingInput(const GroupReading& group) {
   const bool isEmpty = group.record->input == nullptr;
   switch (InputKindOf(group.record->style)) {
@@ -278,7 +278,7 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
   const std::string path = Text(set.record->data_path);
   const std::string time = SampleTime(path);
   const std::string sample = time.empty() ? ColumnFormat::kReadFailure : time;
-  if (width < sample.size() && sample.front() != '\n') {  // after a line feed columns line up with nothing
+  if (width < sample.size() && sample.front() != '\n') {  // a stamp that begins a new line need not line up
     findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
                                 (time.empty() ? Quoted(sample) : "the date") + ", which has " +
                                 std::to_string(sample.size()) + " characters: it moves the columns behind it");
@@ -296,7 +296,7 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
 }
 
 void ServiceRules::CheckHeadings(const GroupReading& group) const {
-  // The heading row leaves out columns without a title, and each piece of it is as wide as itself without a width.
+  // The heading row skips a column without a title, and pads a title only to the width of its column.
   const auto hasHeading = [](const NodeSetReading& set) {
     return set.record->title != nullptr || set.record->title_path != nullptr;
   };

@@ -25,7 +25,7 @@ std::string Member(const char* name, const std::string& value) {
   return Text(name) + ": " + value;
 }
 
-/// Objects or arrays between brackets, one a line.
+/// An array with one item on each line.
 template <typename Items, typename Form>
 std::string Array(const Items& items, const std::string& indent, Form form) {
   std::string result;

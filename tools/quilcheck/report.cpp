@@ -15,7 +15,7 @@ namespace Quilcheck {
 
 namespace {
 
-/// Has every service read by the daemon's reader. Of several elements of one name it takes the first.
+/// Reads every service with the daemon's reader, which takes the first of several elements with the same name.
 void ReadServices(Report* report) {
   std::set<std::string> names;
   for (xmlNode* node = report->document.Root()->children; node != nullptr; node = node->next) {
@@ -61,7 +61,7 @@ void CheckBuiltIn(Report* report) {
   }
 }
 
-/// Narrows the report to one service, which has to be there.
+/// Narrows the report to one service; it is an error when there is none of that name.
 void KeepService(const std::string& name, Report* report) {
   std::vector<std::string> names;
   std::vector<ServiceReading> kept;

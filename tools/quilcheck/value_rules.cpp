@@ -1,4 +1,4 @@
-// What can be said of an attribute's text.
+// Checks of an attribute's text.
 
 #include <ctype.h>
 #include <errno.h>
@@ -43,7 +43,7 @@ const char* AfterBlanks(const char* text) {
   return text + strspn(text, " \t\n\v\f\r");
 }
 
-/// The number that was probably meant by `number` and a unit behind it.
+/// A hint which number was probably meant by `number` with a unit after it.
 std::string HintForUnit(Kind kind, long number, const char* unit) {
   for (const Unit& known : kUnits) {
     if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
@@ -86,7 +86,7 @@ std::string NumberProblem(Kind kind, const std::string& text) {
   return "";
 }
 
-/// What is wrong with a path, with what follows from it; empty when nothing is.
+/// What is wrong with a path, and the consequence; empty when nothing is.
 std::string PathProblem(Kind kind, const std::string& path) {
   const bool isOutput = kind == Kind::Output;
   const std::string consequence = isOutput ? ": nothing is logged" : ": it cannot be read";
@@ -131,7 +131,7 @@ std::string KeywordProblem(const AttributeRule& attribute, const std::string& te
          (hint.empty() ? (words.size() == 1 ? "; there is " : "; there are ") + all : hint);
 }
 
-/// True for blanks at an end: they are part of the text.
+/// True when the text begins or ends with a blank, which the daemon takes for a part of it.
 bool HasOuterBlank(const std::string& text) {
   const auto isBlank = [](char letter) { return isspace(static_cast<unsigned char>(letter)) != 0; };
   return !text.empty() && (isBlank(text.front()) || isBlank(text.back()));
