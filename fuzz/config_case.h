@@ -17,22 +17,29 @@
 #include "config/quil_config.h"
 
 /// A configuration file formed from arbitrary bytes, and beside it what has to come out of its first service "s" on a
-/// device without properties. The file can be written in a test device only.
+/// device without properties. Of 256 choices `mistakes` go wrong: with 0 the file is all right, with 255 hardly a file.
+/// It can be written in a test device only.
 class ConfigCase {
  public:
   using QuilcatInfo_t = QuilCommon::QuilcatInfo_t;
   static constexpr char kPath[] = "/system/etc/quilcat_config.xml";
 
-  ConfigCase(const uint8_t* data, size_t size) : choices(data, size) {
-    for (int i = 0; i < 3; ++i) {
-      const std::string name = Pick("s|s|S|ss|");
-      xml += "<quilcat/><other><quilcat name='s'/></other><quilcat name='" + name + "'>";
+  ConfigCase(const uint8_t* data, size_t size, size_t mistakes) : choices(data, size), wrong(mistakes) {
+    Begin("quilcatConfigs");
+    xml += '>';
+    for (const std::string right : {"s", "t", "u"}) {
+      if (Wrong()) xml += Pick("<quilcat/>|<other><quilcat name='s'/></other>");
+      const std::string name = Wrong() ? Pick("s|S|ss|") : right;
+      Begin("quilcat");
+      xml += " name='" + name + "'>";
       const std::string outcome = Service();
       if (name == "s" && expected == "1\n") expected = outcome;
       xml += "</quilcat>";
     }
-    xml = "<c>" + xml + "</c>";
+    xml += "</quilcatConfigs>";
   }
+
+  const std::string& Document() const { return xml; }
 
   /// Tells how the outcome differs from what it has to be; empty: not at all.
   std::string Compare() const {
@@ -62,6 +69,7 @@ class ConfigCase {
   using Text = std::optional<std::string>;
 
   size_t Below(size_t count) { return choices.Below(count); }
+  bool Wrong() { return Below(256) >= 256 - wrong; }
   /// One of the texts between the bars.
   std::string Pick(const std::string& texts) {
     size_t at = 0;
@@ -73,17 +81,20 @@ class ConfigCase {
 
   // Parts of the file. Each adds itself to it and returns what the reader makes of it.
 
-  Text Attribute(const char* name) {
-    if (Below(5) == 0) return {};
+  Text Attribute(const char* name, std::string value) {
     static constexpr char kValues[] =
-        "monitor_node|monitor_dir|poll_node|poll_cmd|mmap|factory|little|big|LITTLE|retry|remove|/d||0|5|7|-5|+7x| 12 "
-        "|\t1|0x10|"
-        "2147483648|4294967301|99999999999999999999|-99999999999999999999|<&|\xc3\xa4|%s%n";
-    const size_t length = 255 + Below(32);
-    const std::string value = length < 257 ? std::string(length, 'x') : Pick(kValues);
+        "monitor_node|monitor_dir|poll_node|poll_cmd|mmap|factory|little|big|LITTLE|retry|remove|/d|/d/|d|/"
+        "d\ne|DateTime|"
+        "/data/log/o1/o||0|5|7|-5|+7x| 12 |\t1|0x10|1M|2147483648|4294967301|99999999999999999999|"
+        "-99999999999999999999|<&|\xc3\xa4|%s%n|s";
+    if (Wrong()) {
+      const size_t kind = Below(8);
+      if (kind < 2) return {};
+      value = kind == 2 ? std::string(255 + Below(2), 'x') : Pick(kValues);
+    }
     xml += std::string(" ") + name + "='";
     for (const char c : value)
-      xml += c == '<' || c == '&' || c == '\t' ? "&#" + std::to_string(c) + ';' : std::string(1, c);
+      xml += strchr("<&\t\n", c) != nullptr ? "&#" + std::to_string(c) + ';' : std::string(1, c);
     xml += '\'';
     return value.size() < 256 ? value : "";
   }
@@ -91,14 +102,26 @@ class ConfigCase {
     const int number = atoi(text.value_or("-1").c_str());
     if (number >= 0) *field = number;
   }
-  Text Element(const std::string& name) {
-    xml += Pick("||text|<!-- <width value='9'/> -->|<![CDATA[<quilcat>]]>|<?instruction?>") + '<' + name;
-    const Text value = Attribute("value");
+  /// Begins an element, perhaps with something before it, and an attribute that nobody knows.
+  void Begin(const std::string& name) {
+    if (Wrong() && !xml.empty()) xml += Pick("text|<!-- <width value='9'/> -->|<![CDATA[<quilcat>]]>|<?instruction?>");
+    xml += '<' + name;
+    if (Wrong()) xml += Pick(" xmlns='urn:x'| a=''");
+  }
+  Text Element(const std::string& name, const std::string& right) {
+    Begin(name);
+    const Text value = Attribute("value", right);
     xml += "/>";
     return value;
   }
-  void First(const char* name, Text* field) {
-    const Text value = Element(name);
+  /// An element that belongs nowhere but in the root element. Returns its name.
+  std::string Stranger() {
+    const std::string name = Pick("other|quilcat|Width|interval|maxCompressedFiles");
+    Element(name, "s");
+    return name;
+  }
+  void First(const char* name, const std::string& right, Text* field) {
+    const Text value = Element(name, right);
     if (!*field) *field = value;
   }
   static std::string Line(std::string label, const Text& text) {
@@ -112,17 +135,18 @@ class ConfigCase {
     std::string groups, messages;
     bool valid = true;
     Text value;
-    for (size_t count = 1 + Below(5); count > 0; --count) {
-      const size_t kind = Below(10);
-      if (kind == 0) Number(Element("logRotateSizeKBytes"), &rotate);
-      if (kind == 1) Number(Element("maxCompressdFiles"), &files);
-      if (kind == 2) Number(Element("syncSeconds"), &sync);
-      if (kind == 3) cpu = (value = Element("cpuSets")) == "little" ? 1 : value == "big" ? 2 : 0;
-      if (kind == 4) write = Element("writeMode") != "mmap";
-      if (kind == 5) Element("other");
-      if (kind == 6 && Element("emptyFiles") == "remove") empty = 1;
-      if (kind >= 7) groups += Group(&valid, &messages);
+    for (size_t count = Below(6); count > 0; --count) {
+      const size_t kind = Below(8);
+      if (kind == 0) Number(Element("logRotateSizeKBytes", "64"), &rotate);
+      if (kind == 1) Number(Element("maxCompressdFiles", Pick("998|5")), &files);
+      if (kind == 2) Number(Element("syncSeconds", "30"), &sync);
+      if (kind == 3) cpu = (value = Element("cpuSets", Pick("little|big"))) == "little" ? 1 : value == "big" ? 2 : 0;
+      if (kind == 4) write = Element("writeMode", Pick("mmap|factory")) != "mmap";
+      if (kind == 5 && Element("emptyFiles", "remove") == "remove") empty = 1;
+      if (kind >= 6) groups += Group(1 + Below(4), &valid, &messages);
+      if (Wrong()) Stranger();
     }
+    if (!Wrong()) groups += Group(1 + 2 * Below(2), &valid, &messages);  // one that collects
     return (valid && !groups.empty() ? "0\n" : "1\n") + messages +
            "------------- printQuilcatInfo begin -------------\n" + Line("name", "s") +
            Line("rotate_size_kbytes", rotate) + Line("maxCompressdFiles", files) + Line("cpu_set", cpu) +
@@ -131,36 +155,31 @@ class ConfigCase {
            "------------- printQuilcatInfo end ---------------\n";
   }
 
-  std::string Group(bool* valid, std::string* messages) {
+  std::string Group(size_t style, bool* valid, std::string* messages) {
     static const std::vector<std::string> kStyles = {"none", "monitor_node", "monitor_dir", "poll_node", "poll_cmd"};
-    size_t style = Below(5);
     int poll = 0, retry = 0;
     bool keeps = false;
-    Text output = "/o", value;
+    Text output, value;
     std::string inputs;
-    xml += "<quilcatGroup><outputFilePath value='/o'/><logStyle value='" + kStyles[style] + "'/>";
-    if (Below(8) == 0) {
-      output = {};
-      style = 0;
-      xml.resize(xml.rfind("<outputFilePath"));
-    }
+    Begin("quilcatGroup");
+    xml += '>';
+    if (Wrong()) style = 0;
+    if (!Wrong()) output = Element("outputFilePath", NextOutput());
+    xml += "<logStyle value='" + kStyles[style] + "'/>";
     for (size_t count = 1 + Below(5); count > 0; --count) {
-      const size_t kind = Below(7);
+      const size_t kind = inputs.empty() && count == 1 ? 2 : Below(6);
       if (kind == 0) {
-        xml += "<logStyle";
-        value = Attribute("value");
+        Begin("logStyle");
+        value = Attribute("value", kStyles[style]);
         for (size_t i = 1; i < 5 && inputs.empty(); ++i) style = value == kStyles[i] ? i : style;
-        Number(Attribute("interval"), &poll);
-        Number(Attribute("failureRetry"), &retry);
-        keeps = Attribute("onWriteFailure") == "retry" || keeps;
+        Number(Attribute("interval", "5"), &poll);
+        Number(Attribute("failureRetry", "3"), &retry);
+        keeps = Attribute("onWriteFailure", "retry") == "retry" || keeps;
         xml += "/>";
       }
-      if (kind == 1) output = (value = Element("outputFilePath")) ? value : output;
-      if (kind == 2) Element("other"), *messages += "Unsupport quilcatGroup para [other]!\n";
-      if (kind == 3) inputs += Command(style == 4, valid);
-      if (kind == 4 && style == 2 && !inputs.empty()) *messages += "Only support one inputDirSet!\n";
-      if (kind == 4) inputs += Directory(style == 2 && inputs.empty(), valid);
-      if (kind >= 5) inputs += NodeSet(style % 2 == 1, valid);
+      if (kind == 1) output = (value = Element("outputFilePath", NextOutput())) ? value : output;
+      if (kind >= 2 && !Wrong()) inputs += Input(style, inputs.empty(), valid, messages);
+      if (Wrong()) *messages += "Unsupport quilcatGroup para [" + Stranger() + "]!\n";
     }
     xml += "</quilcatGroup>";
     *valid = *valid && output && !inputs.empty();
@@ -171,22 +190,38 @@ class ConfigCase {
            (keeps ? Line("on_write_failure", 1) : "") + inputs + "~~~~~~ QuilcatGroup end ~~~~~~~~\n";
   }
 
-  std::string NodeSet(bool counts, bool* valid) {
+  std::string NextOutput() { return "/data/log/o" + std::to_string(outputs++) + "/o"; }
+
+  /// The inputs of a group, of the kind that its style has.
+  std::string Input(size_t style, bool isFirst, bool* valid, std::string* messages) {
+    const size_t right = style == 2 ? 0 : style == 4 ? 1 : 2;
+    if (style == 2 && !isFirst && !Wrong()) return "";
+    const size_t kind = Wrong() ? Below(3) : right;
+    if (kind == 1) return Command(style == 4, valid);
+    if (kind == 2) return NodeSet(style, valid);
+    if (style == 2 && !isFirst) *messages += "Only support one inputDirSet!\n";
+    return Directory(style == 2 && isFirst, valid);
+  }
+
+  std::string NodeSet(size_t style, bool* valid) {
+    const bool polls = style == 3;
     Text data, titlePath, title;
     std::string others;
     int width = 0, ignored = 0;
-    xml += "<inputNodeSet>";
+    Begin("inputNodeSet");
+    xml += '>';
     for (size_t count = Below(6); count > 0; --count) {
-      const size_t kind = Below(7);
-      if (kind == 0) First("titlePath", &titlePath);
-      if (kind == 1) First("title", &title);
-      if (kind == 2) others += Line("alter_data_path", Element("alterdataPath"));
-      if (kind == 3) Number(Element("width"), width == 0 ? &width : &ignored);
-      if (kind == 4) Element("inputDirPath");
-      if (kind >= 5) First("dataPath", &data);
+      const size_t kind = Below(6);
+      if (kind == 0) First("titlePath", "/dev/t", &titlePath);
+      if (kind == 1) First("title", "T", &title);
+      if (kind == 2) others += Line("alter_data_path", Element("alterdataPath", "/dev/m"));
+      if (kind == 3) Number(Element("width", "30"), width == 0 ? &width : &ignored);
+      if (kind >= 4) First("dataPath", polls ? Pick("/dev/n|DateTime|CurrentTime") : "/dev/n", &data);
+      if (Wrong()) Stranger();
     }
+    if (!data && (!polls || others.empty()) && !Wrong()) First("dataPath", "/dev/n", &data);
     xml += "</inputNodeSet>";
-    if (!counts) return "";
+    if (style % 2 == 0) return "";
     *valid = *valid && (data || !others.empty());
     return Line("data_path", data) + Line("title_path", titlePath) + Line("title", title) + Line("width", width) +
            others;
@@ -195,10 +230,11 @@ class ConfigCase {
   std::string Directory(bool counts, bool* valid) {
     Text path;
     std::string picks;
-    xml += "<inputDirSet>";
-    for (size_t count = Below(5); count > 0; --count) {
-      if (Below(2) == 0) picks += Line("pickNode", Element("pickNode"));
-      First("inputDirPath", &path);
+    Begin("inputDirSet");
+    xml += '>';
+    for (size_t count = Wrong() ? 0 : 1 + Below(4); count > 0; --count) {
+      if (Below(2) == 0) picks += Line("pickNode", Element("pickNode", "p"));
+      First("inputDirPath", "/d/", &path);
     }
     xml += "</inputDirSet>";
     if (!counts) return "";
@@ -207,11 +243,12 @@ class ConfigCase {
   }
 
   std::string Command(bool counts, bool* valid) {
-    xml += "<inputCmdSet>";
-    if (Below(2) == 0) Element("other");
-    const size_t commands = Below(4);
-    const Text command = commands > 0 ? Element("command") : Text();  // the first, with or without a value
-    if (commands > 1) Element("command");
+    Begin("inputCmdSet");
+    xml += '>';
+    if (Wrong()) Stranger();
+    const size_t commands = Wrong() ? Below(3) : 1;
+    const Text command = commands > 0 ? Element("command", "c") : Text();  // the first, with or without a value
+    if (commands > 1) Element("command", "c");
     xml += "</inputCmdSet>";
     if (!counts) return "";
     *valid = *valid && command;
@@ -220,6 +257,8 @@ class ConfigCase {
 
   static inline QuilcatInfo_t record;  ///< one for all: the dump tells its address
   Choices choices;
+  const size_t wrong;
+  int outputs = 0;
   std::string xml, expected = "1\n";
 };
 

@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string outcome = ConfigCase::Fill(QuilConfig::parse_config_file, "s");
     difference += outcome.substr(2) == "not released" ? outcome : "";
   } else {
-    difference += ConfigCase(data, size).Compare();
+    difference += ConfigCase(data, size, 64).Compare();
   }
   if (!difference.empty()) {
     fprintf(stderr, "%s\n", difference.c_str());

@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -36,33 +35,16 @@ Result Quillog(const std::string& arguments, const std::string& behind = "") {
   return {ReadFile("/tmp/quillog-text"), ReadFile("/tmp/quillog-errors"), WEXITSTATUS(status)};
 }
 
-/// `text` as a writer's gzip member.
+/// `text` as a gzip member like a writer's.
 std::string Member(const std::string& text) {
-  std::string member(text.size() + 1000, '\0');
-  z_stream stream = {};
-  EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY), Z_OK);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef*>(member.data());
-  stream.avail_out = static_cast<uInt>(member.size());
-  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
-  member.resize(stream.total_out);
-  deflateEnd(&stream);
-  return member;
+  WriteFile("/tmp/text", text);
+  return Shell("gzip -9nc /tmp/text");
 }
 
 /// The lines that the beginning of a member encodes.
 std::string LinesOf(const std::string& bytes) {
-  std::string text(65536, '\0');
-  z_stream stream = {};
-  EXPECT_EQ(inflateInit2(&stream, 31), Z_OK);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
-  stream.avail_in = static_cast<uInt>(bytes.size());
-  stream.next_out = reinterpret_cast<Bytef*>(text.data());
-  stream.avail_out = static_cast<uInt>(text.size());
-  inflate(&stream, Z_SYNC_FLUSH);
-  text.resize(stream.total_out);
-  inflateEnd(&stream);
+  WriteFile("/tmp/beginning", bytes);
+  const std::string text = Shell("zcat < /tmp/beginning 2> /dev/null || true");
   return text.substr(0, text.rfind('\n') + 1);
 }
 
@@ -136,12 +118,16 @@ struct Wreck {
   /// Damages file `i` and expects what stays.
   std::string Bytes(int i, const std::vector<std::string>& blocks) {
     const std::string first = Member(blocks[0]);
-    const std::string second = Member(blocks[1]);
+    std::string second = Member(blocks[1]);
     std::string third = Member(blocks[2]);
     if (i == 16 || i == 18) return std::string(i == 16 ? 65536 : 0, '\0');
     const std::string hole = first.substr(0, first.size() / 2);
     Expect(i == 10 ? LinesOf(hole) : blocks[0], i != 10);
-    Expect(blocks[1], true);
+    // Which of a wrong member's bytes are wrong is not to be known: none of its lines is shown.
+    const bool isWrong = i % 2 == 1 && i != 15;
+    if (isWrong) second[second.size() * static_cast<size_t>(i) / 20] ^= 4;
+    if (i == 5) second.resize(second.size() / 2);
+    Expect(isWrong ? "" : blocks[1], true);
     const bool torn = i == 2 || i == 20;
     if (torn) third.resize(third.size() * 2 / 3);
     Expect(torn ? LinesOf(third) : blocks[2], !torn);
@@ -173,7 +159,7 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
     const Result all = Quillog(path);
     EXPECT_TRUE(all.text == wreck.text) << path << "\n" << all.errors;
     EXPECT_EQ(all.status, 1) << path;
-    EXPECT_EQ(Count(all.errors, "\n"), 3u) << all.errors;
+    EXPECT_EQ(Count(all.errors, "\n"), 12u) << all.errors;
   }
   EXPECT_TRUE(Quillog("--verified-only " + std::string(kOutput)).text == wreck.verified);
   const Result json = Quillog("-o json");
@@ -326,22 +312,6 @@ TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   EXPECT_EQ(Count(damaged.errors, "\n"), 2u) << damaged.errors;
   EXPECT_NE(damaged.text.find("p1\nlive 1\n11-22 21:04:05.042 live 3\n"), std::string::npos) << damaged.text;
   EXPECT_NE(damaged.text.find("a1\n"), std::string::npos);
-}
-
-// Which of a wrong member's bytes are wrong is not to be known: none of its lines is shown.
-TEST(Damage, NothingIsShownOfAMemberThatContradictsItself) {
-  Clock clock;
-  clock.Set(2026, 11, 22);
-  const std::string blocks[] = {clock.Lines(200), clock.Lines(200), clock.Lines(200)};
-  const std::string member = Member(blocks[1]);
-  for (size_t at = 10; at < member.size(); at += member.size() / 25) {
-    std::string wrong = member;
-    wrong[at] = static_cast<char>(wrong[at] ^ 4);
-    WriteFile(IndexedPath(0, 0), Member(blocks[0]) + wrong + Member(blocks[2]));
-    const Result result = Quillog(kOutput);
-    EXPECT_TRUE(result.text == blocks[0] + blocks[2]) << at << result.errors;
-    EXPECT_EQ(result.status, 1);
-  }
 }
 
 TEST(Lnav, KnowsBothKindsOfLines) {

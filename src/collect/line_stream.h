@@ -5,6 +5,7 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include "collect/column_format.h"
 #include "logfile/log_output.h"
 
 /// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
@@ -28,7 +29,7 @@ class LineClock {
 /// the line arrives. For one thread, a collector's worker, which may be asked to stop. Allocates nothing.
 class LineStream {
  public:
-  static constexpr size_t kTextSize = 8192;
+  static constexpr size_t kTextSize = ColumnFormat::kWidest + 1;
 
   /// Borrows `output`. With `retries`, text that the output does not take is offered again once a second until it is
   /// taken; a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "collect/column_format.h"
 #include "collect/line_stream.h"
 #include "collect/quilbase.h"
 #include "platform/property.h"
@@ -220,7 +221,7 @@ int Quilbase::writeChunk(char* chunk, size_t size, size_t width, bool lineDone) 
 }
 
 int Quilbase::writeFailureColumn(size_t width, bool lineDone) {
-  return width == 0 ? 1 : writeColumn("Read Fail", width, lineDone);
+  return width == 0 ? 1 : writeColumn(ColumnFormat::kReadFailure, width, lineDone);
 }
 
 int Quilbase::writeColumn(const char* text, size_t width, bool lineDone) {

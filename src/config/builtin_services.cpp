@@ -39,10 +39,10 @@ constexpr BuiltinNode kChargeNodes[] = {
 };
 
 constexpr BuiltinService kServices[] = {
-    {"kmsglogcat", STYLE_MONITOR_NODE, 0, "/data/log/android_logs/kmsgcat-log", 4096, 25, CPU_SET_NONE, true,
-     kKernelNodes, 1},
-    {"chargelogcat", STYLE_POLL_NODE, 5, "/data/log/charge-log/charge-log", 4096, 20, CPU_SET_LITTLE, false,
-     kChargeNodes, 3},
+    {QuilConfig::kBuiltInServices[0], STYLE_MONITOR_NODE, 0, "/data/log/android_logs/kmsgcat-log", 4096, 25,
+     CPU_SET_NONE, true, kKernelNodes, 1},
+    {QuilConfig::kBuiltInServices[1], STYLE_POLL_NODE, 5, "/data/log/charge-log/charge-log", 4096, 20, CPU_SET_LITTLE,
+     false, kChargeNodes, 3},
 };
 
 /// Copies `text`, which may be absent. False: there was a text but no memory.

@@ -24,6 +24,9 @@ class QuilConfig {
       "/system/etc/quilcat_config.xml",
   };
 
+  /// The services that parseDefault knows.
+  static constexpr const char* kBuiltInServices[] = {"kmsglogcat", "chargelogcat"};
+
   /// Fills the zero-filled `info` with service `name` from the first of kCandidates that exists. Without any of them,
   /// or without /system/lib64/libxml2.so, parseDefault fills it. Returns 0 when `info` holds a valid service, else 1;
   /// what was filled until then stays in `info` and is the caller's to release with free_config_file.
@@ -32,8 +35,8 @@ class QuilConfig {
   /// unloaded within the call, and nothing in `info` points into the document.
   static int parse_config_file(const char* name, QuilcatInfo_t* info);
 
-  /// Fills the zero-filled `info` with the built-in service `name`: "kmsglogcat" or "chargelogcat". Returns 0, or 1
-  /// with `info` still all zeros: a null argument, another name, recovery running, or no memory. Prints nothing.
+  /// Fills the zero-filled `info` with the built-in service `name`. Returns 0, or 1 with `info` still all zeros: a null
+  /// argument, another name, recovery running, or no memory. Prints nothing.
   static int parseDefault(const char* name, QuilcatInfo_t* info);
 
   /// Returns 0 when `info` describes a service that can run: it has a name and groups, and each group has an output

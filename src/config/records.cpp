@@ -8,14 +8,12 @@
 
 namespace QuilCommon {
 
-constexpr size_t kTextSize = 256;
-
 char* CopyText(const char* text) {
   const size_t length = strlen(text);
   char* copy = static_cast<char*>(calloc(length + 1, 1));
   if (copy != nullptr && length > 0) {
     // The block may be larger than the size given: a text that this size cannot hold is refused and left empty.
-    strncpy_s(copy, kTextSize, text, length);
+    strncpy_s(copy, kLongestText + 1, text, length);
   }
   return copy;
 }
@@ -33,12 +31,14 @@ bool PropertyIs(const char* name, const char* expected) {
   return strcmp(value, expected) == 0;
 }
 
+bool IsFactoryDevice() {
+  return PropertyIs("ro.runmode", "factory");
+}
+
 type_write WriteModeOfDevice() {
-  if (PropertyIs("ro.runmode", "factory")) {
-    return WRITE_FACTORY;
-  }
-  const bool engineering = PropertyIs("ro.build.type", "eng") && PropertyIs("ro.build.version.vexa", "");
-  return engineering ? WRITE_FACTORY : WRITE_MMAP;
+  const bool isFactory =
+      IsFactoryDevice() || (PropertyIs("ro.build.type", "eng") && PropertyIs("ro.build.version.vexa", ""));
+  return isFactory ? WRITE_FACTORY : WRITE_MMAP;
 }
 
 }  // namespace QuilCommon

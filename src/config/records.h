@@ -67,8 +67,11 @@ Record* AppendInput(QuilcatGroup_t* group) {
   return added;
 }
 
-/// Copies `text` into a new heap block of its length plus one byte; null when there is no memory. A text of 256
-/// characters or more becomes an empty string.
+/// Bytes of a record's text at most.
+constexpr size_t kLongestText = 255;
+
+/// Copies `text` into a new heap block of its length plus one byte; null when there is no memory. A text longer than
+/// kLongestText becomes an empty string.
 char* CopyText(const char* text);
 
 /// Stores the number that `text` begins with: leading blanks, a sign, digits; without digits it is 0. A number that no
@@ -78,8 +81,11 @@ void ReadNumber(const char* text, size_t* field);
 /// Tells whether system property `name` has the value `expected`; a missing property has the value "".
 bool PropertyIs(const char* name, const char* expected);
 
-/// The write mode of a service that may run in factory mode: WRITE_FACTORY when "ro.runmode" is "factory", and on an
-/// engineering build without "ro.build.version.vexa"; otherwise WRITE_MMAP.
+/// Tells whether "ro.runmode" is "factory".
+bool IsFactoryDevice();
+
+/// The write mode of a service that may run in factory mode: WRITE_FACTORY on a factory device, and on an engineering
+/// build without "ro.build.version.vexa"; otherwise WRITE_MMAP.
 type_write WriteModeOfDevice();
 
 }  // namespace QuilCommon

@@ -13,7 +13,7 @@ namespace Quilcheck {
 
 namespace {
 
-// Some thirty times the sample. With it nothing takes long, not even what compares each with each.
+// Some thirty times the sample, and small enough that even comparing each output with each other is quick.
 constexpr size_t kLargestFile = size_t{128} * 1024;
 constexpr long kMostEntityText = 1024L * 1024;
 constexpr int kDeepestEntity = 64;
@@ -69,7 +69,7 @@ using ParserError = const xmlError;
 using ParserError = xmlError;
 #endif
 
-void TakeParserError(void* context, ParserError* error) {
+void AddParserError(void* context, ParserError* error) {
   std::string text = error->message != nullptr ? error->message : "not well-formed";
   while (!text.empty() && text.back() == '\n') {
     text.pop_back();
@@ -88,7 +88,7 @@ xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findin
   if (context == nullptr) {
     return nullptr;
   }
-  xmlSetStructuredErrorFunc(findings, TakeParserError);
+  xmlSetStructuredErrorFunc(findings, AddParserError);
   xmlDoc* document = xmlCtxtReadMemory(context, text.data(), static_cast<int>(text.size()), path.c_str(), nullptr,
                                        XML_PARSE_NONET | XML_PARSE_BIG_LINES);
   xmlSetStructuredErrorFunc(nullptr, nullptr);
@@ -96,8 +96,8 @@ xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findin
   return document;
 }
 
-/// Takes what an attribute's text comes to, entities in full, off `*budget`. libxml2 bounds what entities come to
-/// inside each other, not what they come to one after another.
+/// Subtracts the length of an attribute's text, with all entities expanded, from `*budget`. libxml2 bounds how entities
+/// multiply inside each other, but not how often one is repeated.
 void SpendText(xmlDoc* document, const xmlNode* node, int depth, long* budget) {
   for (; node != nullptr && *budget > 0; node = node->next) {
     if (node->type == XML_ENTITY_REF_NODE) {

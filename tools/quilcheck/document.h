@@ -10,13 +10,12 @@
 
 namespace Quilcheck {
 
-/// A configuration file as libxml2 sees it: parsed with the options that xmlParseFile has, and nothing loaded beside
-/// it.
+/// A configuration file as libxml2 sees it: parsed with the options of xmlParseFile, without loading other files.
 class Document {
  public:
   /// Reads and parses `path`. A file that is not well-formed gives findings and no root. False, with `*reason`: the
-  /// file cannot be read, or it is nothing that anybody would give to the daemon (no regular file, above 128 KiB,
-  /// entities that stand for more than 1 MiB of text).
+  /// file cannot be read, or nobody would give it to the daemon: it is not a regular file, larger than 128 KiB, or its
+  /// entities expand to more than 1 MiB of text.
   bool Load(const std::string& path, Findings* findings, std::string* reason);
 
   Document() = default;
@@ -35,7 +34,7 @@ class Document {
 int LineOf(const xmlNode* node);
 std::string NameOf(const xmlNode* node);
 bool IsElement(const xmlNode* node, const char* name);
-/// The text of an attribute as the daemon's reader gets it; nothing when the element does not have it.
+/// The text of an attribute as the daemon's reader gets it; empty optional when the element does not have it.
 std::optional<std::string> AttributeOf(const xmlNode* element, const char* name);
 /// The first child element of that name; null when there is none.
 xmlNode* ChildOf(const xmlNode* element, const char* name);

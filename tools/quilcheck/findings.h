@@ -17,18 +17,18 @@ struct Finding {
   std::string otherService;  ///< a second one that it is about
 };
 
-/// What was found in one file. A value; findings stand in order of line once Sort was called.
+/// The findings about one file, ordered by line after a call of Sort.
 class Findings {
  public:
   void Error(int line, std::string text) { Add(line, Severity::Error, std::move(text)); }
   void Warning(int line, std::string text) { Add(line, Severity::Warning, std::move(text)); }
-  /// Names a second service that the newest finding is about.
+  /// Sets the second service that the newest finding is about.
   void AlsoAbout(const std::string& name) { list.back().otherService = name; }
 
-  /// The service that findings added from now on are about; empty: the file.
+  /// Sets the service that findings added from now on are about; empty: the file.
   void SetService(const std::string& name) { service = name; }
 
-  /// Keeps what is about `name` or about the file.
+  /// Keeps only the findings about service `name` and about the file.
   void KeepService(const std::string& name);
   void Sort();
   int Count(Severity severity) const;
@@ -41,7 +41,7 @@ class Findings {
   std::string service;
 };
 
-/// The text with quotes around it, cut to a length that fits on a line.
+/// The text in quotes, shortened to fit on a line.
 std::string Quoted(const std::string& text);
 
 }  // namespace Quilcheck

@@ -53,7 +53,7 @@ char Lower(char letter) {
   return static_cast<char>(tolower(static_cast<unsigned char>(letter)));
 }
 
-/// Letters to insert, to delete and to exchange (Levenshtein's distance), upper and lower case being the same.
+/// The number of letters to insert, delete and exchange (Levenshtein's distance), ignoring case.
 size_t Distance(const std::string& a, const std::string& b) {
   std::vector<size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});

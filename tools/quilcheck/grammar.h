@@ -6,28 +6,28 @@
 
 namespace Quilcheck {
 
-/// What an attribute's text stands for.
+/// What the text of an attribute means.
 enum class Kind {
   Name,       ///< of a service
-  Number,     ///< whole, 0 to the largest int
-  Kilobytes,  ///< such a number of KiB
-  Seconds,    ///< such a number of seconds
+  Number,     ///< a whole number from 0 to INT_MAX
+  Kilobytes,  ///< a Number of KiB
+  Seconds,    ///< a Number of seconds
   Keyword,
   Output,     ///< path of a log
   Node,       ///< path of a node
-  Column,     ///< path of a node, or a word that stands for the time
+  Column,     ///< path of a node, or a word for the time
   Directory,  ///< path of a directory
   Text,
 };
 
-/// Which of several elements of one name below one parent has an effect.
+/// Which of several elements with the same name and parent has an effect.
 enum class Repeat { All, First, Last };
 
 struct AttributeRule {
-  const char* name;  ///< null behind the last
+  const char* name;  ///< null after the last attribute
   Kind kind;
   bool required;
-  const char* keywords;  ///< with blanks between them
+  const char* keywords;  ///< separated by blanks
 };
 
 struct ElementRule {
@@ -37,7 +37,7 @@ struct ElementRule {
   AttributeRule attributes[5];
 };
 
-/// The name that rules have for the root element, which may be called anything.
+/// The name of the root element in the rules; in a file it may have any name.
 constexpr char kRoot[] = "";
 /// What the root element is called in the sample and in the schema.
 constexpr char kUsualRoot[] = "quilcatConfigs";
@@ -55,7 +55,7 @@ std::string HintForAttribute(const ElementRule& element, const std::string& name
 /// "; did you mean NAME?" with the name of `names` that is closest to `text`; empty when none is close.
 std::string HintAmong(const std::vector<std::string>& names, const std::string& text);
 
-/// The words of a text with blanks between them.
+/// The words of a text that are separated by blanks.
 std::vector<std::string> Words(const char* text);
 
 }  // namespace Quilcheck

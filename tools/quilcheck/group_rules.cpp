@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "collect/column_format.h"
 #include "config/records.h"
 #include "logfile/file_names.h"
 #include "quilcheck/document.h"
@@ -15,10 +16,8 @@ namespace Quilcheck {
 namespace {
 
 constexpr size_t kMostFiles = FileNames::kIndexes;
-constexpr size_t kMostOrdered =
-    kMostFiles - 2;  // and the one that a start adds: one index is free to tell the oldest by
-constexpr size_t kFailureText = sizeof "Read Fail" - 1;
-constexpr size_t kDateText = 22;
+// A start adds a file, and the oldest is told by the gap of one free index.
+constexpr size_t kMostOrdered = kMostFiles - 2;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -34,7 +33,7 @@ int LineOfChild(const xmlNode* element, const char* name) {
   return LineOf(child != nullptr ? child : element);
 }
 
-/// The line of the last child of that name, which counts, or of the element itself.
+/// The line of the last child of that name, which is the one with an effect; without any, of the element itself.
 int LineOfSetting(const xmlNode* element, const char* name) {
   const xmlNode* last = element;
   for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
@@ -43,7 +42,7 @@ int LineOfSetting(const xmlNode* element, const char* name) {
   return LineOf(last);
 }
 
-/// What a group needs and does not have; null when nothing is missing.
+/// What a group needs but lacks; null when nothing is missing.
 const char* MissingInput(const GroupReading& group) {
   const bool isEmpty = group.record->input == nullptr;
   switch (InputKindOf(group.record->style)) {
@@ -232,7 +231,7 @@ void ServiceRules::CheckStream(const GroupReading& group) const {
     findings->Error(LineOf(first.element),
                     "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
   }
-  if (IsTimeColumn(path)) {
+  if (!SampleTime(path).empty()) {
     findings->Error(LineOfChild(first.element, "dataPath"),
                     "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
   }
@@ -277,15 +276,17 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
   }
   const int line = LineOfChild(set.element, "width");
   const std::string path = Text(set.record->data_path);
-  const bool isDate = path.rfind("DateTime", 0) == 0;
-  const size_t least = isDate ? kDateText : kFailureText;
-  if (width < least && (isDate || !IsTimeColumn(path))) {
+  const std::string time = SampleTime(path);
+  const std::string sample = time.empty() ? ColumnFormat::kReadFailure : time;
+  if (width < sample.size() && sample.front() != '\n') {  // a stamp that begins a new line need not line up
     findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
-                                (isDate ? "the date, which has 22" : "\"Read Fail\", which has 9") +
-                                " characters: it moves the columns behind it");
+                                (time.empty() ? Quoted(sample) : "the date") + ", which has " +
+                                std::to_string(sample.size()) + " characters: it moves the columns behind it");
   }
-  if (width > kWidestColumn) {
-    findings->Warning(line, "width " + std::to_string(width) + " is more than 8191: the daemon writes 8191 characters");
+  if (width > ColumnFormat::kWidest) {
+    const std::string most = std::to_string(ColumnFormat::kWidest);
+    findings->Warning(line, "width " + std::to_string(width) + " is more than " + most + ": the daemon writes " + most +
+                                " characters");
   }
   const std::string title = Text(set.record->title);
   if (width < title.size()) {
@@ -295,7 +296,7 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
 }
 
 void ServiceRules::CheckHeadings(const GroupReading& group) const {
-  // The heading row leaves out columns without a title, and each piece of it is as wide as itself without a width.
+  // The heading row skips a column without a title, and pads a title only to the width of its column.
   const auto hasHeading = [](const NodeSetReading& set) {
     return set.record->title != nullptr || set.record->title_path != nullptr;
   };

@@ -1,7 +1,6 @@
-// The report for build scripts: RFC 8259.
+// The report for build scripts.
 
-#include <stdio.h>
-
+#include "common/json_text.h"
 #include "config/records.h"
 #include "quilcheck/report.h"
 
@@ -11,40 +10,10 @@ namespace Quilcheck {
 
 namespace {
 
-/// Length of the UTF-8 sequence at `text[i]`; 0 when there is none. A file's name may be any bytes.
-size_t SequenceLength(const std::string& text, size_t i) {
-  const auto lead = static_cast<unsigned char>(text[i]);
-  const size_t length = lead < 0x80                   ? 1
-                        : lead >= 0xc2 && lead < 0xe0 ? 2
-                        : lead >= 0xe0 && lead < 0xf0 ? 3
-                        : lead >= 0xf0 && lead < 0xf5 ? 4
-                                                      : 0;
-  for (size_t k = 1; k < length; ++k) {
-    if (i + k >= text.size() || (static_cast<unsigned char>(text[i + k]) & 0xc0) != 0x80) {
-      return 0;
-    }
-  }
-  return length;
-}
-
 std::string Text(const std::string& text) {
-  std::string result = "\"";
-  for (size_t i = 0; i < text.size();) {
-    const size_t length = SequenceLength(text, i);
-    const char letter = text[i];
-    if (length == 0) {
-      result += "\\ufffd";
-    } else if (length == 1 && static_cast<unsigned char>(letter) < ' ') {
-      char code[8];
-      snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(letter));
-      result += code;
-    } else {
-      result += letter == '"' || letter == '\\' ? "\\" : "";
-      result.append(text, i, length);
-    }
-    i += length == 0 ? 1 : length;
-  }
-  return result + '"';
+  std::string json;
+  AppendJsonString(json, text.data(), text.size());
+  return json;
 }
 
 std::string Text(const char* text) {
@@ -56,7 +25,7 @@ std::string Member(const char* name, const std::string& value) {
   return Text(name) + ": " + value;
 }
 
-/// Objects or arrays between brackets, one a line.
+/// An array with one item on each line.
 template <typename Items, typename Form>
 std::string Array(const Items& items, const std::string& indent, Form form) {
   std::string result;

@@ -39,7 +39,7 @@ struct Options {
   exit(kUnreadable);
 }
 
-void TakeProperty(const std::string& text, Properties* properties) {
+void AddProperty(const std::string& text, Properties* properties) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0) {
     Refuse("-p takes KEY=VALUE, not " + Quoted(text));
@@ -47,7 +47,7 @@ void TakeProperty(const std::string& text, Properties* properties) {
   (*properties)[text.substr(0, equals)] = text.substr(equals + 1);
 }
 
-void TakeOption(int letter, const char* value, Options* options) {
+void ApplyOption(int letter, const char* value, Options* options) {
   switch (letter) {
     case 's':
       options->request.service = value;
@@ -65,7 +65,7 @@ void TakeOption(int letter, const char* value, Options* options) {
       }
       break;
     case 'p':
-      TakeProperty(value, &options->request.properties);
+      AddProperty(value, &options->request.properties);
       break;
     case 'r':
       options->request.root = value;
@@ -88,7 +88,7 @@ Options ReadOptions(int argc, char** argv) {
   Options options;
   int letter;
   while ((letter = getopt_long(argc, argv, "s:qWo:p:r:h", kLong, nullptr)) != -1) {
-    TakeOption(letter, optarg, &options);
+    ApplyOption(letter, optarg, &options);
   }
   if (argc - optind > 1) {
     Refuse("one file at a time");

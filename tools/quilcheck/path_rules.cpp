@@ -1,4 +1,4 @@
-// What nodes and outputs find on the device.
+// Checks that need the files of the device: do nodes exist, can outputs be made.
 
 #include "quilcheck/document.h"
 #include "quilcheck/rules.h"
@@ -14,7 +14,7 @@ void CheckNode(const xmlNode* element, const char* path, const Root& root, bool 
     return;
   }
   const int line = LineOf(element);
-  const std::optional<struct stat> found = root.Look(path);
+  const std::optional<struct stat> found = root.StatusOf(path);
   const std::string what = NameOf(element) + ' ' + Quoted(path);
   if (!found.has_value()) {
     findings->Warning(line, what + " does not exist: " + (streams ? "the log stays empty" : "it cannot be read"));
@@ -26,16 +26,16 @@ void CheckNode(const xmlNode* element, const char* path, const Root& root, bool 
   }
 }
 
-/// The first alternative that exists is read, whatever it is.
+/// The daemon reads the first alternative that exists, of whatever kind it is.
 void CheckAlternatives(const NodeSetReading& set, const Root& root, Findings* findings) {
-  // Each element has given one entry of the list.
+  // Each alterdataPath element made one entry of the list.
   std::vector<std::pair<const xmlNode*, const char*>> missing;
   const xmlNode* element = set.element->children;
   for (const QuilcatStrList_t* path = set.record->alter_data_path; path != nullptr; path = path->next) {
     while (!IsElement(element, "alterdataPath")) {
       element = element->next;
     }
-    if (path->str != nullptr && root.Look(path->str).has_value()) {
+    if (path->str != nullptr && root.StatusOf(path->str).has_value()) {
       CheckNode(element, path->str, root, false, findings);
       return;
     }
@@ -63,14 +63,14 @@ void CheckOutputPath(const GroupReading& group, const Root& root, Findings* find
   const int line = LineOf(group.output);
   for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
     const std::string directory = path.substr(0, end);
-    const std::optional<struct stat> found = root.Look(directory);
+    const std::optional<struct stat> found = root.StatusOf(directory);
     if (found.has_value() && !S_ISDIR(found->st_mode)) {
       findings->Warning(
           line, "outputFilePath " + Quoted(path) + ": " + Quoted(directory) + " is not a directory: nothing is logged");
       return;
     }
   }
-  const std::optional<struct stat> found = root.Look(path);
+  const std::optional<struct stat> found = root.StatusOf(path);
   if (found.has_value() && S_ISDIR(found->st_mode)) {
     findings->Warning(line, "outputFilePath " + Quoted(path) + " is a directory; did you mean a file in it?");
   }

@@ -1,4 +1,4 @@
-// Stands between the daemon's reader and the system properties: the linker sends its calls here (--wrap).
+// Answers the daemon's reader when it asks for a system property: the linker redirects its calls here (--wrap).
 
 #include "quilcheck/properties.h"
 

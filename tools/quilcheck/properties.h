@@ -9,8 +9,8 @@ namespace Quilcheck {
 /// Names and values of system properties.
 using Properties = std::map<std::string, std::string>;
 
-/// Has these system properties be so in this process from now on, in place of those assumed before. Others are those of
-/// the machine. One thread.
+/// Gives these system properties these values in this process from now on; those assumed before are dropped. All others
+/// have the values of the machine. One thread.
 void AssumeProperties(const Properties& properties);
 
 }  // namespace Quilcheck

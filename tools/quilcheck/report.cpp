@@ -15,9 +15,7 @@ namespace Quilcheck {
 
 namespace {
 
-constexpr const char* kBuiltIn[] = {"kmsglogcat", "chargelogcat"};
-
-/// Has every service read by the daemon's reader. Of several elements of one name it takes the first.
+/// Reads every service with the daemon's reader, which takes the first of several elements with the same name.
 void ReadServices(Report* report) {
   std::set<std::string> names;
   for (xmlNode* node = report->document.Root()->children; node != nullptr; node = node->next) {
@@ -52,7 +50,7 @@ void CheckRoot(Report* report) {
 }
 
 void CheckBuiltIn(Report* report) {
-  for (const char* name : kBuiltIn) {
+  for (const char* name : QuilConfig::kBuiltInServices) {
     const bool found = std::any_of(report->services.begin(), report->services.end(),
                                    [name](const ServiceReading& service) { return service.name == name; });
     if (!found) {
@@ -63,7 +61,7 @@ void CheckBuiltIn(Report* report) {
   }
 }
 
-/// Narrows the report to one service, which has to be there.
+/// Narrows the report to one service; it is an error when there is none of that name.
 void KeepService(const std::string& name, Report* report) {
   std::vector<std::string> names;
   std::vector<ServiceReading> kept;

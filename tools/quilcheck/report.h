@@ -19,8 +19,7 @@ struct Request {
   std::string root;       ///< directory to look up nodes and outputs in; empty: they are not looked up
 };
 
-/// What was found in one file: the findings in order of line, and the services as the daemon would read them, in order
-/// of their lines.
+/// The findings about one file, and its services as the daemon would read them, both ordered by line.
 struct Report {
   std::string file;
   Document document;
@@ -31,7 +30,7 @@ struct Report {
 /// Fills `report`. False, with `*reason`: the file or the root directory cannot be read, or there is no file.
 bool Check(const Request& request, Report* report, std::string* reason);
 
-/// A table of how the service runs, a part a group.
+/// A table of how the service runs, with a section for each group.
 std::string Summary(const ServiceReading& service);
 
 /// The whole report as one JSON document. Without `withServices` it has findings only.
@@ -41,19 +40,19 @@ std::string Json(const Report& report, bool withServices);
 std::string StyleName(const GroupReading& group);
 /// The keyword of the service's write mode.
 std::string WriteModeName(const ServiceReading& service);
-/// KiB that one output of the service takes at most, its text not being compressed; 0: no bound.
+/// KiB that one output of the service takes at most if its text does not compress; 0: no bound.
 unsigned long long MostKilobytes(const ServiceReading& service);
 /// Log files kept of each output in mmap mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);
-/// Characters that the daemon writes of a column at most.
-constexpr size_t kWidestColumn = 8191;
+/// The time stamp that a polled column of this data path shows; empty for the path of a node.
+std::string SampleTime(const std::string& path);
 /// The row that each file of a polled group begins with; empty when it has none. A title that a node gives shows as the
 /// node's name in angle brackets.
 std::string HeadingRow(const GroupReading& group);
-/// A row as a cycle of a polled group writes it, with the name of each node in angle brackets for its value.
+/// A row of a polled group, with the name of each node in angle brackets in place of its value.
 std::string SampleRow(const GroupReading& group);
 
-/// The text with control characters as \xNN: what stands in a file must not reach a terminal as a command.
+/// The text with control characters as \xNN, so that the text of a file does not reach a terminal as a command.
 std::string Printable(const std::string& text);
 
 }  // namespace Quilcheck

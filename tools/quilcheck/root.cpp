@@ -13,7 +13,7 @@ namespace Quilcheck {
 
 namespace {
 
-/// Opens what stands at a path in a directory that is taken for the root; -1 when there is nothing.
+/// Opens a path as if `directory` were the root; -1 when there is no such file.
 int OpenInRoot(int directory, const std::string& path) {
 #ifdef RESOLVE_IN_ROOT
   open_how how = {};
@@ -39,7 +39,7 @@ Root::~Root() {
   }
 }
 
-std::optional<struct stat> Root::Look(const std::string& path) const {
+std::optional<struct stat> Root::StatusOf(const std::string& path) const {
   struct stat status;
   const int found = OpenInRoot(fd, path);
   if (found >= 0) {
@@ -47,7 +47,7 @@ std::optional<struct stat> Root::Look(const std::string& path) const {
     close(found);
     return known ? std::optional(status) : std::nullopt;
   }
-  // A kernel before 5.6, or a sandbox that knows no better.
+  // A kernel before 5.6, or a sandbox that does not allow the call.
   if ((errno == ENOSYS || errno == EPERM) && stat((prefix + '/' + path).c_str(), &status) == 0) {
     return status;
   }
@@ -55,7 +55,7 @@ std::optional<struct stat> Root::Look(const std::string& path) const {
 }
 
 std::string Root::Outside(const std::string& path) const {
-  const std::optional<struct stat> inside = Look(path);
+  const std::optional<struct stat> inside = StatusOf(path);
   if (!inside.has_value()) {
     return "";
   }
@@ -64,7 +64,7 @@ std::string Root::Outside(const std::string& path) const {
   if (stat(plain.c_str(), &outside) == 0 && outside.st_dev == inside->st_dev && outside.st_ino == inside->st_ino) {
     return plain;
   }
-  // A link leads elsewhere when it is followed from outside.
+  // Followed from outside, a link in the path leads to another file.
   const int found = OpenInRoot(fd, path);
   char target[PATH_MAX];
   const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(found)).c_str(), target, sizeof target);

@@ -8,20 +8,20 @@
 
 namespace Quilcheck {
 
-/// The root directory of a device, or of an unpacked image of one. Symbolic links in it mean what they would there:
-/// none leads out of it.
+/// The root directory of a device, or of an unpacked image of one. Symbolic links are followed as on that device, so
+/// none leads out of the directory.
 class Root {
  public:
-  /// A directory that cannot be opened shows in IsOpen().
+  /// IsOpen() tells whether the directory could be opened.
   explicit Root(const std::string& directory);
   ~Root();
   Root(const Root&) = delete;
   Root& operator=(const Root&) = delete;
 
   bool IsOpen() const { return fd >= 0; }
-  /// What stands at an absolute path; nothing when there is none.
-  std::optional<struct stat> Look(const std::string& path) const;
-  /// The path, for the rest of this machine, of what stands at an absolute path; empty when there is none.
+  /// The status of the file at an absolute path; empty when there is none.
+  std::optional<struct stat> StatusOf(const std::string& path) const;
+  /// The path by which the rest of this machine reaches the file at an absolute path; empty when there is none.
   std::string Outside(const std::string& path) const;
 
  private:

@@ -11,33 +11,29 @@
 
 namespace Quilcheck {
 
-/// Checks elements, attributes and values below `parent`, whose rules are those of `parentName`, each by the grammar
-/// alone.
+/// Checks elements, attributes and values below `parent` against the grammar, by the rules for `parentName`.
 void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings);
 
 /// Checks the text of one attribute.
 void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
                 Findings* findings);
 
-/// True for a text that stands for the time in a polled column.
-bool IsTimeColumn(const std::string& path);
-
-/// The absolute path with single slashes, without "." and ".." steps. Links are not looked at.
+/// The absolute path with single slashes, without "." and ".." steps. Links are not followed.
 std::string NormalPath(const std::string& path);
 
 /// True when the path ends in a name: not in "/", "." or "..".
 bool NamesFile(const std::string& path);
 
-/// True when a group's output is one that the daemon can make files of.
+/// True when the daemon can make files at a group's output path.
 bool HasUsableOutput(const GroupReading& group);
 
 /// Checks what the daemon makes of a service: whether it is valid, what has no effect, what it costs, what is lost.
 void CheckService(const ServiceReading& service, Findings* findings);
 
-/// Checks the streams of all services against each other: which read one node.
+/// Finds the streams of all services that read the same node.
 void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings);
 
-/// Checks the outputs of all services against each other: which share a file, which delete each other's.
+/// Finds the outputs of all services that share a file or delete each other's files.
 void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings);
 
 /// Looks up a service's nodes and directories below `root`.

@@ -67,7 +67,7 @@ constexpr struct {
     {"inputCmdSet", QuilConfig::parseXmlNodeInputCmdSet},
 };
 
-/// The input record that was added last. A directory's picked names follow it in its chain: there the first counts.
+/// The input record that was added last. For a directory that is the first: its picked names follow it in the chain.
 const void* Newest(const QuilcatGroup_t* group) {
   switch (InputKindOf(group->style)) {
     case INPUT_NODE_SETS:
@@ -81,7 +81,7 @@ const void* Newest(const QuilcatGroup_t* group) {
   return group->input;
 }
 
-/// Has one input element read, and notes what the daemon made of it.
+/// Reads one input element with `read`, and notes what the daemon makes of it.
 void ReadInput(xmlNode* element, void (*read)(xmlNode*, QuilcatGroup_t*), GroupReading* group) {
   const void* before = Newest(group->record.get());
   read(element, group->record.get());
@@ -130,7 +130,7 @@ std::string WhyWriteMode(const xmlNode* service) {
   if (last == nullptr) {
     return "no writeMode element: on every device";
   }
-  if (PropertyIs("ro.runmode", "factory")) {
+  if (IsFactoryDevice()) {
     return "ro.runmode is factory, whatever writeMode says";
   }
   if (WriteModeOfDevice() == WRITE_FACTORY) {

@@ -18,13 +18,13 @@ struct FreeService {
   void operator()(QuilCommon::QuilcatInfo_t* info) const;
 };
 
-/// A node set as the daemon reads it, and where it stands.
+/// A node set as the daemon reads it, and its element.
 struct NodeSetReading {
   const xmlNode* element;
   const QuilCommon::QuilcatInputNodeSet_t* record;  ///< the group's
 };
 
-/// A command or directory as the daemon reads it, and where it stands.
+/// A command or directory as the daemon reads it, and its element.
 struct TextReading {
   const xmlNode* element;
   const QuilCommon::QuilcatStrList_t* record;  ///< the group's
@@ -33,8 +33,8 @@ struct TextReading {
 /// An input that the daemon passes over.
 struct DroppedInput {
   const xmlNode* element;
-  QuilCommon::type_style style;  ///< the group's at this point
-  bool isEarly;                  ///< no logStyle had come until then
+  QuilCommon::type_style style;  ///< of the group when the input comes
+  bool isEarly;                  ///< it comes before any logStyle
 };
 
 /// A group as the daemon reads it, and which elements its parts come from.
@@ -52,18 +52,18 @@ struct GroupReading {
   std::string Output() const { return record->output_file_path != nullptr ? record->output_file_path : ""; }
 };
 
-/// A service as the daemon's own reader reads it, for the properties that ReadService ran under.
+/// A service as the daemon's own reader reads it with the system properties at the time of ReadService.
 struct ServiceReading {
   std::string name;
   const xmlNode* element = nullptr;
-  bool valid = false;  ///< a process that is started for it collects; otherwise it idles
+  bool valid = false;  ///< a process started for it collects; otherwise it idles
   std::unique_ptr<QuilCommon::QuilcatInfo_t, FreeService> record;
   std::vector<GroupReading> groups;
   std::string whyWriteMode;
 };
 
-/// Has the daemon's reader read service `name`, which stands in `element`, from `document`. What the reader prints is
-/// dropped. The document has to outlive the result. One thread.
+/// Reads service `name`, the one described by `element`, from `document` with the daemon's reader. What the reader
+/// prints is dropped. The document has to outlive the result. One thread.
 ServiceReading ReadService(xmlDoc* document, xmlNode* element, const std::string& name);
 
 }  // namespace Quilcheck

@@ -1,4 +1,4 @@
-// What can be said of an element without its neighbours: does it belong where it stands, do its attributes and values.
+// Checks of single elements: whether they belong in their parent, with these attributes and values.
 
 #include <ctype.h>
 #include <libxml/tree.h>
@@ -31,7 +31,7 @@ bool IsBlank(const xmlNode* text) {
   return std::all_of(content.begin(), content.end(), [](unsigned char letter) { return isspace(letter); });
 }
 
-/// The daemon reads elements and attributes only.
+/// Finds what is neither element nor attribute: the daemon does not read it.
 void CheckBetweenElements(const xmlNode* node, Findings* findings) {
   if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && !IsBlank(node)) {
     findings->Error(LineOf(node), "text in <" + NameOf(node->parent) +
@@ -41,7 +41,7 @@ void CheckBetweenElements(const xmlNode* node, Findings* findings) {
   }
 }
 
-/// The attributes that name a schema have a namespace of their own; the daemon knows none.
+/// The daemon ignores namespaces. Only the attributes that name a schema need one.
 void CheckNamespaces(const xmlNode* element, Findings* findings) {
   for (const xmlNs* space = element->nsDef; space != nullptr; space = space->next) {
     if (!IsSchemaInstance(space)) {

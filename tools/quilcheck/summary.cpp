@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "collect/column_format.h"
 #include "config/records.h"
 #include "logfile/file_names.h"
 #include "mmaplog/log_format.h"
@@ -17,7 +18,7 @@ namespace Quilcheck {
 
 namespace {
 
-// KiB that a file in mmap mode has while it is open, and keeps when its process is killed.
+// KiB that a file in mmap mode takes while it is open, and after its process was killed.
 constexpr unsigned long long kLeastMapped = LogFormat::kSegmentSize / 1024;
 
 __attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...) {
@@ -57,19 +58,13 @@ std::string Heading(const QuilcatInputNodeSet_t& set) {
 }
 
 std::string Value(const QuilcatInputNodeSet_t& set) {
-  const std::string path = set.data_path != nullptr ? set.data_path : "";
-  if (path.rfind("DateTime", 0) == 0) {
-    return "2026-01-31 23:59:59 > ";
-  }
-  if (path.rfind("CurrentTime", 0) == 0) {
-    return "\ncurrent time: 2026-1-31 23:59:59\r\n";
-  }
-  return '<' + BaseName(NodeText(set)) + '>';
+  const std::string time = SampleTime(set.data_path != nullptr ? set.data_path : "");
+  return !time.empty() ? time : '<' + BaseName(NodeText(set)) + '>';
 }
 
-/// The text as a column: filled with blanks to the width.
+/// The text as a column, padded with blanks to the width.
 std::string Column(std::string text, size_t width) {
-  text.resize(std::max(text.size(), std::min(width, kWidestColumn)), ' ');
+  text.resize(std::max(text.size(), std::min(width, ColumnFormat::kWidest)), ' ');
   return text;
 }
 
@@ -168,6 +163,16 @@ std::string StyleName(const GroupReading& group) {
   return "none";
 }
 
+std::string SampleTime(const std::string& path) {
+  if (path.rfind(ColumnFormat::kDateTime, 0) == 0) {
+    return Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59);
+  }
+  if (path.rfind(ColumnFormat::kCurrentTime, 0) == 0) {
+    return Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59);
+  }
+  return "";
+}
+
 std::string WriteModeName(const ServiceReading& service) {
   return service.record->writeMode == WRITE_MMAP ? "mmap" : "factory";
 }
@@ -181,9 +186,9 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
   const unsigned long long size = service.record->rotate_size_kbytes;
   const size_t files = FilesKept(service);
   if (service.record->writeMode == WRITE_MMAP) {
-    return (files + 1) * std::max(size, kLeastMapped);  // a start keeps that many beside the file that it begins
+    return (files + 1) * std::max(size, kLeastMapped);  // a start keeps that many besides its own new file
   }
-  // Without archives the live file and five rotated ones; else five rotated ones that are being packed.
+  // Without archives: the live file and five rotated ones. With them: the rotated ones while they are being packed.
   return (files == 0 ? FileNames::kFilesPerArchive + 1 : FileNames::kFilesPerArchive * (files + 1)) * size;
 }
 

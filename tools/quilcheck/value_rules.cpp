@@ -1,4 +1,4 @@
-// What can be said of an attribute's text.
+// Checks of an attribute's text.
 
 #include <ctype.h>
 #include <errno.h>
@@ -8,16 +8,22 @@
 
 #include <algorithm>
 
+#include "collect/column_format.h"
 #include "config/records.h"
+#include "logfile/file_names.h"
+#include "quilcheck/report.h"
 #include "quilcheck/rules.h"
+
+using QuilCommon::kLongestText;
 
 namespace Quilcheck {
 
 namespace {
 
-constexpr size_t kLongestText = 255;
-// Behind the last "/" of an output come 24 letters of index and time; a file name has at most 255.
-constexpr size_t kLongestBase = 255 - 24;
+const std::string kTooLong = " is longer than " + std::to_string(kLongestText) + " bytes";
+
+// An indexed file adds index and time to the name of an output.
+constexpr size_t kLongestBase = NAME_MAX - FileNames::kSuffixLength;
 
 struct Unit {
   Kind kind;
@@ -37,7 +43,7 @@ const char* AfterBlanks(const char* text) {
   return text + strspn(text, " \t\n\v\f\r");
 }
 
-/// The number that was probably meant by `number` and a unit behind it.
+/// A hint which number was probably meant by `number` with a unit after it.
 std::string HintForUnit(Kind kind, long number, const char* unit) {
   for (const Unit& known : kUnits) {
     if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
@@ -80,7 +86,7 @@ std::string NumberProblem(Kind kind, const std::string& text) {
   return "";
 }
 
-/// What is wrong with a path, with what follows from it; empty when nothing is.
+/// What is wrong with a path, and the consequence; empty when nothing is.
 std::string PathProblem(Kind kind, const std::string& path) {
   const bool isOutput = kind == Kind::Output;
   const std::string consequence = isOutput ? ": nothing is logged" : ": it cannot be read";
@@ -88,10 +94,10 @@ std::string PathProblem(Kind kind, const std::string& path) {
     return " is empty" + consequence;
   }
   if (path.size() > kLongestText) {
-    return " is longer than 255 bytes: the daemon stores an empty text";
+    return kTooLong + ": the daemon stores an empty text";
   }
   if (path.front() != '/') {
-    const std::vector<std::string> times = {"DateTime", "CurrentTime"};
+    const std::vector<std::string> times = {ColumnFormat::kDateTime, ColumnFormat::kCurrentTime};
     const bool isNowhere = isOutput && path.find('/') == std::string::npos;
     return " is not an absolute path" + (isNowhere ? consequence : ": it depends on where the daemon was started") +
            (kind == Kind::Column ? HintAmong(times, path) : "");
@@ -103,7 +109,8 @@ std::string PathProblem(Kind kind, const std::string& path) {
                      : consequence);
   }
   if (isOutput && path.size() - path.rfind('/') - 1 > kLongestBase) {
-    return " has a file name of more than 231 bytes, too long with an index behind it: nothing is logged";
+    return " has a file name of more than " + std::to_string(kLongestBase) +
+           " bytes, too long with an index behind it: nothing is logged";
   }
   return "";
 }
@@ -124,17 +131,13 @@ std::string KeywordProblem(const AttributeRule& attribute, const std::string& te
          (hint.empty() ? (words.size() == 1 ? "; there is " : "; there are ") + all : hint);
 }
 
-/// True for blanks at an end: they are part of the text.
+/// True when the text begins or ends with a blank, which the daemon takes for a part of it.
 bool HasOuterBlank(const std::string& text) {
   const auto isBlank = [](char letter) { return isspace(static_cast<unsigned char>(letter)) != 0; };
   return !text.empty() && (isBlank(text.front()) || isBlank(text.back()));
 }
 
 }  // namespace
-
-bool IsTimeColumn(const std::string& path) {
-  return path.rfind("DateTime", 0) == 0 || path.rfind("CurrentTime", 0) == 0;
-}
 
 void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
                 Findings* findings) {
@@ -155,12 +158,11 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
     case Kind::Column:
     case Kind::Directory:
       isPath = true;
-      problem = attribute.kind == Kind::Column && IsTimeColumn(text) ? "" : PathProblem(attribute.kind, text);
+      problem = attribute.kind == Kind::Column && !SampleTime(text).empty() ? "" : PathProblem(attribute.kind, text);
       break;
     case Kind::Name:
       if (text.empty() || text.size() > kLongestText) {
-        problem = text.empty() ? " is empty: nothing can be started by it"
-                               : " is longer than 255 bytes: nothing can be started by it";
+        problem = (text.empty() ? " is empty" : kTooLong) + ": nothing can be started by it";
       }
       break;
     case Kind::Text:
@@ -169,7 +171,7 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
   if (!problem.empty()) {
     findings->Error(line, what + problem);
   } else if (text.size() > kLongestText) {
-    findings->Warning(line, what + " is longer than 255 bytes: the daemon stores an empty text");
+    findings->Warning(line, what + kTooLong + ": the daemon stores an empty text");
   } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
     findings->Warning(line, what + " begins or ends with a blank: the daemon takes it for a part of it");
   } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
