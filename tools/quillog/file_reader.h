@@ -51,7 +51,7 @@ class FileReader {
   uint64_t inode() const { return inodeNumber; }
 
  protected:
-  FileReader(int file, TextSink& taker) : fd(file), sink(taker) {}
+  FileReader(int file, TextSink& textSink) : fd(file), sink(textSink) {}
 
   /// The first damage names the place.
   void ReportDamage(uint64_t offset, FileState state, const std::string& what);

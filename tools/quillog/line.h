@@ -20,7 +20,7 @@ struct Line {
   const std::string* file = nullptr;
   std::shared_ptr<const std::string> title;  ///< the columns' names above a polled row; null: none
   bool isRow = true;                         ///< holds values: no title line, no line that only tells the time
-  bool isBehindTime = false;                 ///< right behind a line that only tells the time
+  bool followsTimeLine = false;              ///< right behind a line that only tells the time
 };
 
 /// Takes whole lines of one file after the other, in order.

@@ -16,7 +16,7 @@ class LineAssembler : public TextSink {
  public:
   using OnDamageCall = std::function<void(uint64_t offset, const std::string& what)>;
 
-  LineAssembler(LineSink& lines, OnDamageCall damages) : taker(lines), reporter(std::move(damages)) {}
+  LineAssembler(LineSink& lines, OnDamageCall damages) : sink(lines), reporter(std::move(damages)) {}
 
   void OnStart() override;
   void OnText(const char* text, size_t size, bool verified) override;
@@ -27,7 +27,7 @@ class LineAssembler : public TextSink {
   size_t Finish(bool keepUnfinished);
 
  private:
-  LineSink& taker;
+  LineSink& sink;
   OnDamageCall reporter;
   std::string unfinished;
   bool unfinishedVerified = true;

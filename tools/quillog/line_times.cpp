@@ -127,7 +127,7 @@ Time LineTimes::Next(const char* text, size_t size, bool* own) {
 /// The start of a day without a year.
 Time LineTimes::OfStreamed(int month, int day) {
   Nearest nearest;
-  const Time limit = file.behind == kNoTime ? INT64_MAX : file.behind + kDay;
+  const Time limit = file.after == kNoTime ? INT64_MAX : file.after + kDay;
   if (reference != kNoTime) {
     nearest.OfferYears(month, day, reference, INT64_MAX);
   }
@@ -136,8 +136,8 @@ Time LineTimes::OfStreamed(int month, int day) {
     if (IsClockSet(file.before)) {
       nearest.OfferYears(month, day, file.before, limit);
     }
-    if (IsClockSet(file.behind)) {
-      nearest.OfferYears(month, day, file.behind, limit);
+    if (IsClockSet(file.after)) {
+      nearest.OfferYears(month, day, file.after, limit);
     }
   } else if (nearest.best != kNoTime && file.started != kNoTime && nearest.best + kMonth < file.started) {
     // Months before the file was begun. It was silent for half a year where it was written to as late as that.

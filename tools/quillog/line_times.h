@@ -17,7 +17,7 @@ class LineTimes {
   struct FileTimes {
     Time started = kNoTime;  ///< in its name
     Time before = kNoTime;   ///< the nearest file before it whose clock was set, or the same
-    Time behind = kNoTime;   ///< the nearest such file behind it, or the last change of the file
+    Time after = kNoTime;    ///< the nearest such file behind it, or the last change of the file
   };
 
   /// True when `text` begins as a streamed line or a polled row does.

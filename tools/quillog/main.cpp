@@ -50,7 +50,7 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::Hold(output);
+    OutputFiles::Open(output);
     Query query;
     if (!SetQuery(options, output, report, &query)) {
       return kNothing;

@@ -40,8 +40,8 @@ std::string AtByte(uint64_t offset) {
 
 }  // namespace
 
-MemberReader::MemberReader(int file, TextSink& taker, bool settles)
-    : FileReader(file, taker), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
+MemberReader::MemberReader(int file, TextSink& textSink, bool settles)
+    : FileReader(file, textSink), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
   // Without memory every member is a contradiction, which is reported.
   inflateInit2(&stream, LogFormat::kGzipWindowBits);
   sink.OnStart();
@@ -142,11 +142,11 @@ bool MemberReader::Settled() {
 /// True, once for a position: what is broken there may have been read while its writer stored it, before it went on to
 /// the member behind it. Look again.
 bool MemberReader::MayBeWholeByNow() {
-  if (!maySettle || lookedAgainAt == position || looksLeft == 0) {
+  if (!maySettle || rereadAt == position || rereadsLeft == 0) {
     return false;
   }
-  lookedAgainAt = position;
-  --looksLeft;
+  rereadAt = position;
+  --rereadsLeft;
   window.Forget();
   return true;
 }

@@ -19,7 +19,7 @@
 /// of it is taken for one.
 class MemberReader : public FileReader {
  public:
-  MemberReader(int file, TextSink& taker, bool settles);
+  MemberReader(int file, TextSink& textSink, bool settles);
   ~MemberReader() override;
 
   void Read(bool growing) override;
@@ -47,8 +47,8 @@ class MemberReader : public FileReader {
   const char* fault = "";  ///< why Decode() found a contradiction
   uint64_t position = 0;   ///< of the next byte that was not handed on
   int triesLeft = 5;
-  uint64_t lookedAgainAt = UINT64_MAX;
-  int looksLeft = 1000;  ///< a file of junk is not read again and again
+  uint64_t rereadAt = UINT64_MAX;
+  int rereadsLeft = 1000;  ///< a file of junk is not read again and again
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_

@@ -62,7 +62,7 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
 }
 
 /// What a look at a directory tells of one output.
-struct Seen {
+struct OutputEntries {
   std::vector<std::string> indexed;  ///< paths
   std::set<std::string> factory;     ///< paths with a suffix of factory mode
 };
@@ -70,7 +70,7 @@ struct Seen {
 /// What a look at a directory tells, by the names of outputs.
 struct Directory {
   std::string prefix;  ///< of paths, with the last "/"
-  std::map<std::string, Seen> outputs;
+  std::map<std::string, OutputEntries> outputs;
   std::set<std::string> others;  ///< names of regular files that tell of no output
 };
 
@@ -83,7 +83,7 @@ bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) 
 }
 
 /// False: it cannot be read (errno).
-bool Look(Directory& directory) {
+bool ReadDirectory(Directory& directory) {
   DIR* stream = opendir(directory.prefix.c_str());
   if (stream == nullptr) {
     return false;
@@ -134,15 +134,15 @@ void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   }
 }
 
-std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
+std::vector<LogFile> FactoryFiles(const std::string& output, const OutputEntries& entries) {
   std::vector<LogFile> files;
-  for (int number = seen.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
+  for (int number = entries.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
     const std::string path = output + "-" + std::to_string(number) + kArchiveSuffix;
-    if (seen.factory.count(path) > 0) {
+    if (entries.factory.count(path) > 0) {
       files.push_back(Describe(path, LogFile::Kind::kArchive));
     }
   }
-  if (!seen.factory.empty()) {
+  if (!entries.factory.empty()) {
     // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
     AddPacking(output, files);
     AddRotated(output + ".", files);
@@ -151,8 +151,8 @@ std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
-std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
-  std::vector<std::string> paths = seen.indexed;
+std::vector<LogFile> MappedFiles(const std::string& output, const OutputEntries& entries) {
+  std::vector<std::string> paths = entries.indexed;
   std::sort(paths.begin(), paths.end(), IndexedFiles::sort_by_early_time);
   IndexedFiles(output).adjustFileVecOrder(paths);
   std::vector<LogFile> files;
@@ -182,9 +182,9 @@ void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
 }
 
-void SetFiles(Output& output, const Seen& seen) {
-  std::vector<LogFile> mapped = MappedFiles(output.path, seen);
-  std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+void SetFiles(Output& output, const OutputEntries& entries) {
+  std::vector<LogFile> mapped = MappedFiles(output.path, entries);
+  std::vector<LogFile> factory = FactoryFiles(output.path, entries);
   if (!mapped.empty()) {
     DropCopiedLinks(output.path, factory);
   }
@@ -211,7 +211,7 @@ bool LooksLikeText(const std::string& path) {
 }
 
 /// Mapped files keep their names, and there may be more of them than descriptors.
-void HoldOpen(LogFile& file) {
+void KeepOpen(LogFile& file) {
   if (file.kind == LogFile::Kind::kMapped) {
     return;
   }
@@ -247,17 +247,17 @@ void OutputFiles::List(Output& output) {
     return;
   }
   Directory directory{output.path.substr(0, output.path.rfind('/') + 1), {}, {}};
-  Look(directory);
+  ReadDirectory(directory);
   SetFiles(output, directory.outputs[output.path.substr(directory.prefix.size())]);
 }
 
-void OutputFiles::Hold(Output& output) {
+void OutputFiles::Open(Output& output) {
   constexpr int kMostTries = 20;
   for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
     bool isRenamed = false;
     for (LogFile& file : output.files) {
       isRenamed |= file.kind != LogFile::Kind::kMapped;
-      HoldOpen(file);
+      KeepOpen(file);
     }
     if (!isRenamed) {
       return;
@@ -277,7 +277,7 @@ void OutputFiles::Hold(Output& output) {
 
 bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   Directory directory{EndsWith(path, "/") || path == "/" ? path : path + "/", {}, {}};
-  if (!Look(directory)) {
+  if (!ReadDirectory(directory)) {
     return false;
   }
   const bool isGuess = directory.outputs.empty();
@@ -288,9 +288,9 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
       }
     }
   }
-  for (const auto& [name, seen] : directory.outputs) {
+  for (const auto& [name, entries] : directory.outputs) {
     Output output{directory.prefix + name, {}, false, isGuess};
-    SetFiles(output, seen);
+    SetFiles(output, entries);
     if (!output.files.empty()) {
       outputs->push_back(output);
     }

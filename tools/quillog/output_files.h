@@ -22,7 +22,7 @@ void List(Output& output);
 
 /// Opens the files that a rotation renames, and lists afresh where it did meanwhile, so that what is read is what was
 /// listed: every line once.
-void Hold(Output& output);
+void Open(Output& output);
 
 /// Lists the outputs that have files in the directory at `path`, in order of name. False: it cannot be read (errno).
 bool Find(const std::string& path, std::vector<Output>* outputs);

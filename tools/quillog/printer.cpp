@@ -148,7 +148,7 @@ class CsvPrinter : public Printer {
  public:
   explicit CsvPrinter(TextOutput& to) : output(to) {}
 
-  bool TakesRowsOnly() const override { return true; }
+  bool PrintsRowsOnly() const override { return true; }
 
   void Print(const Line& line) override {
     const bool isPolled = line.hasOwnTime && line.text[4] == '-';
@@ -208,7 +208,7 @@ class CsvPrinter : public Printer {
     std::vector<Column> names = SplitColumns(*line.title, 0);
     if (isPolled && !names.empty() && names[0].start < kPolledTime) {
       names.erase(names.begin());
-    } else if (line.isBehindTime && names.size() > 1 && line.size < line.title->size()) {
+    } else if (line.followsTimeLine && names.size() > 1 && line.size < line.title->size()) {
       // The time was a line of its own: the values begin where the row does, and the row is shorter than the title.
       names.erase(names.begin());
       const size_t shift = names[0].start;

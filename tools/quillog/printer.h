@@ -20,7 +20,7 @@ class Printer {
   /// True when whole blocks of text may go to the output as they are.
   virtual bool IsPlain() const { return false; }
   /// True when only polled rows and streamed lines are wanted, not the titles between them.
-  virtual bool TakesRowsOnly() const { return false; }
+  virtual bool PrintsRowsOnly() const { return false; }
 
   /// Ends with a word on what could not be printed, if anything; empty otherwise.
   virtual std::string Complaint() const { return {}; }

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr useconds_t kLookPause = 20000;  // microseconds
+constexpr useconds_t kRetryPause = 20000;  // microseconds
 constexpr char kDefault[] = "/data/log";
 
 bool IsDirectory(const std::string& path) {
@@ -97,7 +97,7 @@ void Selection::DropRepeated() {
               found.end());
 }
 
-bool Selection::AddPath(const std::string& path, int looks) {
+bool Selection::AddPath(const std::string& path, int tries) {
   if (path.empty()) {
     return Missing("\"\"", "no path");
   }
@@ -123,10 +123,10 @@ bool Selection::AddPath(const std::string& path, int looks) {
     singles.push_back(OutputFiles::Single(target));
     return true;
   }
-  if (!exists && error == ENOENT && looks > 1) {
+  if (!exists && error == ENOENT && tries > 1) {
     // A rotation renames its files: what is nowhere now may be there in a moment.
-    usleep(kLookPause);
-    return AddPath(path, looks - 1);
+    usleep(kRetryPause);
+    return AddPath(path, tries - 1);
   }
   if (!exists) {
     return Missing(path, error == ENOENT ? "no log there" : strerror(error));

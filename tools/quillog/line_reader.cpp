@@ -1,4 +1,4 @@
-#include "quillog/session.h"
+#include "quillog/line_reader.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -29,21 +29,21 @@ LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place
   constexpr size_t kFarthest = 100;
   LineTimes::FileTimes times;
   times.started = files[place].started;
-  times.behind = files[place].modified;
+  times.after = files[place].modified;
   for (size_t i = place; i > 0 && place - i < kFarthest && times.before == kNoTime; --i) {
     times.before = SetTimeOf(files[i - 1]);
   }
-  const bool isPlain = files[place].started == kNoTime && TimeText::IsClockSet(times.behind);
+  const bool isPlain = files[place].started == kNoTime && TimeText::IsClockSet(times.after);
   for (size_t i = place + 1; !isPlain && i < files.size() && i - place < kFarthest; ++i) {
     if (const Time time = SetTimeOf(files[i]); time != kNoTime) {
-      times.behind = time;
+      times.after = time;
       break;
     }
   }
   return times;
 }
 
-std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, size_t place) {
+std::unique_ptr<FileReader> LineReader::Open(const std::vector<LogFile>& files, size_t place) {
   const LogFile& file = files[place];
   fileName = file.Name();
   times.StartFile(TimesAround(files, place));
@@ -58,7 +58,7 @@ std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, siz
   return reader;
 }
 
-void Session::Finish(const LogFile& file, const FileReader& reader) {
+void LineReader::Finish(const LogFile& file, const FileReader& reader) {
   const bool writerDied = !file.newest && reader.Summary().state == FileState::kZeroTail;
   const size_t dropped = assembler.Finish(!writerDied);
   if (dropped > 0) {
@@ -67,7 +67,7 @@ void Session::Finish(const LogFile& file, const FileReader& reader) {
   }
 }
 
-void Session::ReadFile(const std::vector<LogFile>& files, size_t place) {
+void LineReader::ReadFile(const std::vector<LogFile>& files, size_t place) {
   const std::unique_ptr<FileReader> reader = Open(files, place);
   if (reader != nullptr) {
     reader->Read(false);
@@ -75,12 +75,12 @@ void Session::ReadFile(const std::vector<LogFile>& files, size_t place) {
   }
 }
 
-void Session::OnLines(const char* text, size_t size, bool verified) {
+void LineReader::OnLines(const char* text, size_t size, bool verified) {
   if (options.verifiedOnly && !verified) {
     return;
   }
   if (options.blocks) {
-    taker.block(text, size);
+    callbacks.block(text, size);
     return;
   }
   Line line;
@@ -96,18 +96,18 @@ void Session::OnLines(const char* text, size_t size, bool verified) {
   }
 }
 
-void Session::HandOn(Line& line) {
+void LineReader::HandOn(Line& line) {
   line.time = times.Next(line.text, line.size, &line.hasOwnTime);
   if (options.tellsTitles) {
     NoteTitle(line);
   }
-  taker.line(line);
+  callbacks.line(line);
 }
 
 /// A title is the line behind an empty one. It has no time of its own, while rows have; where they have none it is
 /// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed. The line feed of an
 /// empty line may have ended a row that its writer left unfinished, hence the same title is one anywhere.
-void Session::NoteTitle(Line& line) {
+void LineReader::NoteTitle(Line& line) {
   ++lineNumber;
   const bool isEmpty = line.size == 0 || (line.size == 1 && line.text[0] == '\r');
   const bool isTime = line.hasOwnTime && line.text[0] == 'c';
@@ -119,7 +119,7 @@ void Session::NoteTitle(Line& line) {
   }
   line.isRow = !isEmpty && !isTime && !isTitle;
   line.title = title;
-  line.isBehindTime = afterTimeLine;
+  line.followsTimeLine = afterTimeLine;
   rowsTellTime |= line.isRow && line.hasOwnTime;
   afterEmptyLine = isEmpty;
   afterTimeLine = isTime;

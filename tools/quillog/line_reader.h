@@ -1,5 +1,5 @@
-#ifndef QUILCAT_TOOLS_QUILLOG_SESSION_H_
-#define QUILCAT_TOOLS_QUILLOG_SESSION_H_
+#ifndef QUILCAT_TOOLS_QUILLOG_LINE_READER_H_
+#define QUILCAT_TOOLS_QUILLOG_LINE_READER_H_
 
 #include <deque>
 #include <functional>
@@ -33,28 +33,28 @@ class Report {
 };
 
 /// Reads files line by line, with the time of each line, and hands on the lines that are wanted.
-class Session : private LineSink {
+class LineReader : private LineSink {
  public:
   struct Options {
     bool verifiedOnly = false;
     bool tellsTitles = false;  ///< finds the title above polled rows
     bool blocks = false;       ///< whole blocks will do: nothing is asked about single lines
   };
-  struct Taker {
+  struct Callbacks {
     std::function<void(const Line&)> line;
     std::function<void(const char*, size_t)> block;  ///< used with Options::blocks
   };
 
-  Session(const Options& how, Taker to, Report& reported)
+  LineReader(const Options& how, Callbacks called, Report& reported)
       : options(how),
-        taker(std::move(to)),
+        callbacks(std::move(called)),
         report(reported),
         assembler(*this, [this](uint64_t offset, const std::string& what) {
           report.Say(fileName, "byte " + std::to_string(offset) + ": " + what, true);
         }) {}
 
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
 
   /// Opens the file of that place in the list; its text comes with each Read(). Null: it cannot be opened, which is
   /// reported.
@@ -70,7 +70,7 @@ class Session : private LineSink {
   void NoteTitle(Line& line);
 
   const Options options;
-  const Taker taker;
+  const Callbacks callbacks;
   Report& report;
   LineAssembler assembler;
   LineTimes times;
@@ -85,4 +85,4 @@ class Session : private LineSink {
 /// The times around the file of that place.
 LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place);
 
-#endif  // QUILCAT_TOOLS_QUILLOG_SESSION_H_
+#endif  // QUILCAT_TOOLS_QUILLOG_LINE_READER_H_
