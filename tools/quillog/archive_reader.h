@@ -21,8 +21,8 @@ class ArchiveReader : public FileReader {
   /// Reads everything the first time, nothing at a second.
   void Read(bool growing) override;
 
-  /// Leaves out the oldest files, up to and with the last that has this size and CRC-32: what was read as plain files
-  /// before they were packed. True: there is one.
+  /// Leaves out the oldest files, up to and including the last that has this size and CRC-32: they were read as plain
+  /// files before they were packed. True: there is one.
   bool SkipUpTo(uint64_t size, unsigned long checksum);
 
  private:

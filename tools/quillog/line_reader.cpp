@@ -9,7 +9,7 @@ void Report::Say(const std::string& file, const std::string& text, bool isDamage
   if (quiet) {
     return;
   }
-  // What was read before goes first where both end up in one place.
+  // Where both streams go to one place, the text read so far comes first.
   output.Flush();
   output.HideProgress();
   fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
@@ -17,7 +17,8 @@ void Report::Say(const std::string& file, const std::string& text, bool isDamage
 
 namespace {
 
-/// When the file was begun, or else changed last; kNoTime when the clock was not set then, or tar has unpacked it.
+/// When the file was begun or, where its name does not say, last changed. kNoTime when the clock was not set then, as
+/// with a file that tar has unpacked.
 Time SetTimeOf(const LogFile& file) {
   const Time time = file.started != kNoTime ? file.started : file.modified;
   return TimeText::IsClockSet(time) ? time : kNoTime;
@@ -51,7 +52,7 @@ std::unique_ptr<FileReader> LineReader::Open(const std::vector<LogFile>& files, 
   std::string error;
   std::unique_ptr<FileReader> reader = FileReader::Open(file, assembler, &error);
   if (reader == nullptr) {
-    // A file that was there a moment ago went for its age.
+    // A file that was there a moment ago was deleted for its age.
     const bool isGone = file.inode != 0 && access(file.path.c_str(), F_OK) != 0;
     report.Say(file.path, isGone ? "deleted meanwhile" : error, !isGone);
   }
@@ -104,9 +105,9 @@ void LineReader::HandOn(Line& line) {
   callbacks.line(line);
 }
 
-/// A title is the line behind an empty one. It has no time of its own, while rows have; where they have none it is
-/// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed. The line feed of an
-/// empty line may have ended a row that its writer left unfinished, hence the same title is one anywhere.
+/// A title is the line after an empty one, without a time of its own. Where rows have no time either, it is found only
+/// at the beginning of a file, since elsewhere an empty line may be a row whose nodes all failed. A title seen before
+/// is one anywhere: the line feed of the empty line above it may have ended a row that its writer left unfinished.
 void LineReader::NoteTitle(Line& line) {
   ++lineNumber;
   const bool isEmpty = line.size == 0 || (line.size == 1 && line.text[0] == '\r');

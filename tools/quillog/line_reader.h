@@ -18,12 +18,12 @@
 class Report {
  public:
   explicit Report(TextOutput& to) : output(to) {}
-  /// "quillog: FILE: TEXT"; counts as damage unless it only is a remark.
+  /// "quillog: FILE: TEXT". With `isDamage` it counts as a damage, without it is only a remark.
   void Say(const std::string& file, const std::string& text, bool isDamage);
-  /// Damages are counted, and not named, until it is called with false: what looks at a file before it is read.
+  /// Until it is called with false, damages are counted but not named: for a look at a file before it is read.
   void SetQuiet(bool isQuiet) { quiet = isQuiet; }
   size_t damages() const { return count; }
-  /// What was counted since then counts no longer: it will be found again.
+  /// Sets the count back to `before`: what was counted since will be found again.
   void Forget(size_t before) { count = before; }
 
  private:
@@ -38,7 +38,7 @@ class LineReader : private LineSink {
   struct Options {
     bool verifiedOnly = false;
     bool tellsTitles = false;  ///< finds the title above polled rows
-    bool blocks = false;       ///< whole blocks will do: nothing is asked about single lines
+    bool blocks = false;       ///< hands on whole blocks: nobody asks about single lines
   };
   struct Callbacks {
     std::function<void(const Line&)> line;
@@ -56,12 +56,12 @@ class LineReader : private LineSink {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  /// Opens the file of that place in the list; its text comes with each Read(). Null: it cannot be opened, which is
+  /// Opens the file at that place in the list; each Read() of it hands on lines. Null: it cannot be opened, which is
   /// reported.
   std::unique_ptr<FileReader> Open(const std::vector<LogFile>& files, size_t place);
-  /// The file's end: an unfinished line is handed on, or left out when its writer died and others follow.
+  /// Ends the file: an unfinished line is handed on, or left out when its writer died and other files follow.
   void Finish(const LogFile& file, const FileReader& reader);
-  /// Both, for a file that is read once.
+  /// Open(), Read() and Finish(), for a file that is read once.
   void ReadFile(const std::vector<LogFile>& files, size_t place);
 
  private:

@@ -66,7 +66,7 @@ Time Distance(Time a, Time b) {
   return a > b ? a - b : b - a;
 }
 
-/// Whether a time is known from lines and names to be near, and how far `time` is from it.
+/// The time offered that is nearest to a time known from lines and names.
 struct Nearest {
   Time best = kNoTime;
   Time distance = 0;
@@ -131,7 +131,7 @@ Time LineTimes::OfStreamed(int month, int day) {
   if (reference != kNoTime) {
     nearest.OfferYears(month, day, reference, INT64_MAX);
   }
-  // A clock that was not set jumps; one that was goes on.
+  // A clock that was not set jumps; one that was set runs on.
   if (!IsClockSet(reference)) {
     if (IsClockSet(file.before)) {
       nearest.OfferYears(month, day, file.before, limit);
@@ -140,7 +140,7 @@ Time LineTimes::OfStreamed(int month, int day) {
       nearest.OfferYears(month, day, file.after, limit);
     }
   } else if (nearest.best != kNoTime && file.started != kNoTime && nearest.best + kMonth < file.started) {
-    // Months before the file was begun. It was silent for half a year where it was written to as late as that.
+    // This is months before the file was begun. If the file was still written to a year later, the line is from then.
     const Time later = FromDate(YearOf(nearest.best) + 1, month, day);
     nearest.best = later != kNoTime && later <= limit ? later : nearest.best;
   }

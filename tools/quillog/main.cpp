@@ -103,7 +103,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader that goes away shows in the write.
+  // A reader that has gone away is noticed by the write that fails.
   signal(SIGPIPE, SIG_IGN);
   Options options;
   if (!ParseOptions(argc, argv, &options)) {

@@ -18,7 +18,7 @@ constexpr size_t kMostBytes = LogFormat::kBlockArea + 4096;
 /// One byte more than a writer's member holds shows that it holds more.
 constexpr size_t kTextRoom = LogFormat::kBlockArea + 1;
 
-/// In a broken member so many zeros are taken for bytes that were never written. Deflated text has as many only where
+/// So many zeros in a broken member are taken for bytes that were never written. Deflated text holds so many only where
 /// one character fills kilobytes; then less is rescued, but nothing is made up.
 constexpr size_t kHole = 16;
 
@@ -128,7 +128,7 @@ MemberReader::Outcome MemberReader::Decode(const uint8_t* bytes, size_t size) {
   return Outcome::kContradiction;
 }
 
-/// False: the writer may be copying its last member this moment, look again.
+/// False: the writer may be copying its last member at this moment. Read again.
 bool MemberReader::Settled() {
   if (!maySettle || triesLeft == 0) {
     return true;
@@ -139,8 +139,8 @@ bool MemberReader::Settled() {
   return false;
 }
 
-/// True, once for a position: what is broken there may have been read while its writer stored it, before it went on to
-/// the member behind it. Look again.
+/// True, once for each position: the broken bytes there may have been read while the writer stored them, before it went
+/// on to the next member. Read them again.
 bool MemberReader::MayBeWholeByNow() {
   if (!maySettle || rereadAt == position || rereadsLeft == 0) {
     return false;
@@ -163,7 +163,7 @@ void MemberReader::Salvage(uint64_t next) {
     outcome = Outcome::kContradiction;
   }
   ReportBroken(outcome, real, next);
-  // Up to the last complete line: the piece behind it is dropped at the gap.
+  // Up to the last complete line: the piece after it is dropped at the gap.
   if (outcome == Outcome::kCutShort) {
     sink.OnText(reinterpret_cast<const char*>(text.get()), textSize, false);
     summary.textBytes += textSize;
@@ -171,7 +171,7 @@ void MemberReader::Salvage(uint64_t next) {
   sink.OnGap();
 }
 
-/// Where the bytes of the member at the position end that were written, at most at `end`.
+/// Where the written bytes of the member at the position end, at most `end`.
 uint64_t MemberReader::EndOfRealBytes(uint64_t end) {
   size_t available = 0;
   const uint8_t* bytes = window.At(position, kMostBytes + kHole, &available);

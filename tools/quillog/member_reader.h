@@ -8,12 +8,12 @@
 #include "quillog/byte_window.h"
 #include "quillog/file_reader.h"
 
-/// Reads a compressed mapped log file: gzip members (RFC 1952), zeros behind them while the file is open.
+/// Reads a compressed mapped log file: gzip members (RFC 1952), followed by zeros while the file is open.
 ///
-/// A member's text is handed on as a whole, once its checksum and length are right. Behind anything else reading goes
-/// on at the next header. Of a member that was broken off its bytes are decoded up to where they end: at zeros or at
-/// the end of the file. A member that contradicts itself gives nothing: where its bytes stopped being the writer's is
-/// not to be known, so no line of it can be told from one that never was.
+/// A member's text is handed on as a whole once its checksum and length are found to be right. After anything else
+/// reading continues at the next header. A member that was broken off is decoded up to the end of its bytes: zeros or
+/// the end of the file. A member that contradicts itself gives nothing: nobody knows where its bytes stopped being the
+/// writer's, so none of its lines can be told from one that was never written.
 ///
 /// A header is ten bytes, five of them zeros, which text never holds: neither text nor a stored block
 /// of it is taken for one.

@@ -61,17 +61,17 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
   return file;
 }
 
-/// What a look at a directory tells of one output.
+/// What a directory holds of one output.
 struct OutputEntries {
   std::vector<std::string> indexed;  ///< paths
   std::set<std::string> factory;     ///< paths with a suffix of factory mode
 };
 
-/// What a look at a directory tells, by the names of outputs.
+/// What a directory holds, by the names of outputs.
 struct Directory {
   std::string prefix;  ///< of paths, with the last "/"
   std::map<std::string, OutputEntries> outputs;
-  std::set<std::string> others;  ///< names of regular files that tell of no output
+  std::set<std::string> others;  ///< names of regular files that are not known to belong to an output
 };
 
 bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) {
@@ -120,8 +120,8 @@ void AddRotated(const std::string& prefix, std::vector<LogFile>& files) {
   }
 }
 
-/// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
-/// that the files do, and an archive that is perhaps not whole only where they are gone.
+/// Adds what is in the directory in which a rotation packs five files: an archive that has its final name; before that
+/// the files; and where these are gone, an archive that is perhaps not whole.
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   const std::string directory = output + kPackingSuffix + "/";
   const size_t before = files.size();
@@ -143,7 +143,7 @@ std::vector<LogFile> FactoryFiles(const std::string& output, const OutputEntries
     }
   }
   if (!entries.factory.empty()) {
-    // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
+    // The oldest files are moved there first, and stay while they cannot be packed: what is still outside is newer.
     AddPacking(output, files);
     AddRotated(output + ".", files);
   }
@@ -162,7 +162,7 @@ std::vector<LogFile> MappedFiles(const std::string& output, const OutputEntries&
   return files;
 }
 
-/// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
+/// True for a file that holds nothing, gzip members, or the zeros of a mapped file that has got no text yet.
 bool IsBlankOrMembers(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   char first = 'x';
@@ -173,8 +173,8 @@ bool IsBlankOrMembers(const std::string& path) {
   return size == 0 || (size == 1 && (first == 0 || first == '\x1f'));
 }
 
-/// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
-/// text once more.
+/// Takes out the copies that a tool which follows links, such as "adb pull", made of two of the mapped files: they hold
+/// the same text once more.
 void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   const auto isCopy = [&](const LogFile& file) {
     return (file.path == output || file.path == output + ".1") && IsBlankOrMembers(file.path);
@@ -199,7 +199,7 @@ void SetFiles(Output& output, const OutputEntries& entries) {
   }
 }
 
-/// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
+/// True when the file begins like text. Nothing else tells a live file that has not been rotated yet.
 bool LooksLikeText(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   char bytes[256];

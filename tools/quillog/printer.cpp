@@ -33,7 +33,7 @@ class TextPrinter : public Printer {
   bool IsPlain() const override { return !color; }
 
   void Print(const Line& line) override {
-    // Emergency to critical, error, warning, notice; what informs stands plain, what debugs steps back.
+    // Emergency to critical, error, warning, notice; information is plain, debugging is dim.
     static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
     const int level = color ? LevelOf(line) : -1;
     const char* const code = level >= 0 ? kColors[level] : nullptr;
@@ -170,7 +170,7 @@ class CsvPrinter : public Printer {
     rowsBearTime |= isPolled;
     const std::vector<Column> names = NamesAbove(line, isPolled);
     std::vector<std::string> values;
-    // Where rows bear the time, a line without is the rest of a value of several lines.
+    // Where rows have a time, a line without one is the rest of a value of several lines.
     if (rowsBearTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
       ++misfits;
       return;
@@ -203,7 +203,7 @@ class CsvPrinter : public Printer {
     }
   }
 
-  /// The names that stand above values: all but the first, where that one stands above the time.
+  /// The names above values: all but the first where that one is above the time.
   static std::vector<Column> NamesAbove(const Line& line, bool isPolled) {
     std::vector<Column> names = SplitColumns(*line.title, 0);
     if (isPolled && !names.empty() && names[0].start < kPolledTime) {
@@ -239,7 +239,7 @@ class CsvPrinter : public Printer {
   /// "Not charging" does, or be missing. False: the row is none of this kind, or a value was wider than its column.
   static bool AssignByPlace(const std::vector<Column>& columns, const std::vector<Column>& names,
                             std::vector<std::string>* values) {
-    size_t next = 0;  // the name behind that of the value
+    size_t next = 0;  // the name after that of the value
     size_t end = 0;   // of the value so far
     for (const Column& column : columns) {
       const bool goesOn = next > 0 && column.start == end + 1;

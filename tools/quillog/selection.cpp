@@ -28,7 +28,7 @@ std::string WithDirectory(const std::string& path) {
   return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
-/// The file that a link of a directory that was pulled from elsewhere meant: it stands beside it. Empty: none.
+/// The file that a link in a directory pulled from elsewhere was made for, if it lies beside the link. Empty: none.
 std::string TargetBeside(const std::string& path) {
   char target[PATH_MAX];
   const ssize_t length = readlink(path.c_str(), target, sizeof target);
@@ -164,7 +164,7 @@ bool Selection::AddFound(const std::string& path, const std::vector<Output>& out
   return !outputs.empty() || Missing(path, "no log there");
 }
 
-/// The outputs in the directories that stand in the one at `path`.
+/// The outputs in the subdirectories of the directory at `path`.
 std::vector<Output> Selection::InDirectories(const std::string& path) {
   std::vector<std::string> directories;
   DIR* stream = opendir(path.c_str());

@@ -14,7 +14,7 @@ class TextSink {
   /// The text that follows is the beginning of a file, and so of a line.
   virtual void OnStart() = 0;
 
-  /// `size` bytes of text that follow right behind what came before; the caller's until the call returns. `verified`:
+  /// The next `size` bytes of text, right after those before; the caller's until the call returns. `verified`:
   /// their checksum was right, or the format has none.
   virtual void OnText(const char* text, size_t size, bool verified) = 0;
 

@@ -153,8 +153,8 @@ void TextView::Follow() {
   }
 }
 
-/// The places of files that came behind the one that is being read. That one is open, so that its number in the file
-/// system is no other's meanwhile.
+/// The places of files that came after the one that is being read. That one is open, so no other file can have its
+/// inode number meanwhile.
 std::vector<size_t> TextView::NewFiles() {
   const std::vector<LogFile>& files = output.files;
   size_t first = files.size();

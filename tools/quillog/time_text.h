@@ -32,10 +32,10 @@ inline bool IsClockSet(Time time) {
 Time Now();
 Time FromSeconds(int64_t unixSeconds);
 
-/// "2026-11-22T21:04:05", with ".042" behind it where `milliseconds`.
+/// "2026-11-22T21:04:05", followed by ".042" with `milliseconds`.
 std::string Iso(Time time, bool milliseconds);
 
-/// "20240131-235959", as in the name of a file; kNoTime for anything else.
+/// "20240131-235959", the form used in file names; kNoTime for anything else.
 Time FromStamp(const std::string& stamp);
 
 /// "30s", "5m", "1h", "2d": milliseconds. False: none of these.
