@@ -35,7 +35,7 @@ std::string OwnerAndMode(const std::string& path);
 int Rounds(int usual);
 /// True in the builds under sanitizers, which need a real /proc, descriptors and memory of their own.
 bool Sanitized();
-/// Of all programs that have ended: what tells how much they had to do, however busy the machine is.
+/// Of all programs that have ended. Other load on the machine hardly changes it, unlike the time that passes.
 double CpuSecondsOfPrograms();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
@@ -45,7 +45,7 @@ std::string Noise(size_t size, size_t seed);
 /// What a call writes to standard error.
 std::string StandardErrorOf(const std::function<void()>& call);
 
-/// The text of a mapped log file: its complete gzip members, up to what is none.
+/// The text of a mapped log file: its complete gzip members, up to the first bytes that are not one.
 struct Decoded {
   std::string text;
   int members = 0;

@@ -16,8 +16,8 @@ class LineTimes {
   /// Times around a file. Each may be kNoTime.
   struct FileTimes {
     Time started = kNoTime;  ///< in its name
-    Time before = kNoTime;   ///< the nearest file before it whose clock was set, or the same
-    Time after = kNoTime;    ///< the nearest such file after it, or the last change of the file
+    Time before = kNoTime;   ///< when the nearest file before it with a set clock was begun or last changed
+    Time after = kNoTime;    ///< the same of the nearest file after it, or the last change of the file itself
   };
 
   /// True when `text` begins like a streamed line or a polled row.

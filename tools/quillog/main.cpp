@@ -70,7 +70,7 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   return kAllRead;
 }
 
-/// Several outputs where the text of one is asked for.
+/// Names the outputs, where the text of one only is asked for.
 int NameOutputs(const std::vector<Output>& outputs) {
   fprintf(stderr, "quillog: several outputs, name one:\n");
   for (const Output& output : outputs) {

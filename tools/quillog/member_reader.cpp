@@ -12,7 +12,8 @@ namespace {
 /// What each member of a writer begins with.
 constexpr uint8_t kHeader[] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 2, 3};
 
-/// No member is longer: the writer splits a block whose compressed form is longer than its area. Some room for others.
+/// No member is longer: the writer splits a block whose compressed form is longer than its area. Some room is added for
+/// other writers.
 constexpr size_t kMostBytes = LogFormat::kBlockArea + 4096;
 
 /// One byte more than a writer's member holds shows that it holds more.
@@ -22,7 +23,7 @@ constexpr size_t kTextRoom = LogFormat::kBlockArea + 1;
 /// one character fills kilobytes; then less is rescued, but nothing is made up.
 constexpr size_t kHole = 16;
 
-/// The first `kHole` zeros, or zeros up to the end where that is the file's; `size` when there are none.
+/// The offset of the first `kHole` zeros or, at the file's end, of the zeros up to it; `size` when there are none.
 size_t FindHole(const uint8_t* bytes, size_t size, bool atFileEnd) {
   size_t zeros = 0;
   for (size_t i = 0; i < size; ++i) {

@@ -15,8 +15,8 @@
 /// the end of the file. A member that contradicts itself gives nothing: nobody knows where its bytes stopped being the
 /// writer's, so none of its lines can be told from one that was never written.
 ///
-/// A header is ten bytes, five of them zeros, which text never holds: neither text nor a stored block
-/// of it is taken for one.
+/// Five of the ten bytes of a header are zeros, which text never holds: neither text nor a stored block of it is taken
+/// for a header.
 class MemberReader : public FileReader {
  public:
   MemberReader(int file, TextSink& textSink, bool settles);

@@ -91,7 +91,7 @@ bool ParseColor(const char* when, bool* colored) {
   return when == nullptr || strcmp(when, "auto") == 0 || strcmp(when, "always") == 0 || strcmp(when, "never") == 0;
 }
 
-/// One option. False: wrong.
+/// Stores one option. False: it is wrong, which has been said.
 bool ParseOption(int letter, const char* argument, Options* options) {
   switch (letter) {
     case 'S':

@@ -78,7 +78,7 @@ bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) 
   if (entry.d_type != DT_UNKNOWN) {
     return entry.d_type == type;
   }
-  struct stat status = {};  // a file system that does not know
+  struct stat status = {};  // the file system does not tell
   return lstat(path.c_str(), &status) == 0 && IFTODT(status.st_mode) == type;
 }
 

@@ -165,13 +165,13 @@ class CsvPrinter : public Printer {
     }
     if (line.title != title) {
       title = line.title;
-      rowsBearTime = false;
+      rowsHaveTime = false;
     }
-    rowsBearTime |= isPolled;
+    rowsHaveTime |= isPolled;
     const std::vector<Column> names = NamesAbove(line, isPolled);
     std::vector<std::string> values;
     // Where rows have a time, a line without one is the rest of a value of several lines.
-    if (rowsBearTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
+    if (rowsHaveTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
       ++misfits;
       return;
     }
@@ -235,8 +235,8 @@ class CsvPrinter : public Printer {
     return true;
   }
 
-  /// Where columns have widths, a value begins below its name and ends before the next name. It may hold blanks, as
-  /// "Not charging" does, or be missing. False: the row is none of this kind, or a value was wider than its column.
+  /// Where columns have widths, a value begins below its name and ends before the next name. It may hold blanks, such
+  /// as "Not charging", or be missing. False: the row is not of this kind, or a value was wider than its column.
   static bool AssignByPlace(const std::vector<Column>& columns, const std::vector<Column>& names,
                             std::vector<std::string>* values) {
     size_t next = 0;  // the name after that of the value
@@ -260,7 +260,7 @@ class CsvPrinter : public Printer {
   TextOutput& output;
   std::string header;
   std::shared_ptr<const std::string> title;
-  bool rowsBearTime = false;  ///< under that title
+  bool rowsHaveTime = false;  ///< under that title
   size_t misfits = 0;
 };
 

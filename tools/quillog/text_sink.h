@@ -6,7 +6,7 @@
 
 #include <string>
 
-/// Takes the text of one file after the other as its bytes give it: in pieces of any size, in order, no byte twice.
+/// Takes the text of one file after the other as it is decoded: in pieces of any size, in order, no byte twice.
 class TextSink {
  public:
   virtual ~TextSink() = default;

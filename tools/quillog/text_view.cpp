@@ -14,7 +14,7 @@ namespace {
 constexpr useconds_t kListInterval = 800000;
 constexpr useconds_t kFlushTime = 100000;
 
-/// What tells a file from another of the same name, and from the same under another name.
+/// Tells files of the same name apart; a plain file that a rotation renames keeps its key.
 std::string KeyOf(const LogFile& file) {
   const std::string name = file.kind == LogFile::Kind::kMapped ? file.path : "";
   return name + "|" + std::to_string(file.device) + "|" + std::to_string(file.inode);

@@ -23,7 +23,7 @@ constexpr Time kMonth = 30 * kDay;
 /// kNoTime for a day that the year does not have.
 Time FromDate(int year, int month, int day);
 int YearOf(Time time);
-/// A phone that lost its clock begins in 1970; no log is older than this program's kind of phone.
+/// A phone that lost its clock begins in 1970. True for a time from 2000 on, as in every log whose clock was set.
 inline bool IsClockSet(Time time) {
   return time != kNoTime && YearOf(time) >= 2000;
 }
