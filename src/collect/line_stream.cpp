@@ -2,7 +2,8 @@
 
 #include <string.h>
 
-#include "logfile/log_output.h"
+#include <algorithm>
+
 #include "platform/local_time.h"
 #include "safestr/safestr.h"
 #include "thread/interruptible.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr size_t kTextLength = LineStream::kTextSize - 1;
 constexpr size_t kNoteSize = 128;
+constexpr size_t kStampSize = 19;  // "11-22 20:17:29.042 "
 
 }  // namespace
 
@@ -32,13 +34,7 @@ size_t LineStream::FormattedLength(const char* text, int result) {
 }
 
 bool LineStream::Take(size_t size) {
-  output.beginRun();
-  const bool written = EmitLines(size);
-  int refused = output.endRun();
-  while (refused != 0 && Pause()) {
-    refused = output.offerAgain();
-  }
-  return written && refused == 0;
+  return EmitLines(size) && WriteRun();
 }
 
 bool LineStream::EmitLines(size_t size) {
@@ -51,7 +47,7 @@ bool LineStream::EmitLines(size_t size) {
   char* search = freeSpace();  // what was kept holds no line feed
   while (char* feed = static_cast<char*>(memchr(search, '\n', static_cast<size_t>(end - search)))) {
     *feed = '\0';
-    if (feed != line && !Emit(line)) {
+    if (feed != line && !Emit(line, static_cast<size_t>(feed - line))) {
       return false;
     }
     line = search = feed + 1;
@@ -59,7 +55,7 @@ bool LineStream::EmitLines(size_t size) {
   kept = static_cast<size_t>(end - line);
   if (kept == kTextLength) {
     kept = 0;
-    return Emit(line);
+    return Emit(line, kTextLength);
   }
   memmove(buffer, line, kept);
   return true;
@@ -70,18 +66,18 @@ void LineStream::NoteFailedRead(int error) {
   readError = error;
 }
 
-bool LineStream::Emit(const char* line) {
-  return EmitNotes() && WriteLine(line);
+bool LineStream::Emit(const char* line, size_t length) {
+  return EmitNotes() && AddLine(line, length);
 }
 
-/// Tells what may have cost text. The notes stand where the text would.
+/// Tells what may have cost text, in the place where the text would be.
 bool LineStream::EmitNotes() {
   char note[kNoteSize];
   if (failedReads != 0) {
     snprintf_s(note, sizeof note, sizeof note - 1, "quilcat: %u reads failed (%s), text may be missing here",
                failedReads, strerror(readError));
     failedReads = 0;
-    if (!WriteLine(note)) {
+    if (!AddLine(note, strlen(note))) {
       return false;
     }
   }
@@ -89,25 +85,34 @@ bool LineStream::EmitNotes() {
     snprintf_s(note, sizeof note, sizeof note - 1,
                "quilcat: nothing could be written for %u s, text may be missing here", pauses);
     pauses = 0;
-    return WriteLine(note);
+    return AddLine(note, strlen(note));
   }
   return true;
 }
 
-bool LineStream::WriteLine(const char* line) {
-  const int result = clock.Update() ? snprintf_s(text, kTextSize, kTextLength, "%s.%03ld %s\n", clock.text(),
-                                                 clock.milliseconds(), line)
-                                    : snprintf_s(text, kTextSize, kTextLength, "%s\n", line);
-  const size_t length = FormattedLength(text, result);
-  while (output.logcatWrite(text, length, true) != 0) {
-    // The file may go meanwhile: the next write is to look again.
-    output.endRun();
-    if (!Pause()) {
-      return false;
-    }
-    output.beginRun();
+/// Adds a line with its time to the run. One that is cut, and so has no line feed, ends the run.
+bool LineStream::AddLine(const char* line, size_t length) {
+  const size_t needed = std::min(length + kStampSize + 2, kTextSize);  // a line feed and the terminator
+  if (needed > sizeof run - runSize && !WriteRun()) {
+    return false;
   }
-  return true;
+  char* text = run + runSize;
+  const int result =
+      clock.Update() ? snprintf_s(text, needed, needed - 1, "%s.%03ld %s\n", clock.text(), clock.milliseconds(), line)
+                     : snprintf_s(text, needed, needed - 1, "%s\n", line);
+  runSize += FormattedLength(text, result);
+  return run[runSize - 1] == '\n' || WriteRun();
+}
+
+/// Hands the run to the output. False: it did not take all.
+bool LineStream::WriteRun() {
+  size_t done = output.writeLines(run, runSize);
+  while (done < runSize && Pause()) {
+    done += output.writeLines(run + done, runSize - done);
+  }
+  const bool written = done == runSize;
+  runSize = 0;
+  return written;
 }
 
 /// Waits for a second. False: there is to be no further try. A stop ends the wait and has one more follow: the room

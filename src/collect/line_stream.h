@@ -5,7 +5,7 @@
 #include <sys/time.h>
 #include <time.h>
 
-class LogOutput;
+#include "logfile/log_output.h"
 
 /// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
 class LineClock {
@@ -22,16 +22,17 @@ class LineClock {
   char clock[32] = {};
 };
 
-/// Splits the bytes of a node into lines and writes each behind the time of its arrival.
+/// Splits the bytes of a node into lines and writes each after the time of its arrival.
 ///
-/// Holds one buffer of at most 8191 bytes; what stands behind the last line feed is kept at its start until the rest of
+/// Holds one buffer of at most 8191 bytes; what follows the last line feed is kept at its start until the rest of
 /// the line arrives. For one thread, a collector's worker, which may be asked to stop. Allocates nothing.
 class LineStream {
  public:
   static constexpr size_t kTextSize = 8192;
 
-  /// Borrows `output`. With `retries`, a line that the output refuses is offered again once a second until it is taken;
-  /// a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at once.
+  /// Borrows `output`. With `retries`, text that the output does not take is offered again once a second until it is
+  /// taken; a line of the log then tells how long that took. A request to stop the thread leaves it one more try, at
+  /// once.
   LineStream(LogOutput& output, bool retries);
 
   /// Length of what snprintf_s left in `text` of kTextSize bytes, given its result: the count, or -1 when it cut the
@@ -46,14 +47,15 @@ class LineStream {
   /// is lost. A full buffer without a line feed is a line. False: a write failed, or the thread is to stop.
   bool Take(size_t size);
 
-  /// Has a line in front of the next one tell that reads failed with `error`, an errno, and text may be missing.
+  /// Has a line before the next one tell that reads failed with `error`, an errno, and text may be missing.
   void NoteFailedRead(int error);
 
  private:
   bool EmitLines(size_t size);
-  bool Emit(const char* line);
+  bool Emit(const char* line, size_t length);
   bool EmitNotes();
-  bool WriteLine(const char* line);
+  bool AddLine(const char* line, size_t length);
+  bool WriteRun();
   bool Pause();
 
   LogOutput& output;
@@ -64,7 +66,8 @@ class LineStream {
   int readError = 0;
   unsigned pauses = 0;  ///< seconds without a write, not told yet
   char buffer[kTextSize] = {};
-  char text[kTextSize] = {};
+  char run[LogOutput::kMostText];  ///< lines to be written, each with its time
+  size_t runSize = 0;
 };
 
 #endif  // QUILCAT_COLLECT_LINE_STREAM_H_

@@ -7,7 +7,7 @@
 
 class LogOutput;
 
-/// A directory that every monitor watches beside its own: who opens it wants all logs up to date.
+/// A directory that every monitor watches besides its own: whoever opens it wants all logs up to date.
 extern const char* DMD_FOLDER;
 
 /// Flushes an output each time its directory, DMD_FOLDER or a directory inside them is opened, so that whoever lists

@@ -163,7 +163,7 @@ int Quilbase::node_cat_stream(const char* path) {
     }
   }
   if (retriesStream) {
-    output->offerAgain();  // no line comes any more that would have what it holds tried again
+    logcatWrite("", 0, true);  // no line comes any more that would have a file set up for what waits
   }
   CloseNode(fd);
   return 1;

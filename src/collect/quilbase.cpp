@@ -93,16 +93,6 @@ void Quilbase::setUpForHeldText() {
   }
 }
 
-void Quilbase::beginRun() {
-  if (output != nullptr) {
-    output->beginRun();
-  }
-}
-
-int Quilbase::endRun() {
-  return output != nullptr ? output->endRun() : 1;
-}
-
 void Quilbase::outputDirectoryMade() {
   if (monitorDir != nullptr) {
     monitorDir->WatchDirectories();

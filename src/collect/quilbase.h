@@ -13,7 +13,7 @@
 /// One collector's readers, which turn nodes into columns and lines, and the output that these go to.
 ///
 /// One thread at a time: the constructing thread, from the start of the collector's worker only that. flushUnlessBusy()
-/// and isInRun() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
+/// and isWriting() alone may be called by any thread. Operations that return an int give 0 on success and 1 on failure.
 class Quilbase : private LogOutput::Owner {
  public:
   using QuilcatGroup_t = QuilCommon::QuilcatGroup_t;
@@ -37,11 +37,9 @@ class Quilbase : private LogOutput::Owner {
   int logcatWrite(const char* data, size_t len, bool lineDone);
   void logcatClose();
   void flushUnlessBusy();
-  bool isInRun() const { return output != nullptr && output->isInRun(); }
+  bool isWriting() const { return output != nullptr && output->isWriting(); }
   void setWorker();
   void setUpForHeldText();
-  void beginRun();
-  int endRun();
 
   /// Writes `text` as a column: left-aligned, blank-filled to `width` characters, at its own length when that is 0.
   int logcatWriteFixLenBuffer(char* text, size_t width, bool lineDone);
@@ -56,7 +54,7 @@ class Quilbase : private LogOutput::Owner {
   /// column.
   int node_cat_alter_once(QuilcatStrList_t* list, size_t width, bool lineDone);
 
-  /// Reads the node at `path` and writes each line behind the time of its arrival, until the node or a write fails in a
+  /// Reads the node at `path` and writes each line after the time of its arrival, until the node or a write fails in a
   /// way that the group's `on_write_failure` and `failureRetry` do not outlive, or the thread is asked to stop. A node
   /// whose failures are outlived is opened anew from the second in a row on.
   /// Always 1.
@@ -79,7 +77,7 @@ class Quilbase : private LogOutput::Owner {
   bool isRetryBudgetUsedUp();
 
   std::unique_ptr<LogOutput> output;       ///< null without a group
-  std::unique_ptr<MonitorDir> monitorDir;  ///< mmap mode only; flushes the output, so it goes first
+  std::unique_ptr<MonitorDir> monitorDir;  ///< mmap mode only; flushes the output, so it is destroyed first
   uint64_t failureCount = 0;               ///< failed reads counted against failureRetry
   uint64_t failureRetry = 0;
   bool retriesStream = false;  ///< the stream outlives a failed write and a failed read

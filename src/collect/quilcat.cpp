@@ -91,17 +91,13 @@ void Quilcat::poll_node() {
 }
 
 void Quilcat::pollOnce() {
-  beginRun();
   if (pollColumns()) {
     writeEndOfRow();
-  }
-  if (endRun() != 0 && !currentStopRequested()) {
-    fprintf(stderr, "node_cat write data fail!!\n");
   }
 }
 
 /// Writes the columns of a row. False: a stop broke it off. Columns that were not begun are left out then, and the line
-/// feed is to be left out too, so that what stands there does not look like a row.
+/// feed is to be left out too, so that what was written does not look like a row.
 bool Quilcat::pollColumns() {
   for (const QuilcatInputNodeSet_t* set = NodeSets(group); set != nullptr; set = set->next) {
     if (currentStopRequested()) {

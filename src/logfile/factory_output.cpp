@@ -1,7 +1,6 @@
 #include "logfile/factory_output.h"
 
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,9 +27,7 @@ LogOutput::Settings Packable(LogOutput::Settings settings) {
 }  // namespace
 
 FactoryOutput::FactoryOutput(const Settings& settings, Owner& told)
-    : LogOutput(Packable(settings), told),
-      keepsRefused(settings.keepRefused),
-      syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
+    : LogOutput(Packable(settings), told), syncPeriod(static_cast<int64_t>(settings.syncSeconds)) {}
 
 FactoryOutput::~FactoryOutput() {
   if (outputFilePath != nullptr) {
@@ -60,90 +57,38 @@ int FactoryOutput::openOutput() {
     fprintf(stderr, "fstat file %s err\n", logFilePath.c_str());
     return 0;
   }
-  curFileBytes = static_cast<uint64_t>(status.st_size) + collectedSize;
+  curFileBytes = static_cast<uint64_t>(status.st_size);
   return 0;
 }
 
-int FactoryOutput::factoryWrite(const char* data, size_t len, bool lineDone) {
-  if (data == nullptr) {
-    return 1;
-  }
-  prepareWrite(len, lineDone);
+size_t FactoryOutput::append(const char* data, size_t len) {
   if (logFd < 0 && !keepsRefused) {
-    return 0;
+    return len;
   }
-  if (len > room() && writeCollected() != 0) {
-    return 1;
-  }
-  while (len > room()) {  // no reader has text that long
-    const size_t piece = room();
-    collect(data, piece);
-    data += piece;
-    len -= piece;
-    if (writeCollected() != 0) {
-      return 1;
-    }
-  }
-  collect(data, len);
-  if (isInRun()) {
-    return 0;
-  }
-  const int refused = writeCollected();
-  return keepsRefused ? 0 : refused;
-}
-
-void FactoryOutput::collect(const char* data, size_t len) {
-  memcpy(collected + collectedSize, data, len);
-  collectedSize += len;
-  curFileBytes += len;
-}
-
-int FactoryOutput::writeCollected() {
-  if (logFd < 0 && !keepsRefused) {
-    forgetCollected();  // there is no file since it was collected
-    return 0;
-  }
-  size_t done = 0;
-  while (done < collectedSize) {
-    const ssize_t written = logFd >= 0 ? writeOutput(logFd, collected + done, collectedSize - done) : -1;
+  for (size_t done = 0; done < len;) {
+    const ssize_t written = logFd >= 0 ? writeOutput(logFd, data + done, len - done) : -1;
     if (written < 0) {
-      dropCollected(done);
       giveUpWrite();
-      return 1;
+      return done;
     }
     done += static_cast<size_t>(written);
+    curFileBytes += static_cast<size_t>(written);
+    isRefusing = false;
   }
-  isRefusing = false;
-  if (collectedSize != 0) {
-    collectedSize = 0;
-    syncWhenDue();
-  }
-  return 0;
+  syncWhenDue();
+  return len;
 }
 
-/// After a failed write: text that may not be held is dropped, and its file closed.
+/// After a failed write: unless the text is offered again its file is closed.
 void FactoryOutput::giveUpWrite() {
   if (!isRefusing) {
     fprintf(stderr, "%s: write fail\n", logFilePath.c_str());
   }
   isRefusing = keepsRefused;
-  if (keepsRefused) {
-    return;
+  if (!keepsRefused) {
+    logcatClose();
+    nextOpening = Clock::now() + kPause;
   }
-  forgetCollected();
-  logcatClose();
-  nextOpening = Clock::now() + kPause;
-}
-
-void FactoryOutput::forgetCollected() {
-  curFileBytes -= collectedSize;
-  collectedSize = 0;
-}
-
-/// Removes the first `size` bytes, which are in the file.
-void FactoryOutput::dropCollected(size_t size) {
-  collectedSize -= size;
-  memmove(collected, collected + size, collectedSize);
 }
 
 void FactoryOutput::openLogFileFactory() {
@@ -166,7 +111,7 @@ void FactoryOutput::openLogFileFactory() {
 
 void FactoryOutput::rotate() {
   deleteOldStyleFiles();
-  if (isRefusing && curFileBytes == collectedSize) {
+  if (isRefusing && curFileBytes == 0) {
     return;  // the disk is full: one empty file after the other would push out those that hold text
   }
   rotateLogsFactory();
@@ -177,7 +122,7 @@ void FactoryOutput::rotateLogsFactory() {
   {
     RotatedFiles rotated(outputFilePath, maxFiles);
     rotated.shift();
-    curFileBytes = collectedSize;
+    curFileBytes = 0;
     rotated.packIfFull();
   }
   openLogFileFactory();
@@ -199,7 +144,6 @@ void FactoryOutput::deleteOldStyleFiles() {
 
 /// Brings the live file to disk and closes it.
 void FactoryOutput::finishFile() {
-  writeCollected();
   if (logFd >= 0) {
     fdatasync(logFd);
   }
@@ -207,7 +151,7 @@ void FactoryOutput::finishFile() {
 }
 
 void FactoryOutput::syncWhenDue() {
-  if (syncPeriod.count() != 0 && Clock::now() >= lastSync + syncPeriod) {
+  if (syncPeriod.count() != 0 && logFd >= 0 && Clock::now() >= lastSync + syncPeriod) {
     fdatasync(logFd);
     lastSync = Clock::now();
   }

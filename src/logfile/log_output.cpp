@@ -1,6 +1,7 @@
 #include "logfile/log_output.h"
 
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include "logfile/output_directory.h"
@@ -18,6 +19,7 @@ LogOutput::LogOutput(const Settings& settings, Owner& told)
       prevLinkPath(outputFilePath != nullptr ? std::string(outputFilePath) + ".1" : std::string()),
       rotateSizeKB(settings.rotateSizeKB),
       maxFiles(settings.maxFiles),
+      keepsRefused(settings.keepRefused),
       files(outputFilePath != nullptr ? outputFilePath : "") {}
 
 int LogOutput::setupOutput() {
@@ -45,18 +47,55 @@ bool LogOutput::isDirectoryThere() const {
   return access(path.substr(0, path.rfind('/') + 1).c_str(), F_OK) == 0;
 }
 
-void LogOutput::prepareWrite(size_t len, bool lineDone) {
+size_t LogOutput::writeLines(const char* data, size_t len) {
+  size_t done = 0;
+  while (done < len) {
+    const size_t size = linesBeforeRotation(data + done, len - done);
+    const size_t taken = write(data + done, size, true);
+    done += taken;
+    if (taken < size) {
+      break;
+    }
+  }
+  return done;
+}
+
+/// The size of the lines that do not reach the rotation size; of one line where there are none.
+size_t LogOutput::linesBeforeRotation(const char* data, size_t len) const {
+  const uint64_t limit = rotateSizeKB * 1024;
+  const uint64_t room = limit > curFileBytes ? limit - curFileBytes - 1 : 0;
+  if (rotateSizeKB == 0 || len <= room) {
+    return len;
+  }
+  const void* feed = memrchr(data, '\n', room);
+  if (feed == nullptr) {
+    feed = memchr(data, '\n', len);
+  }
+  return feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - data) + 1 : len;
+}
+
+int LogOutput::logcatWrite(const char* data, size_t len, bool lineDone) {
+  return data != nullptr && write(data, len, lineDone) == len ? 0 : 1;
+}
+
+size_t LogOutput::write(const char* data, size_t len, bool lineDone) {
+  const bool isNested = writing.exchange(true);  // a title, in the write that opened its file
   if (!changingFile) {
     setUpIfNeeded();
-    lookedInRun = inRun;
     if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
       changingFile = true;
       rotate();
       changingFile = false;
-      lookedInRun = false;  // where no file is kept, the new one is gone already
     }
   }
-  lineComplete = lineDone;
+  const size_t taken = append(data, len);
+  if (taken == len || !keepsRefused) {
+    lineComplete = lineDone;
+  } else if (taken != 0) {
+    lineComplete = data[taken - 1] == '\n';
+  }
+  writing = isNested;
+  return taken;
 }
 
 void LogOutput::setUpIfNeeded() {
@@ -71,10 +110,7 @@ void LogOutput::setUpIfNeeded() {
 }
 
 bool LogOutput::needsSetUp() const {
-  if (isFileDead()) {
-    return true;
-  }
-  return !lookedInRun && (logFilePath.empty() || !isFileThere());
+  return isFileDead() || logFilePath.empty() || !isFileThere();
 }
 
 /// Names are compared with names: there are file systems on which a descriptor tells another device than its name.
@@ -90,27 +126,8 @@ void LogOutput::noteFile() {
   }
 }
 
-void LogOutput::beginRun() {
-  inRun = true;
-}
-
-int LogOutput::endRun() {
-  lookedInRun = false;
-  const int refused = writeCollected();
-  inRun = false;
-  return refused;
-}
-
-int LogOutput::offerAgain() {
-  if (holdsText()) {
-    setUpIfNeeded();
-  }
-  return writeCollected();
-}
-
 void LogOutput::setUpForHeldText() {
   if (!changingFile && isFileDead()) {
     setUpIfNeeded();
-    holdsText();
   }
 }

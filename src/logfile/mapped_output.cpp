@@ -25,7 +25,7 @@ void MakeLink(const std::string& target, const char* path) {
   }
 }
 
-/// True when nothing stands at `path`, not even a link. A name can be taken when the list of files is not complete, or
+/// True when there is nothing at `path`, not even a link. A name can be taken when the list of files is not complete, or
 /// when another collector has the same output.
 bool IsFree(const std::string& path) {
   struct stat status;
@@ -52,16 +52,12 @@ int MappedOutput::openOutput() {
   return 0;
 }
 
-int MappedOutput::mmapWrite(const char* data, size_t len, bool lineDone) {
-  if (data == nullptr) {
-    return 1;
-  }
-  prepareWrite(len, lineDone);
+size_t MappedOutput::append(const char* data, size_t len) {
   if (!mmapWriter.Write(data, len)) {
-    return 1;
+    return 0;
   }
   curFileBytes += len;
-  return 0;
+  return len;
 }
 
 void MappedOutput::rotate() {
@@ -87,6 +83,7 @@ MappedOutput::~MappedOutput() {
 /// that the file before is gone.
 void MappedOutput::openLogFile() {
   if (beginNextFile()) {
+    mmapWriter.Flush();
     owner.openLogFilePost();
   }
 }
@@ -147,7 +144,7 @@ void MappedOutput::refreshSymlink() {
   }
 }
 
-/// Removes what factory mode left beside the output, once.
+/// Removes what factory mode left, once.
 void MappedOutput::deleteOldStyleFiles() {
   if (!hasOldStyleFiles) {
     return;

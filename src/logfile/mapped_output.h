@@ -17,7 +17,6 @@ class MappedOutput : public LogOutput {
   /// Writes what is pending, cuts the current file to its written length and closes it.
   ~MappedOutput() override;
 
-  int logcatWrite(const char* data, size_t len, bool lineDone) override { return mmapWrite(data, len, lineDone); }
   void logcatClose() override;
   void flushUnlessBusy() override;
   void setWorker() override { mmapWriter.wakeForNextFile(gettid()); }
@@ -25,11 +24,9 @@ class MappedOutput : public LogOutput {
  private:
   int openOutput() override;
   void rotate() override;
-  int writeCollected() override { return 0; }
-  bool holdsText() override { return !mmapWriter.Flush(); }
+  size_t append(const char* data, size_t len) override;
   bool isFileDead() const override { return mmapWriter.outputOver(); }
 
-  int mmapWrite(const char* data, size_t len, bool lineDone);
   void openLogFile();
   bool beginNextFile();
   bool openIndexedFile();

@@ -36,7 +36,7 @@ class Descent {
   Descent& operator=(const Descent&) = delete;
 
   /// Goes on to `name`, which messages call `path`. A link that others than root may have put there is removed.
-  /// False: nothing stands there, or a link that leads to no directory.
+  /// False: there is nothing, or a link that leads to no directory.
   bool Enter(const char* name, const char* path) {
     struct stat status;
     bool isThere = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0;

@@ -144,10 +144,10 @@ void FlushWorkers() {
   }
 }
 
-bool IsAnyInRun() {
+bool IsAnyWriting() {
   MutexLock held(listLock);
   for (const WorkerNode* node = workerList; node != nullptr; node = node->next) {
-    if (!node->worker->hasEnded() && node->worker->isInRun()) {
+    if (!node->worker->hasEnded() && node->worker->isWriting()) {
       return true;
     }
   }
@@ -158,7 +158,7 @@ bool IsAnyInRun() {
 /// one.
 bool DestroyWorkers() {
   FlushWorkers();
-  if (IsAnyInRun()) {
+  if (IsAnyWriting()) {
     // The disk that blocks a worker with text in hand would block the exit too.
     StopThreads(nullptr);
     FlushWorkers();

@@ -49,89 +49,54 @@ bool LogBuffer::Write(const void* data, size_t len) {
   if (!streamReady && !SetUpStream()) {
     return false;
   }
-  if (keepsRefused) {
-    return TakeOrRefuse(data, len);
-  }
-  if (len > inFree) {
-    fprintf(stderr, "LogBuffer:write_to_out_buffer failed.\n");
-    return false;
-  }
-  Append(data, len);
-  if (inUsed < kBlockThreshold) {
-    return true;
-  }
-  const bool kept = CompressBlock();
-  return target != nullptr && HandOver() && kept;
-}
-
-bool LogBuffer::TakeOrRefuse(const void* data, size_t len) {
-  if (len > inFree) {
+  if (len > inFree && keepsRefused) {
     Drain();
   }
   if (len > inFree) {
+    if (!keepsRefused) {
+      fprintf(stderr, "LogBuffer:write_to_out_buffer failed.\n");
+    }
     return false;
   }
-  Append(data, len);
-  if (inUsed >= kBlockThreshold) {
-    Drain();
-  }
-  return true;
-}
-
-void LogBuffer::Append(const void* data, size_t len) {
   memcpy(inBuffer + inUsed, data, len);
   inUsed += static_cast<uint32_t>(len);
   inFree = kBlockArea - inUsed;
+  return inUsed < kBlockThreshold || Drain() || keepsRefused;
 }
 
 bool LogBuffer::Flush() {
   MutexLock held(lock);
-  if (keepsRefused) {
-    Drain();
-  } else {
-    if (inUsed != 0) {
-      CompressBlock();
-    }
-    HandOver();
-  }
+  Drain();
   return inUsed == 0 && outUsed == 0;
 }
 
-/// Brings what is pending to the file as far as the file takes it: the next block only when the one before is gone.
-void LogBuffer::Drain() {
-  HandOver();
-  while (outUsed == 0 && inUsed != 0) {
-    const uint32_t size = AppendMember(inBuffer, inUsed) ? inUsed : inUsed / 2;
-    if (size != inUsed && !AppendMember(inBuffer, size)) {
-      return;
+/// Turns the pending text into gzip members and hands them over. One member as a rule; text that does not shrink enough
+/// for the output area becomes two members of half the text each, each handed over whole so that a refused hand-over
+/// cannot leave half a member in the file. What finds no room beside members that wait is dropped, or stays if refused
+/// text is kept. False: there is no file, or text was lost, or stayed.
+bool LogBuffer::Drain() {
+  bool kept = HandOver();
+  while (inUsed != 0) {
+    uint32_t size = inUsed;
+    if (!AppendMember(size) && (outUsed != 0 || !AppendMember(size = inUsed / 2))) {
+      if (!keepsRefused) {
+        DropInput(inUsed);
+      }
+      return false;
     }
     DropInput(size);
-    HandOver();
+    kept = HandOver() && kept;
   }
+  return kept && target != nullptr;
 }
 
-/// Turns the pending text into gzip members. One member as a rule; text that does not shrink enough for the room left
-/// becomes two members of half the text each, each handed over whole so that a refused hand-over cannot leave half a
-/// member in the file. False: text was lost.
-bool LogBuffer::CompressBlock() {
-  bool kept = AppendMember(inBuffer, inUsed);
-  if (!kept && target != nullptr && !target->isOver()) {
-    const uint32_t half = inUsed / 2;
-    kept = HandOver();
-    kept = AppendMember(inBuffer, half) && HandOver() && kept;
-    kept = AppendMember(inBuffer + half, inUsed - half) && HandOver() && kept;
-  }
-  DropInput(inUsed);
-  return kept;
-}
-
-/// Appends `size` bytes of text to the compressed bytes as one gzip member, no bytes as none. False: it does not fit,
-/// nothing is appended.
-bool LogBuffer::AppendMember(const uint8_t* text, uint32_t size) {
+/// Appends the first `size` bytes of the pending text to the compressed bytes as one gzip member. False: it does not
+/// fit, or is empty; nothing is appended.
+bool LogBuffer::AppendMember(uint32_t size) {
   if (size == 0) {
-    return true;
+    return false;
   }
-  stream.next_in = const_cast<uint8_t*>(text);
+  stream.next_in = inBuffer;
   stream.avail_in = size;
   stream.next_out = outBuffer + outUsed;
   stream.avail_out = outFree;

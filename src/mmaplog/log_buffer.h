@@ -20,9 +20,9 @@ class LogBuffer {
   /// Reports a deflate state that cannot be set up on standard error; the next Write() tries again.
   ///
   /// With `keepRefused` nothing that was taken is dropped: a block that the file refuses stays, and text that has no
-  /// room behind it is not taken. Every Write() and Flush() offers the block to the file again.
+  /// room after it is not taken. Every Write() and Flush() offers the block to the file again.
   explicit LogBuffer(bool keepRefused = false);
-  /// Flushes into the target, which must still exist. What a file that is over did not take goes with the buffer.
+  /// Flushes into the target, which must still exist. What a file that is over did not take is lost with the buffer.
   ~LogBuffer();
   LogBuffer(const LogBuffer&) = delete;
   LogBuffer& operator=(const LogBuffer&) = delete;
@@ -43,11 +43,8 @@ class LogBuffer {
 
  private:
   bool SetUpStream() REQUIRES(lock);
-  bool TakeOrRefuse(const void* data, size_t len) REQUIRES(lock);
-  void Append(const void* data, size_t len) REQUIRES(lock);
-  void Drain() REQUIRES(lock);
-  bool CompressBlock() REQUIRES(lock);
-  bool AppendMember(const uint8_t* text, uint32_t size) REQUIRES(lock);
+  bool Drain() REQUIRES(lock);
+  bool AppendMember(uint32_t size) REQUIRES(lock);
   bool HandOver() REQUIRES(lock);
   void DropInput(uint32_t size) REQUIRES(lock);
   void ClearOutput() REQUIRES(lock);

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-/// Layout of a compressed mapped log file: gzip members (RFC 1952) one behind the other, each the text of one block,
+/// Layout of a compressed mapped log file: gzip members (RFC 1952) one after the other, each the text of one block,
 /// without header fields; while the file is open, zero bytes from the last member to the end of the segment.
 namespace LogFormat {
 

@@ -137,8 +137,8 @@ bool LogMmap::Write(const void* data, size_t len) {
 }
 
 /// Fills the `room` left in the segment and goes on in the next one, which a segment that is just full is given at
-/// once. The next one is had, and the pages of both are open, before anything is copied: what remains between the two
-/// halves, in which a kill would break the bytes in two, is two copies.
+/// once. The next one is mapped, and the pages of both are open, before anything is copied: what remains between the
+/// two halves, in which a kill would break the bytes in two, is two copies.
 bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room) {
   uint8_t* const filled = segment;
   if (!mmap_file()) {
@@ -158,7 +158,7 @@ bool LogMmap::WriteAcrossSegments(const uint8_t* bytes, size_t len, size_t room)
 
 int LogMmap::Finish() {
   Unmap(std::exchange(segment, nullptr));
-  // A failure leaves zeros behind the text, which do no harm.
+  // A failure leaves zeros after the text, which do no harm.
   if (fd >= 0 && !lost && IsOwn() && ftruncate(fd, static_cast<off_t>(writtenSize)) != 0) {
     lost = true;
   }

@@ -9,7 +9,7 @@
 /// Appends bytes to one new file through a 64 KiB shared mapping that slides along it.
 ///
 /// One object serves one file for its whole life. Not thread-safe: the caller holds the writer's lock.
-/// While the object lives the file is whole segments long, zero behind what was written; a process that dies leaves it
+/// While the object lives the file is whole segments long, zero after what was written; a process that dies leaves it
 /// so, the end cuts it to what was written. The blocks of a segment are put on disk before it is used, so a full disk
 /// refuses a write and never ends the process.
 ///

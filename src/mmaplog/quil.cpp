@@ -55,7 +55,7 @@ Quil::~Quil() {
   if (flushTimer >= 0) {
     close(flushTimer);
   }
-  // The buffer goes first: its last block still goes to the file.
+  // The buffer is destroyed first: its last block still goes to the file.
   delete buffer;
   buffer = nullptr;
   if (file != nullptr) {

@@ -22,7 +22,7 @@
 /// constructor blocks it in the calling thread, and so in every thread that is created later; a timer thread opens it
 /// only while it sleeps, so that it never ends while it holds a lock.
 ///
-/// A finished file is brought to disk (fdatasync) as soon as the next one stands, by a thread for that (sync_queue.h).
+/// A finished file is brought to disk (fdatasync) as soon as the next one is open, by a thread for that (sync_queue.h).
 class Quil {
  public:
   /// Starts the timer thread. Without it ("Quil:pthread create failed.") text reaches the file when a block is full, by
@@ -42,7 +42,7 @@ class Quil {
   Quil(const Quil&) = delete;
   Quil& operator=(const Quil&) = delete;
 
-  /// Closes the current file and continues in a new one, made at `path`, where nothing may stand. Text that is pending
+  /// Closes the current file and continues in a new one, made at `path`, where there must be nothing. Text that is pending
   /// goes to the new file: Flush() first. False: the new file could not be made and mapped; writes then fail once a
   /// block is full.
   bool SetOutputPath(const char* path) EXCLUDES(writerLock);

@@ -35,7 +35,7 @@ bool IsInSegment(const void* address, const uint8_t* segment) {
   return at >= begin && at - begin < kSegmentSize;
 }
 
-/// Puts memory where the store found none, so that it is repeated there and the copy goes on to its end. What it
+/// Maps memory where the store found none, so that it is repeated there and the copy goes on to its end. What it
 /// calls is safe in a handler: mmap is a plain system call, and reading the key allocates nothing.
 void HandleMissingPage(int number, siginfo_t* info, void*) {
   const int error = errno;

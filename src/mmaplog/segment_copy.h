@@ -4,11 +4,11 @@
 #include <stddef.h>
 #include <stdint.h>
 
-// Stores to a mapped segment of a file, kSegmentSize bytes long, in which `position` and the `size` bytes behind it
+// Stores to a mapped segment of a file, kSegmentSize bytes long, in which `position` and the `size` bytes after it
 // lie.
 //
 // The file may be cut from outside, or its disk fail under a page that is not in memory: the store then raises SIGBUS.
-// False: that happened. Anonymous memory stands in place of the whole segment, which the caller unmaps as before; what
+// False: that happened. Anonymous memory has replaced the whole segment, which the caller unmaps as before; what
 // of the bytes reached the file is unknown.
 //
 // The first call installs a handler of SIGBUS for the process. It acts on nothing but the stores that its own thread
