@@ -24,7 +24,7 @@ struct LineTexts {
   int tag_width = 23;
 };
 
-// Runs `print(buffer, texts)`; neither what goes in nor what comes out is known to the compiler.
+// Runs `print(buffer, texts)`; neither its input nor its result is known to the compiler.
 template <typename Print>
 void Measure(benchmark::State& state, Print print) {
   static char buffer[kBufferSize];

@@ -3,7 +3,7 @@
 // A collector reads a fifo of kernel lines and writes them to files in tmpfs; only the CPU time of its own thread
 // counts. The floor is measured in the same run, alternating, over exactly the text that the collector wrote:
 //   mmap mode     deflate at level 9 of the same blocks
-//   factory mode  one access() and one write() a line: the floor of a writer that takes lines one by one
+//   factory mode  one access() and one write() per line: the floor of a writer that takes lines one by one
 
 #include <benchmark/benchmark.h>
 #include <dirent.h>
@@ -146,7 +146,7 @@ class Feeder {
   int fd;
 };
 
-/// Runs a collector over `text`. Returns the CPU seconds of its thread; what it wrote stands in the workspace.
+/// Runs a collector over `text`. Returns the CPU seconds of its thread; what it wrote is in the workspace.
 double RunCollector(const Workspace& workspace, type_write mode, const std::string& text) {
   std::string node = workspace.node();
   std::string output = workspace.output();
@@ -179,7 +179,7 @@ std::string ReadFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The texts of the gzip members in `file`, one a block.
+/// The texts of the gzip members in `file`, one per block.
 std::vector<std::string> Blocks(std::string file) {
   std::vector<std::string> blocks;
   z_stream stream = {};
@@ -210,7 +210,7 @@ void ForEachLine(std::string_view text, Use use) {
   }
 }
 
-/// True when `written` is `fed` with a time stamp before each line. A collector that loses text is fast.
+/// True when `written` is `fed` with a time stamp before each line. A collector that loses text would seem fast.
 bool IsStampedCopy(std::string_view written, std::string_view fed) {
   std::string bare;
   bare.reserve(fed.size());
@@ -218,8 +218,8 @@ bool IsStampedCopy(std::string_view written, std::string_view fed) {
   return bare == fed;
 }
 
-/// Runs `measure` in a thread of its own, as a collector runs: the kernel takes locks for a write of a process with
-/// several threads that it saves one with a single thread.
+/// Runs `measure` in a thread of its own, like a collector: for a write the kernel takes locks in a process of several
+/// threads that it does not take in one of a single thread.
 template <typename Measure>
 double InThread(Measure measure) {
   double seconds = 0;

@@ -4,7 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/// What the bytes of an input choose; behind their end it is always the first.
+/// What the bytes of an input choose; past their end it is always the first choice.
 class Choices {
  public:
   Choices(const uint8_t* data, size_t size) : next_(data), end_(data + size) {}

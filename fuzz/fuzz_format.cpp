@@ -76,7 +76,7 @@ void Check(const Choices& c) {
   std::string front = text + '%';
   for (int i = 0; i < c.flag_count % 4; ++i) front += family.flags[c.flags[i] % strlen(family.flags)];
   const bool stars = c.stars % 2 == 0;
-  // A negative width aligns to the left, as a star not before a floating-point type.
+  // A negative width aligns to the left; given by a star, not for a floating-point type.
   const bool negative = c.negative % 4 == 0 && !(stars && strchr("dL", takes) != nullptr);
   const int width = Size(c.width, 601) * (negative ? -1 : 1), precision = Size(c.precision, 514) - 1;
   const std::string digits = precision < 0 ? "" : '.' + std::to_string(precision);

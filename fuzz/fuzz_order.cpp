@@ -1,4 +1,4 @@
-// The order of age of indexed log files, and the index of the next one, whatever names stand in the output directory:
+// The order of age of indexed log files, and the index of the next one, whatever names are in the output directory:
 // each step against a model of the rule. No file is touched.
 
 #include <stdio.h>
@@ -27,7 +27,7 @@ std::string IndexedName(const std::string& index, const std::string& timeStamp) 
   return output + (".I" + index) + '.' + timeStamp + ".gz";
 }
 
-/// Files of consecutive indexes, 0 behind 999, that become newer or older; mostly few of them.
+/// Files of consecutive indexes, 0 after 999, that become newer or older; mostly few of them.
 void AddRun(Choices& choices, std::set<std::string>& names) {
   const size_t first = choices.Below(3) == 0 ? 990 : choices.Below(1000), size = choices.Below(256);
   const size_t second = 100100 + choices.Below(256), step = choices.Below(5);
@@ -67,7 +67,7 @@ long IndexOf(const std::string& name) {
   return strtol(Part(name, 2, 3).c_str(), nullptr, 10);
 }
 
-/// Where the newest file of `names` stands, which is not empty.
+/// The place of the newest file in `names`, which is not empty.
 size_t NewestPosition(const Names& names) {
   std::vector<size_t> ends;  // of runs of consecutive indexes
   std::set<long> indexes;

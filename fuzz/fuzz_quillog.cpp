@@ -1,9 +1,9 @@
-// What is read of a damaged log file is part of what was logged, in order and once, whatever happened to the file.
+// Whatever happened to a log file, what is read of it is part of what was logged, in sequence and each line once.
 //
 // The bytes choose lines, the blocks that they are compressed in, and damages: the file is cut, with or without zeros
-// behind; zeros take the place of what was there; junk stands between members, or in the place of bytes. Lines are
-// numbered, so that each is another. Verified lines are always a subsequence of the lines logged. Others are as well,
-// unless junk stands where a member's bytes should: nothing tells it from them.
+// after the cut; zeros or junk replace bytes; junk comes between members. Lines are numbered, so that no two are equal.
+// Verified lines are always a subsequence of the lines logged. So are the others, unless junk has replaced bytes of a
+// member: nothing tells it from them.
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -35,7 +35,7 @@ void Check(bool holds, const char* what) {
   abort();
 }
 
-/// The system calls as the reader sees them, and what it is to write.
+/// The system calls that the reader sees, and what it has to write.
 class Machine {
  public:
   explicit Machine(Choices choices) : choices_(choices), retries(choices_.Below(2) == 1) {}
@@ -155,7 +155,7 @@ class Machine {
     written_.clear();
   }
 
-  /// What is to stand where `actual` does.
+  /// What `actual` should be.
   std::string NextText(const char* actual) {
     if (const int failed = std::exchange(failedReads_, 0); failed != 0) {
       return "quilcat: " + std::to_string(failed) + " reads failed (" + strerror(readError_) +

@@ -200,7 +200,7 @@ bool Daemon::IsClosable() const {
 }
 
 bool Daemon::WaitUntilRunning() {
-  // Until all its collectors stand, its title is a path. Many groups, a slow build: that takes a while.
+  // Until all its collectors are set up, its title is a path. With many groups and a slow build that takes a while.
   const bool running = WaitFor([this] { return IsClosable() && Title().find('/') == std::string::npos; }, 30);
 #ifdef __SANITIZE_THREAD__
   // This sanitizer's own handler can lose a signal that comes in the first millisecond.
@@ -240,7 +240,7 @@ std::string KernelLog::Line(int i) {
 std::vector<int> KernelLog::Numbers(const std::string& text) {
   std::vector<int> numbers;
   for (const std::string& line : Lines(text)) {
-    const size_t own = line.find("<6>[");  // behind "11-22 20:17:29.042 ", or at once without a local time
+    const size_t own = line.find("<6>[");  // after "11-22 20:17:29.042 ", or at the start without a local time
     const int number = own == 0 || own == 19 ? atoi(line.c_str() + own + 4) : -1;
     numbers.push_back(number >= 0 && line.substr(own) + "\n" == Line(number) ? number : -1);
   }

@@ -16,7 +16,7 @@ namespace Device {
 
 void WriteFile(const std::string& path, const std::string& text);  ///< makes its directory too
 std::string ReadFile(const std::string& path);
-/// What stands in `directory`, sorted: the names that hold `part`, behind `prefix`.
+/// The names in `directory` that contain `part`, sorted, each with `prefix` before it.
 std::vector<std::string> List(const std::string& directory, const std::string& part = "",
                               const std::string& prefix = "");
 inline void SetProperty(const std::string& name, const std::string& value) {
@@ -29,13 +29,13 @@ inline std::vector<std::string> IndexedPaths(const std::string& directory) {
 std::vector<std::string> Lines(const std::string& text);
 /// What a shell command, which has to succeed, writes to standard output.
 std::string Shell(const std::string& command);
-/// "root:system 664" for a path as it is, not for what a link points to.
+/// "root:system 664" for the path itself, not for what a link points to.
 std::string OwnerAndMode(const std::string& path);
 /// How often a test at random moments is repeated: `usual` times, times QUILCAT_SOAK.
 int Rounds(int usual);
 /// True in the builds under sanitizers, which need a real /proc, descriptors and memory of their own.
 bool Sanitized();
-/// Of all programs that have ended: what tells how much they had to do, however busy the machine is.
+/// Of all programs that have ended. Other load on the machine hardly changes it, unlike the time that passes.
 double CpuSecondsOfPrograms();
 bool WaitFor(const std::function<bool()>& condition, double seconds = 10);
 /// Mounts an empty tmpfs of `kilobytes` at `directory`.
@@ -45,7 +45,7 @@ std::string Noise(size_t size, size_t seed);
 /// What a call writes to standard error.
 std::string StandardErrorOf(const std::function<void()>& call);
 
-/// The text of a mapped log file: its complete gzip members, up to what is none.
+/// The text of a mapped log file: its complete gzip members, up to the first bytes that are not one.
 struct Decoded {
   std::string text;
   int members = 0;
@@ -71,7 +71,7 @@ class Daemon {
   /// Waits for its end: the exit status, or 1000 and the number of the signal that ended it; -1 when it runs on.
   int Wait(double seconds = 20);
   bool IsClosable() const;  ///< has its handler of SIGUSR2
-  bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors stand
+  bool WaitUntilRunning();  ///< until it has its title, which it takes when all its collectors are set up
   int Close();              ///< sends SIGUSR2 then, and waits
   std::string Proc(const std::string& file) const { return ReadFile("/proc/" + std::to_string(process) + '/' + file); }
   std::string Title() const;

@@ -448,4 +448,7 @@ TEST(Follow, GoesOnBehindADeletedFile) {
   EXPECT_TRUE(comes(2));
   EXPECT_TRUE(comes(3));
   EXPECT_EQ(KernelLog::Numbers(ReadFile("/tmp/followed")), (std::vector<int>{1, 2, 3}));
+  // A second writer's file is newer; the first writer lives all the same.
+  WriteFile(std::string(kOutput) + ".I500.20990101-000000.gz", "");
+  EXPECT_NE(Quillog("-l").text.find(" open\n"), std::string::npos) << Quillog("-l").text;
 }

@@ -1,4 +1,4 @@
-// The services that the daemon brings along, for a device without a configuration file or without an XML parser.
+// The built-in services, for a device without a configuration file or without an XML parser.
 
 #include <string.h>
 

@@ -17,7 +17,7 @@ class QuilConfig {
   using QuilcatInputNodeSet_t = QuilCommon::QuilcatInputNodeSet_t;
   using QuilcatStrList_t = QuilCommon::QuilcatStrList_t;
 
-  /// The files that may describe services; the first that exists has the last word.
+  /// The files that may describe services; the first that exists is the only one read.
   static constexpr const char* kCandidates[] = {
       "/system/etc/quilcat_config_cs.xml",
       "/system/etc/quilcat_config_cc.xml",
@@ -43,19 +43,19 @@ class QuilConfig {
   /// path, a style and the inputs that its style needs. Otherwise 1: one bad group rejects the whole service.
   static int checkQuilcatInfo(const QuilcatInfo_t* info);
 
-  /// Writes `info` to standard error, a line a field.
+  /// Writes `info` to standard error, one line per field.
   static void printQuilcatInfo(QuilcatInfo_t* info);
 
   /// Releases everything that `info` owns and fills it with zeros; it may be released again. Null does nothing.
   static void free_config_file(QuilcatInfo_t* info);
-  /// Releases `group`, its inputs and its path, but not the groups behind it. Null does nothing.
+  /// Releases `group`, its inputs and its path, but not the groups after it. Null does nothing.
   static void free_logcatGroup(QuilcatGroup_t* group);
-  /// Releases `set` and its texts, but not the sets behind it. Null does nothing.
+  /// Releases `set` and its texts, but not the sets after it. Null does nothing.
   static void free_inputNodeSet(QuilcatInputNodeSet_t* set);
 
   // The steps of parse_config_file.
   //
-  // An element that cannot be stored for want of memory is skipped, and a text leaves its field as it was. The readers
+  // Without memory an element is skipped, and a text leaves its field unchanged. The readers
   // do nothing when an argument is null. All but initLibxml2 need xmlParser (xml_parser.h) bound to a library: by
   // initLibxml2, or by a program that is linked with one.
 

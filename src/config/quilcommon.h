@@ -30,7 +30,7 @@ enum type_style : uint32_t {
   STYLE_POLL_CMD = 4,      ///< input: QuilcatStrList_t chain, one command text each
 };
 
-/// What a streaming group does with a line that its output does not take.
+/// What a streaming group does with a line that its output refuses.
 enum type_write_failure : uint32_t {
   WRITE_FAILURE_END = 0,    ///< the stream ends
   WRITE_FAILURE_RETRY = 1,  ///< the line is kept and tried again, and nothing is read meanwhile
@@ -60,7 +60,7 @@ struct QuilcatStrList_t {
 /// One node of a group that streams or polls nodes.
 struct QuilcatInputNodeSet_t {
   size_t width;      ///< column width in characters; 0: the value's own length
-  char* data_path;   ///< the node; a text that begins with "DateTime" or "CurrentTime" stands for a time stamp
+  char* data_path;   ///< the node; a text that begins with "DateTime" or "CurrentTime" means a time stamp
   char* title_path;  ///< a node that holds the column's title
   char* title;       ///< the column's title
   QuilcatStrList_t* alter_data_path;  ///< nodes to try in order when there is no data_path
@@ -70,13 +70,13 @@ struct QuilcatInputNodeSet_t {
 /// One group: one collector with its own worker thread and output.
 struct QuilcatGroup_t {
   size_t polling_interval;  ///< seconds between two polling passes
-  size_t failureRetry;      ///< failed reads that are counted before a reader gives up; 0: no retry
+  size_t failureRetry;      ///< failed reads after which a reader gives up; 0: no retry
   type_style style;
   QuilcatInfo_t* info;  ///< borrowed: the service that owns the group
   void* input;          ///< first input record, of the kind that `style` tells
   char* output_file_path;
   QuilcatGroup_t* next;
-  type_write_failure on_write_failure;  ///< of a group that streams; other styles take no notice
+  type_write_failure on_write_failure;  ///< of a group that streams; other styles ignore it
 };
 
 /// One service. All zeros before it is filled and after it is released.

@@ -9,9 +9,9 @@ using namespace QuilCommon;
 
 namespace {
 
-/// Both ends walk the records in the same order. A record goes as it lies in memory; each pointer in it that owns
-/// something is then dealt with by Text() or Chain(), which the walk calls whatever has failed before: the receiver
-/// leaves none with the sender's address.
+/// Both ends walk the records in the same order. A record is sent byte for byte; each owning pointer in it is
+/// then replaced by Text() or Chain(). The walk calls these even after a failure, so that no pointer of the receiver's
+/// keeps an address of the sender's.
 class Sender {
  public:
   explicit Sender(FILE* stream) : to(stream) {}

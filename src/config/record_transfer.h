@@ -5,8 +5,8 @@
 
 #include "config/quilcommon.h"
 
-/// Carries the description of a service from one process to another that runs the same program: the one reads it with
-/// the XML parser, the other never has the parser in its memory. The form of the bytes is theirs alone.
+/// Carries the description of a service from one process to another that runs the same program: one reads it with the
+/// XML parser, the other never has the parser in its memory. The format of the bytes is private to them.
 namespace RecordTransfer {
 
 /// Writes `info` with all that it owns. False: not all of it could be written.

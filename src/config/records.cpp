@@ -12,7 +12,8 @@ char* CopyText(const char* text) {
   const size_t length = strlen(text);
   char* copy = static_cast<char*>(calloc(length + 1, 1));
   if (copy != nullptr && length > 0) {
-    // The block may be larger than the size given: a text that this size cannot hold is refused and left empty.
+    // The block may be larger than the size given: a text that does not fit into that many bytes is refused and left
+    // empty.
     strncpy_s(copy, kLongestText + 1, text, length);
   }
   return copy;

@@ -14,7 +14,7 @@ Record* NewRecord() {
   return static_cast<Record*>(calloc(1, sizeof(Record)));
 }
 
-/// Appends a zero-filled record to a chain linked by `next`. Returns it; null, with the chain as it was, when there is
+/// Appends a zero-filled record to a chain linked by `next`. Returns it; null, with the chain unchanged, when there is
 /// no memory.
 template <typename Record>
 Record* Append(Record** chain) {
@@ -75,7 +75,7 @@ constexpr size_t kLongestText = 255;
 char* CopyText(const char* text);
 
 /// Stores the number that `text` begins with: leading blanks, a sign, digits; without digits it is 0. A number that no
-/// int can hold is cut to its low bits, as by atoi. A negative number leaves `*field` alone.
+/// int can hold is cut to its low bits, like by atoi. A negative number leaves `*field` alone.
 void ReadNumber(const char* text, size_t* field);
 
 /// Tells whether system property `name` has the value `expected`; a missing property has the value "".

@@ -4,7 +4,7 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
-/// libxml2 as it is bound at run time. Its headers give the types only: nothing here links against the library, so the
+/// libxml2, bound at run time. Its headers give the types only: nothing here links against the library, so the
 /// daemon starts on a device that does not have it.
 ///
 /// In the daemon all members are null except while QuilConfig::parse_config_file runs. A program that is linked with

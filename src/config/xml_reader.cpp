@@ -55,7 +55,7 @@ struct Keyword {
   Code code;
 };
 
-/// Stores the code of the keyword that an attribute equals; any other text and none leave `*field` alone.
+/// Stores the code of the keyword that an attribute equals; any other text, or none, leaves `*field` alone.
 template <typename Code, size_t count>
 void ReadKeyword(xmlNode* node, const char* attribute, const Keyword<Code> (&keywords)[count], Code* field) {
   const AttributeText text = Attribute(node, attribute);
@@ -189,7 +189,7 @@ int QuilConfig::parse_config_file(const char* name, QuilcatInfo_t* info) {
     return 1;
   }
   const char* path = initLibxml2() == 0 ? FindFile() : nullptr;
-  // A file that exists has the last word: neither the next candidate nor a built-in service stands in for it.
+  // A file that exists is final: neither the next candidate nor a built-in service replaces it.
   const int result = path != nullptr ? ReadFile(path, name, info) : parseDefault(name, info);
   releaseLibxml2();
   return result;
@@ -204,7 +204,7 @@ int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char
       continue;
     }
     const AttributeText service = Attribute(node, "name");
-    // A start that names no service is not to find one that has no name.
+    // A start without a service name must not find a service without a name.
     if (service != nullptr && *name != '\0' && strcmp(Plain(service.get()), name) == 0) {
       return parseQuilcat(node, name, info);
     }

@@ -31,28 +31,30 @@ void show_help(const char* program) {
   fprintf(stderr, "options include:\n  -b <quilcat>      Trigger a pre-defined quilcat service <quilcat>\n");
 }
 
-/// A list of file names that finds no memory waits for it: ending a service that runs for years helps nobody.
+/// Where a list of file names finds no memory, wait for some: ending a service that runs for years helps nobody.
 void WaitForMemory() {
   usleep(100'000);
 }
 
-/// Whoever started the daemon may have closed them: a log file opened in their place would take the messages.
+/// Opens standard descriptors that whoever started the daemon left closed: a log file would get their number, and then
+/// the messages.
 void OpenStandardStreams() {
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(fd, F_GETFD) == -1) {
-      open("/dev/null", O_RDWR);  // gives the lowest that is closed, and so this one
+      open("/dev/null", O_RDWR);  // returns the lowest free number: this one
     }
   }
 }
 
-/// Whoever started the daemon may have blocked them: nothing could end it then, nor its threads.
+/// Unblocks the signals that end the daemon and its threads: whoever started it may have blocked them.
 void UnblockSignals() {
   sigset_t none;
   sigemptyset(&none);
   pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// A reader of the messages that went away, and a limit of the file size, make a write fail; they end nothing.
+/// Lets a write fail instead of ending the process when the reader of the messages has gone away or a file has reached
+/// the size limit.
 void IgnoreSignalsOfFailedWrites() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);

@@ -22,7 +22,7 @@ ProcessTitle::ProcessTitle(char** argv) : begin(argv[0]), end(argv[0] + strlen(a
   }
 }
 
-/// Adds those of `strings` that follow the area in memory. What a library has set before main() lies elsewhere.
+/// Adds those of `strings` that follow the area in memory. Strings that a library set before main() lie elsewhere.
 void ProcessTitle::Extend(char** strings) {
   for (; *strings != nullptr; ++strings) {
     if (*strings == end + 1) {

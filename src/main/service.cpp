@@ -27,13 +27,13 @@ struct WorkerNode {
   WorkerNode* next;
 };
 
-/// How long threads may take to end once the service is closed. One that sits in a call that no signal ends must not
-/// hold the process.
+/// How long threads may take to end once the service is closed. A thread in a call that no signal ends must not keep
+/// the process from its end.
 constexpr std::chrono::seconds kClosePatience{2};
 constexpr unsigned kCloseLimitSeconds = 5;
 
 /// How many outputs are set up at once, each with a child process that changes owners, and how long one may take before
-/// the service goes on without it.
+/// the service continues without it.
 constexpr size_t kSetUpsAtOnce = 4;
 constexpr std::chrono::seconds kSetUpPatience{1};
 
@@ -118,7 +118,7 @@ bool StopCollectors() {
 }
 
 /// Asks the collectors' threads and `step`, which may add some until it ends, to stop, and wakes them until all have
-/// ended, or until the patience is at its end; then joins `step`. False: `step` runs on.
+/// ended, or until the patience is over; then joins `step`. False: `step` still runs.
 bool StopThreads(Step* step) {
   const auto deadline = ThreadBase::Clock::now() + kClosePatience;
   const auto stepHasEnded = [step] { return step == nullptr || step->hasEnded(); };
@@ -152,7 +152,7 @@ bool IsAnyWriting() {
 bool DestroyWorkers() {
   FlushWorkers();
   if (IsAnyWriting()) {
-    // A disk that holds up a worker with text in hand would hold up the exit as well.
+    // The disk that blocks a worker with text in hand would block the exit too.
     StopThreads(nullptr);
     FlushWorkers();
   }
@@ -218,8 +218,8 @@ size_t CountSetUps() {
   return CountWorkers([](Quilcat& worker) { return !worker.isSetUp(); });
 }
 
-/// Waits until no more than `most` outputs are being set up. False: the thread is to stop, or none of them was done for
-/// as long as one may take.
+/// Waits until at most `most` outputs are being set up. False: the thread is to stop, or for as long as one output may
+/// take none was finished.
 bool WaitForSetUps(size_t most) {
   size_t last = SIZE_MAX;
   auto deadline = ThreadBase::Clock::time_point::max();
@@ -236,7 +236,7 @@ bool WaitForSetUps(size_t most) {
   return true;
 }
 
-/// Starts the collectors, and waits for their outputs unless something holds those up.
+/// Starts the collectors, and waits for their outputs unless something blocks them.
 void StartCollectors() {
   bool isHeldUp = false;
   QuilcatGroup_t* group = serviceInfo->group_list;
@@ -247,7 +247,7 @@ void StartCollectors() {
   WaitForSetUps(0);
 }
 
-/// A close that came meanwhile may be destroying other workers, which use the record.
+/// The record stays while a close that came meanwhile may be destroying other workers, which use it.
 void Release() {
   StopThreads(nullptr);
   DestroyWorkers();
@@ -269,7 +269,7 @@ void closequilcats(int signalNumber) {
 void Service::start(QuilcatInfo_t* info) {
   serviceInfo = info;
   sem_init(&wakeMain, 0, 0);
-  // The timer threads of the writers take it, which a step creates: it would come here first.
+  // SIGUSR1 is for the timer threads of the writers. A step creates those, so it would arrive here first.
   if (info->writeMode == WRITE_MMAP) {
     ChangeSignalMask(SIG_BLOCK, {SIGUSR1});
   }

@@ -3,23 +3,23 @@
 
 #include "config/quilcommon.h"
 
-/// The running service: its record, its collectors, and the signals that close it, SIGUSR2 and SIGTERM. One a process;
-/// main thread only, except for closequilcats().
+/// The running service: its record, its collectors, and the signals that close it, SIGUSR2 and SIGTERM. One per
+/// process; main thread only, except for closequilcats().
 ///
-/// From start() on a close signal closes the service whatever it is doing: that is reported, the collectors are
-/// stopped, what they hold is written to their files, and the process exits with the signal's number as status. That
-/// takes five seconds at most; where something is stuck, it is left behind.
+/// From start() on a close signal closes the service whatever it is doing: the close is reported, the collectors are
+/// stopped, the text they hold is written to their files, and the process exits with the signal's number as status.
+/// That takes five seconds at most; what is stuck is abandoned.
 namespace Service {
 
 /// Takes `info`, borrowed and filled, as the service, installs closequilcats(), and starts a collector for each of its
 /// groups. A group whose collector cannot be made or started is reported and skipped.
 void start(QuilCommon::QuilcatInfo_t* info);
 
-/// Has `step`, which may block, called on a thread of its own, and returns when it has. Without memory for a thread it
+/// Calls `step`, which may block, on a thread of its own, and returns when it has ended. Without memory for a thread it
 /// is called on this one, and a close waits for its end. After start().
 void runClosable(void (*step)());
 
-/// Waits until every collector has ended, then destroys them and releases the record, and goes on waiting for a close
+/// Waits until every collector has ended, then destroys them and releases the record, and keeps waiting for a close
 /// signal.
 [[noreturn]] void waitForClose();
 

@@ -16,7 +16,7 @@ namespace {
 
 /// The child. Sends nothing when there is no valid service.
 [[noreturn]] void ReadAndSend(int fd, const char* name, QuilcatInfo_t* info) {
-  // A configuration that hangs is not to outlive a daemon that was ended meanwhile.
+  // A child stuck in reading the configuration must not outlive a daemon that was ended meanwhile.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   FILE* to = fdopen(fd, "w");
   const bool sent = to != nullptr && QuilConfig::parse_config_file(name, info) == 0 && RecordTransfer::send(to, info);

@@ -3,12 +3,11 @@
 
 #include "config/quilcommon.h"
 
-/// QuilConfig::parse_config_file() in a child process: the XML parser's libraries, of which some C libraries never
-/// unload all, and what it leaves on the heap then do not stay with a process that runs for years. Without a child to
-/// be had the service is read in the calling process. Before there are any other threads.
+/// QuilConfig::parse_config_file() in a child process, so that the XML parser's libraries, which some C libraries never
+/// fully unload, and its remains on the heap do not stay in a process that runs for years. Where no child can be
+/// created the service is read in the calling process. Call it before there are other threads.
 ///
-/// Returns 0 when the zero-filled `info` then holds a valid service; otherwise 1, which a parser that crashes gives
-/// too.
+/// Returns 0 when the zero-filled `info` then holds a valid service; otherwise 1, also when the parser crashes.
 int readService(const char* name, QuilCommon::QuilcatInfo_t* info);
 
 #endif  // QUILCAT_MAIN_SERVICE_READER_H_

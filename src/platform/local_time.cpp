@@ -5,7 +5,7 @@
 namespace {
 
 /// The C library has a lock of its own for the time zone, but one that no thread sanitizer sees. Never destroyed: a
-/// thread that a close left alone may hold it while the process exits.
+/// thread that a close gave up on may hold it while the process exits.
 pthread_mutex_t zoneLock = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace

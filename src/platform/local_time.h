@@ -3,9 +3,9 @@
 
 #include <time.h>
 
-/// Puts the local time at `seconds` since 1970 into `local`, in the time zone that is set now: as localtime(3), which
-/// sees a change where localtime_r need not, but for any thread. False: there is no local time for it, `local` is all
-/// zeros.
+/// Puts the local time at `seconds` since 1970 into `local`, in the time zone set now. Like localtime(3) it sees
+/// a changed zone, which localtime_r need not; unlike it, any thread may call. False: that time has no local form, and
+/// `local` is all zeros.
 bool localTime(time_t seconds, tm* local);
 
 #endif  // QUILCAT_PLATFORM_LOCAL_TIME_H_

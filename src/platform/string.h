@@ -14,7 +14,7 @@
 #ifdef QUILCAT_BRINGS_STRLCPY
 
 /// Copies `source` into `destination` of `size` bytes, cut to fit and terminated when `size` is not 0. Returns the
-/// length of `source`: a result of `size` or more says that it was cut.
+/// length of `source`: a result of `size` or more means that it was cut.
 size_t strlcpy(char* destination, const char* source, size_t size);
 
 #endif

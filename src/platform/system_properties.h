@@ -3,7 +3,7 @@
 
 /// The system property calls of the device.
 ///
-/// On Android these are the C library's own. Elsewhere a stand-in with the same signatures keeps one file a property,
+/// On Android these are the C library's own. Elsewhere a stand-in with the same signatures keeps one file per property,
 /// named after it and holding its value, in /dev/__properties__.
 
 #ifdef __ANDROID__

@@ -93,7 +93,7 @@ constexpr MeaningTable MakeMeanings() {
 
 constexpr MeaningTable kMeaningOf = MakeMeanings();
 
-// Ten times more, and a digit, still fits an int.
+// Ten times that plus a digit still fits an int.
 constexpr int kLastExtensible = 21474836;
 constexpr int kAbsent = -1;
 constexpr int kLocalTextSize = 512;
@@ -108,10 +108,10 @@ constexpr int kDigitsBesidesPrecision = 349;
 template <>
 constexpr int kDigitsBesidesPrecision<long double> = 4972;
 
-// A platform that does not know a specification prints it, with numbers in the place of its stars.
+// A platform that does not know a specification prints it, with numbers in place of its stars.
 constexpr size_t kEchoedStars = 32;
 
-/// Bytes of the object's own while they suffice, else from the heap.
+/// Memory inside the object while it suffices, otherwise from the heap.
 template <size_t kLocalSize>
 class ScratchBuffer {
  public:
@@ -201,7 +201,8 @@ int Formatter::Run() {
     const char ch = *next++;
     const State before = state;
     state = kTransitions[kMeaningOf[static_cast<uint8_t>(ch)].charClass][before];
-    // The states of a plain "%s" as branches of their own: processors predict them better than one jump to nine places.
+    // The states of a plain "%s" have branches of their own: processors predict them better than one jump to nine
+    // places.
     if (state == kNormal) {
       WriteLiteral();
     } else if (state == kPercent) {
@@ -218,7 +219,7 @@ int Formatter::Run() {
   return state == kNormal || state == kType ? written : kFormatError;
 }
 
-/// What stands between '%' and the type. Gives the state to go on in.
+/// Reads a character between '%' and the type. Returns the next state.
 State Formatter::TakeAttribute(char ch, State before, State entered) {
   switch (entered) {
     case kFlag:
@@ -385,7 +386,7 @@ void Formatter::ConvertPointer() {
     conversion.flags &= ~unsigned{kZero};
     return WriteConversion("(nil)");
   }
-  // Precision is not for pointers: without one the zero flag stands.
+  // Pointers have no precision, so the zero flag stays in force.
   conversion.precision = kAbsent;
   WriteInteger<16>(reinterpret_cast<uintptr_t>(pointer), "0x");
 }
@@ -413,7 +414,7 @@ void Formatter::WriteInteger(uint64_t value, std::string_view prefix, const char
   WriteConversion({text, static_cast<size_t>(end - text)}, prefix);
 }
 
-/// As wctomb, without the state that the C library shares between threads. Gives -1 for what does not convert.
+/// Like wctomb, without the state that the C library shares between threads. Returns -1 for what does not convert.
 int PutWide(char* bytes, wchar_t wide) {
   mbstate_t state{};
   return static_cast<int>(wcrtomb(bytes, wide, &state));
@@ -510,8 +511,8 @@ void Formatter::ConvertFloat(Real value) {
   }
 }
 
-/// As written, without the size `l` before a `double`: it means nothing there, but doubled some platforms read a
-/// `long double`.
+/// The specification as written, but without the size `l` before a `double`: it means nothing there, and doubled, some
+/// platforms take it for a `long double`.
 void Formatter::CopySpecification(char* copy) const {
   for (const char* ch = conversion.start; ch != next; ++ch) {
     if (*ch != 'l' || Has(kLongDouble)) {
@@ -556,7 +557,7 @@ void Formatter::WriteRun(std::string_view text) {
     return write_string_a(text.data(), length, out, &written);
   }
   char* const to = out->cur;
-  Advance(length, out, &written);  // before the copy, after which a compiler has to read the cursor again
+  Advance(length, out, &written);  // before the copy: after it a compiler has to read the cursor again
   if (length == 1) {               // a separator mostly, where the call would cost more than the byte
     *to = text[0];
   } else {

@@ -34,7 +34,8 @@ inline constexpr int kTruncated = -2;
 /// kFormatError; after these two the last of the `size` bytes is 0 and those before hold what was written.
 int vsnprintf_helper(char* dest, std::size_t size, const char* format, va_list ap);
 
-/// The result of a strncpy_s whose arguments are not plainly good, with the destination reset where the code says so.
+/// The rest of strncpy_s, for arguments that fail its quick checks: returns its code, with the destination reset where
+/// the code says so.
 int strncpy_error(char* dest, std::size_t destMax, const char* src, std::size_t count);
 
 #endif  // QUILCAT_SAFESTR_FORMAT_OUTPUT_H_

@@ -7,7 +7,7 @@
 /// Copy, concatenate, fill and print into a destination of known size.
 ///
 /// `destMax` is the size of the destination in bytes, the terminator included; not a byte past it is written.
-/// Nothing here locks, keeps state or prints a message: any thread may call, and the result alone says what happened.
+/// Nothing here locks, keeps state or prints a message. Any thread may call; the result alone says what happened.
 /// Only floating-point conversions may allocate, and they free before the call returns.
 
 namespace safestr {
@@ -48,8 +48,8 @@ int memset_s(void* dest, std::size_t destMax, int c, std::size_t count);
 /// safestr::kMaxSize, and a format error.
 ///
 /// Formats follow C, with these differences:
-/// - `n`, `a`, `A` and whatever is no conversion are format errors, as is a format that ends inside a conversion, a
-///   width or precision written with more than 9 digits or above 214748369. Positional arguments are not known.
+/// - Format errors are `n`, `a`, `A`, whatever is no conversion, a format that ends inside a conversion, and a width or
+///   precision written with more than 9 digits or above 214748369. Positional arguments are not known.
 /// - `I64`, `I32`, `q`, `L` (64-bit integers too) and `w` (wide text) are sizes as well; `C` and `S` are `lc` and `ls`.
 /// - An integer has at most 512 digits, however large the precision. `%p` takes no precision; null prints "(nil)".
 /// - A null string prints "(null)". Width and precision of wide strings count wide characters. One that the locale can

@@ -10,8 +10,8 @@
 
 namespace {
 
-/// Makes `call` until it gives something else than an interruption, or until the thread is asked to stop. Once at
-/// least: what does not block is still to be done then, and what does is interrupted again.
+/// Repeats `call` until it is not interrupted, or the thread is asked to stop. It is made at least once: a call that
+/// does not block must still be done then, and one that blocks is interrupted again.
 template <typename Call>
 auto Repeat(Call call) -> decltype(call()) {
   while (true) {

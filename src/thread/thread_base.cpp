@@ -13,12 +13,12 @@ namespace {
 
 thread_local ThreadBase* currentThread = nullptr;
 
-/// No real-time signal: those are queued, and refused where the user may have none pending.
+/// Not a real-time signal: those are queued, and refused when the user's limit of pending ones is reached.
 constexpr int kWakeSignal = SIGURG;
 
 void IgnoreWakeSignal(int) {}
 
-/// Without SA_RESTART: a blocked call is to return.
+/// Without SA_RESTART, so that a blocked call returns.
 void InstallWakeHandler() {
   struct sigaction action = {};
   action.sa_handler = IgnoreWakeSignal;
@@ -76,7 +76,7 @@ void ThreadBase::wake(pid_t id) {
 
 void ThreadBase::stop() {
   requestStop();
-  // The signal can arrive just before the thread blocks, hence again and again.
+  // Again and again, since the signal can arrive just before the thread blocks.
   while (!hasEnded()) {
     wake();
     std::this_thread::sleep_for(kWakePeriod);

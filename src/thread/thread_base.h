@@ -40,11 +40,12 @@ class ThreadBase {
   /// Interrupts the call in which the thread is blocked, if it runs.
   void wake();
 
-  /// The same for thread `id` of this process (gettid); 0, or one that has ended, is none. Any thread may call.
+  /// The same for thread `id` of this process (gettid). Does nothing for 0 or a thread that has ended. Any thread may
+  /// call.
   static void wake(pid_t id);
 
-  /// Called by the thread when a call of interruptible.h was interrupted though nobody asked it to stop; the call is
-  /// repeated then.
+  /// Called by the thread when a call of interruptible.h was interrupted though nobody asked the thread to stop. The
+  /// call is then repeated.
   virtual void woken() {}
 
   /// Asks the thread to stop, wakes it until it has ended, and joins it.

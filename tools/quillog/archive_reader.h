@@ -16,13 +16,13 @@ struct archive;
 /// contradicts itself gives nothing.
 class ArchiveReader : public FileReader {
  public:
-  ArchiveReader(int file, TextSink& taker) : FileReader(file, taker), source(file) {}
+  ArchiveReader(int file, TextSink& textSink) : FileReader(file, textSink), source(file) {}
 
   /// Reads everything the first time, nothing at a second.
   void Read(bool growing) override;
 
-  /// Leaves out the oldest files, up to and with the last that has this size and CRC-32: what was read as plain files
-  /// before they were packed. True: there is one.
+  /// Leaves out the oldest files, up to and including the last that has this size and CRC-32: they were read as plain
+  /// files before they were packed. True: there is one.
   bool SkipUpTo(uint64_t size, unsigned long checksum);
 
  private:

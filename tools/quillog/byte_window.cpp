@@ -79,7 +79,7 @@ uint64_t ByteWindow::SkipHole(uint64_t offset) const {
   if (data >= 0) {
     return static_cast<uint64_t>(data);
   }
-  // Nothing but a hole up to the end, or a file system that does not know.
+  // Nothing but a hole up to the end, or the file system does not tell.
   return errno == ENXIO ? std::max(offset, End()) : offset;
 }
 

@@ -28,7 +28,7 @@ class ByteWindow {
   /// when it is not.
   uint64_t Find(const uint8_t* pattern, size_t length, uint64_t offset);
 
-  /// True when `offset` is at or behind the end of the file.
+  /// True when `offset` is at or past the end of the file.
   bool IsEnd(uint64_t offset);
   bool Failed() const { return failed; }
 

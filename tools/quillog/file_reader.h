@@ -9,10 +9,10 @@
 #include "quillog/log_file.h"
 #include "quillog/text_sink.h"
 
-/// How a file ends, as far as its bytes tell.
+/// How a file ends, so far as its bytes tell.
 enum class FileState {
-  kClosed,    ///< nothing behind the text
-  kZeroTail,  ///< sound, zeros behind the text: it is open, or its writer died
+  kClosed,    ///< nothing after the text
+  kZeroTail,  ///< sound, zeros after the text: the file is open, or its writer died
   kEmpty,     ///< no text
   kTorn,      ///< the last piece is not whole and nothing readable follows
   kDamaged,   ///< damaged in the middle
@@ -29,7 +29,7 @@ struct FileSummary {
 
 /// Reads one file of an output from its oldest to its newest text.
 ///
-/// Constant memory. One thread. Owns its descriptor, so it reads on when the file was renamed or deleted. Never writes.
+/// Constant memory. One thread. Owns its descriptor, so it can read a file that was renamed or deleted. Never writes.
 class FileReader {
  public:
   virtual ~FileReader();
@@ -40,8 +40,8 @@ class FileReader {
   /// file, and `error` says why.
   static std::unique_ptr<FileReader> Open(const LogFile& file, TextSink& sink, std::string* error);
 
-  /// Hands on the text behind what earlier calls handed on. `growing`: what is incomplete at the end of the file is
-  /// left for the next call; otherwise it is a damage, and its readable text is handed on as unverified.
+  /// Hands on the text that follows what earlier calls handed on. `growing`: an incomplete end of the file is left for
+  /// the next call; otherwise it is a damage, and its readable text is handed on unverified.
   virtual void Read(bool growing) = 0;
 
   /// After Read().
@@ -51,7 +51,7 @@ class FileReader {
   uint64_t inode() const { return inodeNumber; }
 
  protected:
-  FileReader(int file, TextSink& taker) : fd(file), sink(taker) {}
+  FileReader(int file, TextSink& textSink) : fd(file), sink(textSink) {}
 
   /// The first damage names the place.
   void ReportDamage(uint64_t offset, FileState state, const std::string& what);

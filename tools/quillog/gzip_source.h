@@ -29,7 +29,7 @@ class GzipSource {
   /// Reads on to the end of the pass.
   Verdict Drain();
 
-  /// Lets later passes stop where the bytes end that were written: at the first 512 zeros, a sector, or at zeros up to
+  /// Makes later passes stop where the written bytes end: at the first 512 zeros, a sector, or at zeros that reach to
   /// the end of the file.
   void StopAtZeros();
   /// Offset of the first byte that later passes do not use.

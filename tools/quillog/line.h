@@ -12,7 +12,7 @@
 struct Line {
   const char* text = nullptr;
   size_t size = 0;      ///< without the line feed
-  bool ended = true;    ///< a line feed follows; missing behind a line that was cut, or is not finished
+  bool ended = true;    ///< a line feed follows; missing after a line that was cut or is not finished
   bool follows = true;  ///< nothing was left out between it and the line handed on before
   bool verified = true;
   Time time = kNoTime;  ///< its own, or that of the line before
@@ -20,14 +20,14 @@ struct Line {
   const std::string* file = nullptr;
   std::shared_ptr<const std::string> title;  ///< the columns' names above a polled row; null: none
   bool isRow = true;                         ///< holds values: no title line, no line that only tells the time
-  bool isBehindTime = false;                 ///< right behind a line that only tells the time
+  bool followsTimeLine = false;              ///< right after a line that only tells the time
 };
 
 /// Takes whole lines of one file after the other, in order.
 class LineSink {
  public:
   virtual ~LineSink() = default;
-  /// Lines behind each other, each but the last of a file ended by a line feed; the caller's until the call returns.
+  /// Consecutive lines, each but the last of a file ended by a line feed; the caller's until the call returns.
   virtual void OnLines(const char* text, size_t size, bool verified) = 0;
 };
 

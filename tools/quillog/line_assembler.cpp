@@ -45,7 +45,7 @@ void LineAssembler::OnText(const char* text, size_t size, bool verified) {
   }
   if (last != nullptr && text <= last) {
     const size_t length = static_cast<size_t>(last + 1 - text);
-    taker.OnLines(text, length, verified);
+    sink.OnLines(text, length, verified);
     text += length;
     size -= length;
   }
@@ -58,7 +58,7 @@ void LineAssembler::OnText(const char* text, size_t size, bool verified) {
 size_t LineAssembler::Finish(bool keepUnfinished) {
   const size_t size = unfinished.size();
   if (keepUnfinished && size > 0) {
-    taker.OnLines(unfinished.data(), size, unfinishedVerified);
+    sink.OnLines(unfinished.data(), size, unfinishedVerified);
   }
   unfinished.clear();
   unfinishedVerified = true;

@@ -66,7 +66,7 @@ Time Distance(Time a, Time b) {
   return a > b ? a - b : b - a;
 }
 
-/// Whether a time is known from lines and names to be near, and how far `time` is from it.
+/// The time offered that is nearest to a time known from lines and names.
 struct Nearest {
   Time best = kNoTime;
   Time distance = 0;
@@ -127,20 +127,20 @@ Time LineTimes::Next(const char* text, size_t size, bool* own) {
 /// The start of a day without a year.
 Time LineTimes::OfStreamed(int month, int day) {
   Nearest nearest;
-  const Time limit = file.behind == kNoTime ? INT64_MAX : file.behind + kDay;
+  const Time limit = file.after == kNoTime ? INT64_MAX : file.after + kDay;
   if (reference != kNoTime) {
     nearest.OfferYears(month, day, reference, INT64_MAX);
   }
-  // A clock that was not set jumps; one that was goes on.
+  // A clock that was not set jumps; one that was set runs on.
   if (!IsClockSet(reference)) {
     if (IsClockSet(file.before)) {
       nearest.OfferYears(month, day, file.before, limit);
     }
-    if (IsClockSet(file.behind)) {
-      nearest.OfferYears(month, day, file.behind, limit);
+    if (IsClockSet(file.after)) {
+      nearest.OfferYears(month, day, file.after, limit);
     }
   } else if (nearest.best != kNoTime && file.started != kNoTime && nearest.best + kMonth < file.started) {
-    // Months before the file was begun. It was silent for half a year where it was written to as late as that.
+    // This is months before the file was begun. If the file was still written to a year later, the line is from then.
     const Time later = FromDate(YearOf(nearest.best) + 1, month, day);
     nearest.best = later != kNoTime && later <= limit ? later : nearest.best;
   }

@@ -7,20 +7,20 @@
 
 /// Tells the time of lines, in the order of the log.
 ///
-/// A polled row bears all of it, "2026-11-22 21:04:05 > "; so does a line "current time: 2026-11-22 21:4:5". A streamed
-/// line, "11-22 21:04:05.042 ", bears no year: it is the one nearest to the line before, or to the time in the name of
-/// the file. A phone that lost its clock begins in 1970 and is set right sometime: then the files before and behind
+/// A polled row has all of it, "2026-11-22 21:04:05 > "; so does a line "current time: 2026-11-22 21:4:5". A streamed
+/// line, "11-22 21:04:05.042 ", has no year: it gets the one that puts it nearest to the line before, or to the time in
+/// the name of the file. A phone that lost its clock begins in 1970 until it is set: then the files before and after
 /// tell the year. Any other line has the time of the line before it.
 class LineTimes {
  public:
   /// Times around a file. Each may be kNoTime.
   struct FileTimes {
     Time started = kNoTime;  ///< in its name
-    Time before = kNoTime;   ///< the nearest file before it whose clock was set, or the same
-    Time behind = kNoTime;   ///< the nearest such file behind it, or the last change of the file
+    Time before = kNoTime;   ///< when the nearest file before it with a set clock was begun or last changed
+    Time after = kNoTime;    ///< the same of the nearest file after it, or the last change of the file itself
   };
 
-  /// True when `text` begins as a streamed line or a polled row does.
+  /// True when `text` begins like a streamed line or a polled row.
   static bool BeginsWithTime(const char* text, size_t size);
 
   void StartFile(const FileTimes& times);

@@ -50,7 +50,7 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::Hold(output);
+    OutputFiles::Open(output);
     Query query;
     if (!SetQuery(options, output, report, &query)) {
       return kNothing;
@@ -70,7 +70,7 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   return kAllRead;
 }
 
-/// Several outputs where the text of one is asked for.
+/// Names the outputs, where the text of one only is asked for.
 int NameOutputs(const std::vector<Output>& outputs) {
   fprintf(stderr, "quillog: several outputs, name one:\n");
   for (const Output& output : outputs) {
@@ -103,7 +103,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader that goes away shows in the write.
+  // A reader that has gone away is noticed by the write that fails.
   signal(SIGPIPE, SIG_IGN);
   Options options;
   if (!ParseOptions(argc, argv, &options)) {

@@ -12,17 +12,18 @@ namespace {
 /// What each member of a writer begins with.
 constexpr uint8_t kHeader[] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 2, 3};
 
-/// No member is longer: the writer splits a block whose compressed form is longer than its area. Some room for others.
+/// No member is longer: the writer splits a block whose compressed form is longer than its area. Some room is added for
+/// other writers.
 constexpr size_t kMostBytes = LogFormat::kBlockArea + 4096;
 
 /// One byte more than a writer's member holds shows that it holds more.
 constexpr size_t kTextRoom = LogFormat::kBlockArea + 1;
 
-/// In a broken member so many zeros are taken for bytes that were never written. Deflated text has as many only where
+/// So many zeros in a broken member are taken for bytes that were never written. Deflated text holds so many only where
 /// one character fills kilobytes; then less is rescued, but nothing is made up.
 constexpr size_t kHole = 16;
 
-/// The first `kHole` zeros, or zeros up to the end where that is the file's; `size` when there are none.
+/// The offset of the first `kHole` zeros or, at the file's end, of the zeros up to it; `size` when there are none.
 size_t FindHole(const uint8_t* bytes, size_t size, bool atFileEnd) {
   size_t zeros = 0;
   for (size_t i = 0; i < size; ++i) {
@@ -40,8 +41,8 @@ std::string AtByte(uint64_t offset) {
 
 }  // namespace
 
-MemberReader::MemberReader(int file, TextSink& taker, bool settles)
-    : FileReader(file, taker), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
+MemberReader::MemberReader(int file, TextSink& textSink, bool settles)
+    : FileReader(file, textSink), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
   // Without memory every member is a contradiction, which is reported.
   inflateInit2(&stream, LogFormat::kGzipWindowBits);
   sink.OnStart();
@@ -128,7 +129,7 @@ MemberReader::Outcome MemberReader::Decode(const uint8_t* bytes, size_t size) {
   return Outcome::kContradiction;
 }
 
-/// False: the writer may be copying its last member this moment, look again.
+/// False: the writer may be copying its last member at this moment. Read again.
 bool MemberReader::Settled() {
   if (!maySettle || triesLeft == 0) {
     return true;
@@ -139,14 +140,14 @@ bool MemberReader::Settled() {
   return false;
 }
 
-/// True, once for a position: what is broken there may have been read while its writer stored it, before it went on to
-/// the member behind it. Look again.
+/// True, once for each position: the broken bytes there may have been read while the writer stored them, before it went
+/// on to the next member. Read them again.
 bool MemberReader::MayBeWholeByNow() {
-  if (!maySettle || lookedAgainAt == position || looksLeft == 0) {
+  if (!maySettle || rereadAt == position || rereadsLeft == 0) {
     return false;
   }
-  lookedAgainAt = position;
-  --looksLeft;
+  rereadAt = position;
+  --rereadsLeft;
   window.Forget();
   return true;
 }
@@ -163,7 +164,7 @@ void MemberReader::Salvage(uint64_t next) {
     outcome = Outcome::kContradiction;
   }
   ReportBroken(outcome, real, next);
-  // Up to the last complete line: the piece behind it is dropped at the gap.
+  // Up to the last complete line: the piece after it is dropped at the gap.
   if (outcome == Outcome::kCutShort) {
     sink.OnText(reinterpret_cast<const char*>(text.get()), textSize, false);
     summary.textBytes += textSize;
@@ -171,7 +172,7 @@ void MemberReader::Salvage(uint64_t next) {
   sink.OnGap();
 }
 
-/// Where the bytes of the member at the position end that were written, at most at `end`.
+/// Where the written bytes of the member at the position end, at most `end`.
 uint64_t MemberReader::EndOfRealBytes(uint64_t end) {
   size_t available = 0;
   const uint8_t* bytes = window.At(position, kMostBytes + kHole, &available);

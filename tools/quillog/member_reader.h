@@ -8,18 +8,18 @@
 #include "quillog/byte_window.h"
 #include "quillog/file_reader.h"
 
-/// Reads a compressed mapped log file: gzip members (RFC 1952), zeros behind them while the file is open.
+/// Reads a compressed mapped log file: gzip members (RFC 1952), followed by zeros while the file is open.
 ///
-/// A member's text is handed on as a whole, once its checksum and length are right. Behind anything else reading goes
-/// on at the next header. Of a member that was broken off its bytes are decoded up to where they end: at zeros or at
-/// the end of the file. A member that contradicts itself gives nothing: where its bytes stopped being the writer's is
-/// not to be known, so no line of it can be told from one that never was.
+/// A member's text is handed on as a whole once its checksum and length are found to be right. After anything else
+/// reading continues at the next header. A member that was broken off is decoded up to the end of its bytes: zeros or
+/// the end of the file. A member that contradicts itself gives nothing: nobody knows where its bytes stopped being the
+/// writer's, so none of its lines can be told from one that was never written.
 ///
-/// A header is ten bytes, five of them zeros, which text never holds: neither text nor a stored block
-/// of it is taken for one.
+/// Five of the ten bytes of a header are zeros, which text never holds: neither text nor a stored block of it is taken
+/// for a header.
 class MemberReader : public FileReader {
  public:
-  MemberReader(int file, TextSink& taker, bool settles);
+  MemberReader(int file, TextSink& textSink, bool settles);
   ~MemberReader() override;
 
   void Read(bool growing) override;
@@ -47,8 +47,8 @@ class MemberReader : public FileReader {
   const char* fault = "";  ///< why Decode() found a contradiction
   uint64_t position = 0;   ///< of the next byte that was not handed on
   int triesLeft = 5;
-  uint64_t lookedAgainAt = UINT64_MAX;
-  int looksLeft = 1000;  ///< a file of junk is not read again and again
+  uint64_t rereadAt = UINT64_MAX;
+  int rereadsLeft = 1000;  ///< a file of junk is not read again and again
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_MEMBER_READER_H_

@@ -91,8 +91,8 @@ bool ParseColor(const char* when, bool* colored) {
   return when == nullptr || strcmp(when, "auto") == 0 || strcmp(when, "always") == 0 || strcmp(when, "never") == 0;
 }
 
-/// One option. False: wrong.
-bool Take(int letter, const char* argument, Options* options) {
+/// Stores one option. False: it is wrong, which has been said.
+bool ParseOption(int letter, const char* argument, Options* options) {
   switch (letter) {
     case 'S':
       options->since = argument;
@@ -144,7 +144,7 @@ bool Take(int letter, const char* argument, Options* options) {
 bool ParseOptions(int argc, char** argv, Options* options) {
   options->colored = IsColorTerminal();
   for (int letter; (letter = getopt_long(argc, argv, "S:U:n:g:ivflo:h", kLongOptions, nullptr)) != -1;) {
-    if (!Take(letter, optarg, options)) {
+    if (!ParseOption(letter, optarg, options)) {
       return false;
     }
     if (options->action == Options::Action::kHelp || options->action == Options::Action::kVersion) {

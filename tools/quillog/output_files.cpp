@@ -46,29 +46,29 @@ LogFile Describe(const std::string& path, LogFile::Kind kind) {
   return file;
 }
 
-/// What a look at a directory tells of one output.
-struct Seen {
+/// What a directory holds of one output.
+struct OutputEntries {
   std::vector<std::string> indexed;  ///< paths
   std::set<std::string> factory;     ///< paths with a suffix of factory mode
 };
 
-/// What a look at a directory tells, by the names of outputs.
+/// What a directory holds, by the names of outputs.
 struct Directory {
   std::string prefix;  ///< of paths, with the last "/"
-  std::map<std::string, Seen> outputs;
-  std::set<std::string> others;  ///< names of regular files that tell of no output
+  std::map<std::string, OutputEntries> outputs;
+  std::set<std::string> others;  ///< names of regular files that are not known to belong to an output
 };
 
 bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) {
   if (entry.d_type != DT_UNKNOWN) {
     return entry.d_type == type;
   }
-  struct stat status = {};  // a file system that does not know
+  struct stat status = {};  // the file system does not tell
   return lstat(path.c_str(), &status) == 0 && IFTODT(status.st_mode) == type;
 }
 
 /// False: it cannot be read (errno).
-bool Look(Directory& directory) {
+bool ReadDirectory(Directory& directory) {
   DIR* stream = opendir(directory.prefix.c_str());
   if (stream == nullptr) {
     return false;
@@ -106,8 +106,8 @@ void AddRotated(const std::string& path, std::vector<LogFile>& files) {
   }
 }
 
-/// What stands in the directory in which a rotation packs five files: an archive counts from its last name on; before
-/// that the files do, and an archive that is perhaps not whole only where they are gone.
+/// Adds what is in the directory in which a rotation packs five files: an archive that has its final name; before that
+/// the files; and where these are gone, an archive that is perhaps not whole.
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   const std::string directory = FileNames::packingDirectory(output) + '/';
   const size_t before = files.size();
@@ -120,16 +120,16 @@ void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   }
 }
 
-std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
+std::vector<LogFile> FactoryFiles(const std::string& output, const OutputEntries& entries) {
   std::vector<LogFile> files;
-  for (int number = seen.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
+  for (int number = entries.factory.empty() ? 0 : kMostArchives; number-- > 0;) {
     const std::string path = FileNames::archive(output, number);
-    if (seen.factory.count(path) > 0) {
+    if (entries.factory.count(path) > 0) {
       files.push_back(Describe(path, LogFile::Kind::kArchive));
     }
   }
-  if (!seen.factory.empty()) {
-    // The oldest go there first, and stay while they cannot be packed: what has not gone there is newer.
+  if (!entries.factory.empty()) {
+    // The oldest files are moved there first, and stay while they cannot be packed: what is still outside is newer.
     AddPacking(output, files);
     AddRotated(output, files);
   }
@@ -137,8 +137,8 @@ std::vector<LogFile> FactoryFiles(const std::string& output, const Seen& seen) {
   return files;
 }
 
-std::vector<LogFile> MappedFiles(const std::string& output, const Seen& seen) {
-  std::vector<std::string> paths = seen.indexed;
+std::vector<LogFile> MappedFiles(const std::string& output, const OutputEntries& entries) {
+  std::vector<std::string> paths = entries.indexed;
   std::sort(paths.begin(), paths.end(), IndexedFiles::sort_by_early_time);
   IndexedFiles(output).adjustFileVecOrder(paths);
   std::vector<LogFile> files;
@@ -159,14 +159,14 @@ bool ReadHead(const std::string& path, std::string* head) {
   return size >= 0;
 }
 
-/// True for a file that is no text: none, or members, or the zeros of a mapped file that got no text yet.
+/// True for a file that holds nothing, gzip members, or the zeros of a mapped file that has got no text yet.
 bool IsBlankOrMembers(const std::string& path) {
   std::string head;
   return ReadHead(path, &head) && (head.empty() || head[0] == '\0' || head[0] == '\x1f');
 }
 
-/// Takes out what a tool that follows links, as "adb pull" does, made of the links at two of the mapped files: their
-/// text once more.
+/// Takes out the copies that a tool which follows links, such as "adb pull", made of two of the mapped files: they hold
+/// the same text once more.
 void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   const auto isCopy = [&](const LogFile& file) {
     return (file.path == output || file.path == FileNames::previousLink(output)) && IsBlankOrMembers(file.path);
@@ -174,9 +174,9 @@ void DropCopiedLinks(const std::string& output, std::vector<LogFile>& factory) {
   factory.erase(std::remove_if(factory.begin(), factory.end(), isCopy), factory.end());
 }
 
-void SetFiles(Output& output, const Seen& seen) {
-  std::vector<LogFile> mapped = MappedFiles(output.path, seen);
-  std::vector<LogFile> factory = FactoryFiles(output.path, seen);
+void SetFiles(Output& output, const OutputEntries& entries) {
+  std::vector<LogFile> mapped = MappedFiles(output.path, entries);
+  std::vector<LogFile> factory = FactoryFiles(output.path, entries);
   if (!mapped.empty()) {
     DropCopiedLinks(output.path, factory);
   }
@@ -191,14 +191,14 @@ void SetFiles(Output& output, const Seen& seen) {
   }
 }
 
-/// True for the first bytes of a text: a live file that has not been rotated yet has nothing but these.
+/// True when the file begins like text. Nothing else tells a live file that has not been rotated yet.
 bool LooksLikeText(const std::string& path) {
   std::string head;
   return ReadHead(path, &head) && !head.empty() && head.find('\0') == std::string::npos && head[0] != '\x1f';
 }
 
 /// Mapped files keep their names, and there may be more of them than descriptors.
-void HoldOpen(LogFile& file) {
+void KeepOpen(LogFile& file) {
   if (file.kind == LogFile::Kind::kMapped) {
     return;
   }
@@ -215,17 +215,17 @@ void OutputFiles::List(Output& output) {
     return;
   }
   Directory directory{output.path.substr(0, output.path.rfind('/') + 1), {}, {}};
-  Look(directory);
+  ReadDirectory(directory);
   SetFiles(output, directory.outputs[output.path.substr(directory.prefix.size())]);
 }
 
-void OutputFiles::Hold(Output& output) {
+void OutputFiles::Open(Output& output) {
   constexpr int kMostTries = 20;
   for (int tries = 0; tries < kMostTries && !output.isFiles; ++tries) {
     bool isRenamed = false;
     for (LogFile& file : output.files) {
       isRenamed |= file.kind != LogFile::Kind::kMapped;
-      HoldOpen(file);
+      KeepOpen(file);
     }
     if (!isRenamed) {
       return;
@@ -245,7 +245,7 @@ void OutputFiles::Hold(Output& output) {
 
 bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
   Directory directory{EndsWith(path, "/") || path == "/" ? path : path + "/", {}, {}};
-  if (!Look(directory)) {
+  if (!ReadDirectory(directory)) {
     return false;
   }
   const bool isGuess = directory.outputs.empty();
@@ -256,9 +256,9 @@ bool OutputFiles::Find(const std::string& path, std::vector<Output>* outputs) {
       }
     }
   }
-  for (const auto& [name, seen] : directory.outputs) {
+  for (const auto& [name, entries] : directory.outputs) {
     Output output{directory.prefix + name, {}, false, isGuess};
-    SetFiles(output, seen);
+    SetFiles(output, entries);
     if (!output.files.empty()) {
       outputs->push_back(output);
     }

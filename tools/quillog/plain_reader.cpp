@@ -9,7 +9,7 @@
 void PlainReader::Read(bool growing) {
   window.Forget();
   if (lseek(fd, 0, SEEK_END) < static_cast<off_t>(position)) {
-    // Somebody emptied the file; the daemon goes on at its beginning.
+    // Somebody emptied the file; the daemon continues at its beginning.
     position = 0;
     crc = 0;
     summary = FileSummary();

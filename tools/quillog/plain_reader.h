@@ -7,7 +7,7 @@
 /// Reads a plain log file of factory mode. Text holds no zero bytes: those that are there were never written.
 class PlainReader : public FileReader {
  public:
-  PlainReader(int file, TextSink& taker) : FileReader(file, taker), window(file) { sink.OnStart(); }
+  PlainReader(int file, TextSink& textSink) : FileReader(file, textSink), window(file) { sink.OnStart(); }
 
   void Read(bool growing) override;
 

@@ -35,7 +35,7 @@ class TextPrinter : public Printer {
   bool IsPlain() const override { return !color; }
 
   void Print(const Line& line) override {
-    // Emergency to critical, error, warning, notice; what informs stands plain, what debugs steps back.
+    // Emergency to critical, error, warning, notice; information is plain, debugging is dim.
     static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
     const int level = color ? LevelOf(line) : -1;
     const char* const code = level >= 0 ? kColors[level] : nullptr;
@@ -102,7 +102,7 @@ class CsvPrinter : public Printer {
  public:
   explicit CsvPrinter(TextOutput& to) : output(to) {}
 
-  bool TakesRowsOnly() const override { return true; }
+  bool PrintsRowsOnly() const override { return true; }
 
   void Print(const Line& line) override {
     const bool isPolled = line.hasOwnTime && line.text[4] == '-';
@@ -119,13 +119,13 @@ class CsvPrinter : public Printer {
     }
     if (line.title != title) {
       title = line.title;
-      rowsBearTime = false;
+      rowsHaveTime = false;
     }
-    rowsBearTime |= isPolled;
+    rowsHaveTime |= isPolled;
     const std::vector<Column> names = NamesAbove(line, isPolled);
     std::vector<std::string> values;
-    // Where rows bear the time, a line without is the rest of a value of several lines.
-    if (rowsBearTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
+    // Where rows have a time, a line without one is the rest of a value of several lines.
+    if (rowsHaveTime != isPolled || !Assign(SplitColumns(text, timeLength), text.size(), names, &values)) {
       ++misfits;
       return;
     }
@@ -157,12 +157,12 @@ class CsvPrinter : public Printer {
     }
   }
 
-  /// The names that stand above values: all but the first, where that one stands above the time.
+  /// The names above values: all but the first where that one is above the time.
   static std::vector<Column> NamesAbove(const Line& line, bool isPolled) {
     std::vector<Column> names = SplitColumns(*line.title, 0);
     if (isPolled && !names.empty() && names[0].start < kPolledTime) {
       names.erase(names.begin());
-    } else if (line.isBehindTime && names.size() > 1 && line.size < line.title->size()) {
+    } else if (line.followsTimeLine && names.size() > 1 && line.size < line.title->size()) {
       // The time was a line of its own: the values begin where the row does, and the row is shorter than the title.
       names.erase(names.begin());
       const size_t shift = names[0].start;
@@ -189,11 +189,11 @@ class CsvPrinter : public Printer {
     return true;
   }
 
-  /// Where columns have widths, a value begins below its name and ends before the next name. It may hold blanks, as
-  /// "Not charging" does, or be missing. False: the row is none of this kind, or a value was wider than its column.
+  /// Where columns have widths, a value begins below its name and ends before the next name. It may hold blanks, such
+  /// as "Not charging", or be missing. False: the row is not of this kind, or a value was wider than its column.
   static bool AssignByPlace(const std::vector<Column>& columns, const std::vector<Column>& names,
                             std::vector<std::string>* values) {
-    size_t next = 0;  // the name behind that of the value
+    size_t next = 0;  // the name after that of the value
     size_t end = 0;   // of the value so far
     for (const Column& column : columns) {
       const bool goesOn = next > 0 && column.start == end + 1;
@@ -214,7 +214,7 @@ class CsvPrinter : public Printer {
   TextOutput& output;
   std::string header;
   std::shared_ptr<const std::string> title;
-  bool rowsBearTime = false;  ///< under that title
+  bool rowsHaveTime = false;  ///< under that title
   size_t misfits = 0;
 };
 

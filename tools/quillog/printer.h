@@ -17,17 +17,17 @@ class Printer {
   virtual ~Printer() = default;
 
   virtual void Print(const Line& line) = 0;
-  /// True when whole blocks of text may go to the output as they are.
+  /// True when whole blocks of text may be written to the output unchanged.
   virtual bool IsPlain() const { return false; }
   /// True when only polled rows and streamed lines are wanted, not the titles between them.
-  virtual bool TakesRowsOnly() const { return false; }
+  virtual bool PrintsRowsOnly() const { return false; }
 
-  /// Ends with a word on what could not be printed, if anything; empty otherwise.
+  /// After the last line: what could not be printed, for a person; empty when nothing was left out.
   virtual std::string Complaint() const { return {}; }
 };
 
-/// The columns of a polled row or title: what stands between blanks. "Read Fail", which takes the place of a value,
-/// is one.
+/// The columns of a polled row or title, separated by blanks. "Read Fail", which takes the place of a value, is one
+/// column.
 struct Column {
   std::string text;
   size_t start = 0;  ///< in the line

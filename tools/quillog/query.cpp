@@ -25,7 +25,7 @@ void Query::SetTimes(Time first, Time last) {
 }
 
 bool Query::Matches(const Line& line) const {
-  // A line before any that tells the time is older than all.
+  // Lines before the first that has a time count as older than any time.
   if (since != kNoTime && (line.time == kNoTime || line.time < since)) {
     return false;
   }

@@ -21,7 +21,7 @@ class Query {
   void SetTimes(Time first, Time last);
 
   /// True when every line is wanted, whatever it says.
-  bool TakesAll() const { return !hasPattern && since == kNoTime && until == kNoTime; }
+  bool MatchesAll() const { return !hasPattern && since == kNoTime && until == kNoTime; }
   bool Matches(const Line& line) const;
 
  private:

@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr useconds_t kLookPause = 20000;  // microseconds
+constexpr useconds_t kRetryPause = 20000;  // microseconds
 constexpr char kDefault[] = "/data/log";
 
 bool IsDirectory(const std::string& path) {
@@ -30,7 +30,7 @@ std::string WithDirectory(const std::string& path) {
   return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
-/// The file that a link of a directory that was pulled from elsewhere meant: it stands beside it. Empty: none.
+/// The file that a link in a directory pulled from elsewhere was made for, if it lies beside the link. Empty: none.
 std::string TargetBeside(const std::string& path) {
   char target[PATH_MAX];
   const ssize_t length = readlink(path.c_str(), target, sizeof target);
@@ -99,7 +99,7 @@ void Selection::DropRepeated() {
               found.end());
 }
 
-bool Selection::AddPath(const std::string& path, int looks) {
+bool Selection::AddPath(const std::string& path, int tries) {
   if (path.empty()) {
     return Missing("\"\"", "no path");
   }
@@ -125,10 +125,10 @@ bool Selection::AddPath(const std::string& path, int looks) {
     singles.push_back(OutputFiles::Single(target));
     return true;
   }
-  if (!exists && error == ENOENT && looks > 1) {
+  if (!exists && error == ENOENT && tries > 1) {
     // A rotation renames its files: what is nowhere now may be there in a moment.
-    usleep(kLookPause);
-    return AddPath(path, looks - 1);
+    usleep(kRetryPause);
+    return AddPath(path, tries - 1);
   }
   if (!exists) {
     return Missing(path, error == ENOENT ? "no log there" : strerror(error));
@@ -166,7 +166,7 @@ bool Selection::AddFound(const std::string& path, const std::vector<Output>& out
   return !outputs.empty() || Missing(path, "no log there");
 }
 
-/// The outputs in the directories that stand in the one at `path`.
+/// The outputs in the subdirectories of the directory at `path`.
 std::vector<Output> Selection::InDirectories(const std::string& path) {
   std::vector<std::string> directories;
   DIR* stream = opendir(path.c_str());

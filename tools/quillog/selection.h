@@ -19,9 +19,9 @@ class Selection {
   bool IsAmbiguous() const { return ambiguous; }
 
  private:
-  static constexpr int kLooks = 5;  ///< at a path where nothing is
+  static constexpr int kTries = 5;  ///< at a path where nothing is
 
-  bool AddPath(const std::string& path, int looks = kLooks);
+  bool AddPath(const std::string& path, int tries = kTries);
   bool AddDirectory(const std::string& path);
   bool AddFound(const std::string& path, const std::vector<Output>& outputs);
   static std::vector<Output> InDirectories(const std::string& path);

@@ -1,7 +1,11 @@
 #include "quillog/survey.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "logfile/file_names.h"
 
@@ -29,12 +33,22 @@ std::string Text(Time time) {
   return text;
 }
 
+/// A writer holds a lock on its file, which ends with its process. In a copy there is none.
+bool IsLocked(const LogFile& file) {
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const bool isLocked = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (fd >= 0) {
+    close(fd);
+  }
+  return isLocked;
+}
+
 std::string StateOf(const LogFile& file, const FileSummary& summary) {
   switch (summary.state) {
     case FileState::kClosed:
       return file.kind == LogFile::Kind::kPlain && file.newest ? "open" : "closed";
     case FileState::kZeroTail:
-      return file.newest ? "open" : "killed";
+      return file.newest || IsLocked(file) ? "open" : "killed";
     case FileState::kEmpty:
       return "empty";
     case FileState::kTorn:
@@ -72,21 +86,21 @@ void ListOutput(const Output& output, TextOutput& text, Report& report) {
   for (size_t place = 0; place < output.files.size(); ++place) {
     const LogFile& file = output.files[place];
     Span span;
-    Session::Taker taker;
-    taker.line = [&](const Line& line) {
+    LineReader::Callbacks callbacks;
+    callbacks.line = [&](const Line& line) {
       if (line.hasOwnTime) {
         span.Add(line.time, before);
         before = line.time;
       }
     };
-    Session session(Session::Options(), taker, report);
-    const std::unique_ptr<FileReader> reader = session.Open(output.files, place);
+    LineReader lineReader(LineReader::Options(), callbacks, report);
+    const std::unique_ptr<FileReader> reader = lineReader.Open(output.files, place);
     if (reader == nullptr) {
       text.Write("  " + IndexOf(output, file) + "  unreadable\n");
       continue;
     }
     reader->Read(false);
-    session.Finish(file, *reader);
+    lineReader.Finish(file, *reader);
     const FileSummary summary = reader->Summary();
     snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
@@ -103,7 +117,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
   // The table names what is damaged; --verify says more.
   report.SetQuiet(true);
   for (Output& output : outputs) {
-    OutputFiles::Hold(output);
+    OutputFiles::Open(output);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
   }
@@ -111,18 +125,18 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
 }
 
 void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
-  Session::Options how;
+  LineReader::Options how;
   how.blocks = true;
-  Session::Taker taker;
+  LineReader::Callbacks callbacks;
   unsigned long long bytes = 0;
-  taker.block = [&bytes](const char*, size_t size) { bytes += size; };
+  callbacks.block = [&bytes](const char*, size_t size) { bytes += size; };
   for (Output& output : outputs) {
-    OutputFiles::Hold(output);
+    OutputFiles::Open(output);
     bytes = 0;
     const size_t before = report.damages();
-    Session session(how, taker, report);
+    LineReader lineReader(how, callbacks, report);
     for (size_t place = 0; place < output.files.size(); ++place) {
-      session.ReadFile(output.files, place);
+      lineReader.ReadFile(output.files, place);
       text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
     }
     const size_t damages = report.damages() - before;

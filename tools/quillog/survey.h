@@ -3,8 +3,8 @@
 
 #include <vector>
 
+#include "quillog/line_reader.h"
 #include "quillog/output_files.h"
-#include "quillog/session.h"
 
 /// What --list and --verify say about whole outputs. Both read every file.
 namespace Survey {

@@ -7,7 +7,7 @@
 
 /// Standard output, buffered, and the line of progress on standard error.
 ///
-/// A reader that has gone away, as "| head" does, ends the program at once with status 0; any other failed write ends
+/// A reader that has gone away, such as "| head", ends the program at once with status 0; any other failed write ends
 /// it with 2 and a message.
 class TextOutput {
  public:
@@ -19,7 +19,8 @@ class TextOutput {
   void Write(const char* text, size_t size);
   void Write(const std::string& text) { Write(text.data(), text.size()); }
   void Flush();
-  /// Ends the program, as a write would, where the reader has gone away: nothing may be written for long.
+  /// Ends the program where the reader has gone away, as a write would: for when there may be nothing to write for
+  /// long.
   void EndWithoutReader() const;
 
   /// Says how far the work is, when standard error is a terminal and the work takes longer than a second.

@@ -6,7 +6,7 @@
 
 #include <string>
 
-/// Takes the text of one file after the other as its bytes give it: in pieces of any size, in order, no byte twice.
+/// Takes the text of one file after the other as it is decoded: in pieces of any size, in order, no byte twice.
 class TextSink {
  public:
   virtual ~TextSink() = default;
@@ -14,7 +14,7 @@ class TextSink {
   /// The text that follows is the beginning of a file, and so of a line.
   virtual void OnStart() = 0;
 
-  /// `size` bytes of text that follow right behind what came before; the caller's until the call returns. `verified`:
+  /// The next `size` bytes of text, right after those before; the caller's until the call returns. `verified`:
   /// their checksum was right, or the format has none.
   virtual void OnText(const char* text, size_t size, bool verified) = 0;
 

@@ -11,10 +11,10 @@
 namespace {
 
 /// How often the directory is looked at, which makes the daemon write what it holds, and how long that may take.
-constexpr useconds_t kLookInterval = 800000;
+constexpr useconds_t kListInterval = 800000;
 constexpr useconds_t kFlushTime = 100000;
 
-/// What tells a file from another of the same name, and from the same under another name.
+/// Tells files of the same name apart; a plain file that a rotation renames keeps its key.
 std::string KeyOf(const LogFile& file) {
   const std::string name = file.kind == LogFile::Kind::kMapped ? file.path : "";
   return name + "|" + std::to_string(file.device) + "|" + std::to_string(file.inode);
@@ -30,24 +30,24 @@ TextView::TextView(const Options& asked, const Query& wanted, Output& shown, Pri
       printer(form),
       text(to),
       report(reported),
-      session(MakeSession()),
-      leftOut(!query.TakesAll()) {}
+      lineReader(MakeReader()),
+      leftOut(!query.MatchesAll()) {}
 
-Session TextView::MakeSession() {
-  Session::Options how;
+LineReader TextView::MakeReader() {
+  LineReader::Options how;
   how.verifiedOnly = options.verifiedOnly;
-  how.tellsTitles = printer.TakesRowsOnly();
-  how.blocks = query.TakesAll() && printer.IsPlain() && !options.hasLines;
-  Session::Taker taker;
-  taker.line = [this](const Line& line) { Take(line); };
-  taker.block = [this](const char* block, size_t size) { text.Write(block, size); };
-  return Session(how, taker, report);
+  how.tellsTitles = printer.PrintsRowsOnly();
+  how.blocks = query.MatchesAll() && printer.IsPlain() && !options.hasLines;
+  LineReader::Callbacks callbacks;
+  callbacks.line = [this](const Line& line) { ShowOrKeep(line); };
+  callbacks.block = [this](const char* block, size_t size) { text.Write(block, size); };
+  return LineReader(how, callbacks, report);
 }
 
-void TextView::Take(const Line& taken) {
+void TextView::ShowOrKeep(const Line& taken) {
   Line line = taken;
   line.follows = !leftOut;
-  leftOut = (printer.TakesRowsOnly() && !line.isRow) || !query.Matches(line);
+  leftOut = (printer.PrintsRowsOnly() && !line.isRow) || !query.Matches(line);
   if (leftOut) {
     return;
   }
@@ -76,7 +76,7 @@ void TextView::Show() {
 void TextView::ShowAll() {
   for (size_t place = 0; place + 1 < output.files.size(); ++place) {
     text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
-    session.ReadFile(output.files, place);
+    lineReader.ReadFile(output.files, place);
   }
   ReadNewest();
 }
@@ -88,11 +88,11 @@ void TextView::ShowLast() {
     KeptLines part;
     kept = &part;
     keepAtMost = options.lines - lines.size();
-    leftOut = !query.TakesAll();
+    leftOut = !query.MatchesAll();
     if (place + 1 == output.files.size()) {
       ReadNewest();
     } else {
-      MakeSession().ReadFile(output.files, place);
+      MakeReader().ReadFile(output.files, place);
     }
     lines.insert(lines.begin(), std::make_move_iterator(part.begin()), std::make_move_iterator(part.end()));
     if (options.lines == 0) {
@@ -114,11 +114,11 @@ void TextView::ReadNewest() {
   }
   const size_t place = output.files.size() - 1;
   if (!options.follow) {
-    session.ReadFile(output.files, place);
+    lineReader.ReadFile(output.files, place);
     return;
   }
   newestFile = output.files[place];
-  newest = session.Open(output.files, place);
+  newest = lineReader.Open(output.files, place);
   ReadOn();
   Remember();
 }
@@ -130,9 +130,9 @@ void TextView::ReadOn() {
 }
 
 void TextView::Remember() {
-  seen.clear();
+  listed.clear();
   for (const LogFile& file : output.files) {
-    seen.insert(KeyOf(file));
+    listed.insert(KeyOf(file));
   }
 }
 
@@ -142,9 +142,9 @@ void TextView::Follow() {
     ReadOn();
     text.Flush();
     text.EndWithoutReader();
-    usleep(kLookInterval);
+    usleep(kListInterval);
     OutputFiles::List(output);
-    OutputFiles::Hold(output);
+    OutputFiles::Open(output);
     const std::vector<size_t> places = NewFiles();
     if (!places.empty()) {
       SwitchTo(places);
@@ -153,8 +153,8 @@ void TextView::Follow() {
   }
 }
 
-/// The places of files that came behind the one that is being read. That one is open, so that its number in the file
-/// system is no other's meanwhile.
+/// The places of files that came after the one that is being read. That one is open, so no other file can have its
+/// inode number meanwhile.
 std::vector<size_t> TextView::NewFiles() {
   const std::vector<LogFile>& files = output.files;
   size_t first = files.size();
@@ -174,7 +174,7 @@ std::vector<size_t> TextView::NewFiles() {
     return places;
   }
   for (size_t place = 0; place < files.size(); ++place) {
-    if (seen.count(KeyOf(files[place])) == 0) {
+    if (listed.count(KeyOf(files[place])) == 0) {
       places.push_back(place);
     }
   }
@@ -188,7 +188,7 @@ void TextView::SwitchTo(const std::vector<size_t>& places) {
   if (newest != nullptr) {
     newest->Read(false);
     newestFile.newest = false;
-    session.Finish(newestFile, *newest);
+    lineReader.Finish(newestFile, *newest);
     if (newestFile.kind == LogFile::Kind::kPlain) {
       size = newest->Summary().textBytes;
       checksum = static_cast<const PlainReader&>(*newest).checksum();
@@ -196,14 +196,14 @@ void TextView::SwitchTo(const std::vector<size_t>& places) {
   }
   for (const size_t place : places) {
     newestFile = output.files[place];
-    newest = session.Open(output.files, place);
+    newest = lineReader.Open(output.files, place);
     if (newest != nullptr && newestFile.kind == LogFile::Kind::kArchive && size > 0) {
       // What was read as a plain file has been packed meanwhile, and what came before it too.
       static_cast<ArchiveReader&>(*newest).SkipUpTo(size, checksum);
     }
     if (newest != nullptr && place != places.back()) {
       newest->Read(false);
-      session.Finish(newestFile, *newest);
+      lineReader.Finish(newestFile, *newest);
     }
   }
   ReadOn();
@@ -212,12 +212,12 @@ void TextView::SwitchTo(const std::vector<size_t>& places) {
 
 Time NewestTime(const std::vector<LogFile>& files, Report& report) {
   Time latest = kNoTime;
-  Session::Taker taker;
-  taker.line = [&latest](const Line& line) { latest = line.hasOwnTime ? line.time : latest; };
+  LineReader::Callbacks callbacks;
+  callbacks.line = [&latest](const Line& line) { latest = line.hasOwnTime ? line.time : latest; };
   report.SetQuiet(true);
   const size_t before = report.damages();
   for (size_t place = files.size(); place-- > 0 && latest == kNoTime;) {
-    Session(Session::Options(), taker, report).ReadFile(files, place);
+    LineReader(LineReader::Options(), callbacks, report).ReadFile(files, place);
   }
   report.SetQuiet(false);
   report.Forget(before);

@@ -6,8 +6,8 @@
 #include <set>
 #include <string>
 
+#include "quillog/line_reader.h"
 #include "quillog/options.h"
-#include "quillog/session.h"
 
 /// Shows the wanted lines of one output, and goes on with new ones.
 class TextView {
@@ -28,7 +28,7 @@ class TextView {
   };
   using KeptLines = std::deque<KeptLine>;
 
-  void Take(const Line& taken);
+  void ShowOrKeep(const Line& taken);
   void ShowAll();
   void ShowLast();
   void ReadNewest();
@@ -36,7 +36,7 @@ class TextView {
   std::vector<size_t> NewFiles();
   void Remember();
   void SwitchTo(const std::vector<size_t>& places);
-  Session MakeSession();
+  LineReader MakeReader();
 
   const Options& options;
   const Query& query;
@@ -44,12 +44,12 @@ class TextView {
   Printer& printer;
   TextOutput& text;
   Report& report;
-  Session session;
+  LineReader lineReader;
   bool leftOut;                        ///< the line before, or it may have been
   std::unique_ptr<FileReader> newest;  ///< while following
   LogFile newestFile;
-  std::set<std::string> seen;  ///< files listed so far and still there
-  KeptLines* kept = nullptr;   ///< takes the lines instead of the printer
+  std::set<std::string> listed;  ///< files listed so far and still there
+  KeptLines* kept = nullptr;     ///< takes the lines instead of the printer
   size_t keepAtMost = 0;
 };
 

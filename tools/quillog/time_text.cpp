@@ -44,7 +44,7 @@ bool ParseClock(const char* text, Time* clock) {
          second >= 0 && second < 61;
 }
 
-/// The last year in which that day is not more than a month behind `newest`.
+/// The last year in which that day is not more than a month after `newest`.
 Time LastSuchDay(int month, int day, Time newest) {
   for (int year = YearOf(newest) + 1; year > YearOf(newest) - 8; --year) {
     const Time time = FromDate(year, month, day);

@@ -23,7 +23,7 @@ constexpr Time kMonth = 30 * kDay;
 /// kNoTime for a day that the year does not have.
 Time FromDate(int year, int month, int day);
 int YearOf(Time time);
-/// A phone that lost its clock begins in 1970; no log is older than this program's kind of phone.
+/// A phone that lost its clock begins in 1970. True for a time from 2000 on, as in every log whose clock was set.
 inline bool IsClockSet(Time time) {
   return time != kNoTime && YearOf(time) >= 2000;
 }
@@ -32,10 +32,10 @@ inline bool IsClockSet(Time time) {
 Time Now();
 Time FromSeconds(int64_t unixSeconds);
 
-/// "2026-11-22T21:04:05", with ".042" behind it where `milliseconds`.
+/// "2026-11-22T21:04:05", followed by ".042" with `milliseconds`.
 std::string Iso(Time time, bool milliseconds);
 
-/// "20240131-235959", as in the name of a file; kNoTime for anything else.
+/// "20240131-235959", the form used in file names; kNoTime for anything else.
 Time FromStamp(const std::string& stamp);
 
 /// "30s", "5m", "1h", "2d": milliseconds. False: none of these.

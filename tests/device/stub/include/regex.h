@@ -2,6 +2,6 @@
 
 #include_next <regex.h>
 
-// Android's library takes the bounds of a text, as glibc does; the one whose headers stand in for it has no name for
+// Android's library takes the bounds of a text, as glibc does; the one whose headers replace it has no name for
 // that.
 #define REG_STARTEND 4

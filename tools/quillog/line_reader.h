@@ -1,5 +1,5 @@
-#ifndef QUILCAT_TOOLS_QUILLOG_SESSION_H_
-#define QUILCAT_TOOLS_QUILLOG_SESSION_H_
+#ifndef QUILCAT_TOOLS_QUILLOG_LINE_READER_H_
+#define QUILCAT_TOOLS_QUILLOG_LINE_READER_H_
 
 #include <deque>
 #include <functional>
@@ -18,12 +18,12 @@
 class Report {
  public:
   explicit Report(TextOutput& to) : output(to) {}
-  /// "quillog: FILE: TEXT"; counts as damage unless it only is a remark.
+  /// "quillog: FILE: TEXT". With `isDamage` it counts as a damage, without it is only a remark.
   void Say(const std::string& file, const std::string& text, bool isDamage);
-  /// Damages are counted, and not named, until it is called with false: what looks at a file before it is read.
+  /// Until it is called with false, damages are counted but not named: for a look at a file before it is read.
   void SetQuiet(bool isQuiet) { quiet = isQuiet; }
   size_t damages() const { return count; }
-  /// What was counted since then counts no longer: it will be found again.
+  /// Sets the count back to `before`: what was counted since will be found again.
   void Forget(size_t before) { count = before; }
 
  private:
@@ -33,35 +33,35 @@ class Report {
 };
 
 /// Reads files line by line, with the time of each line, and hands on the lines that are wanted.
-class Session : private LineSink {
+class LineReader : private LineSink {
  public:
   struct Options {
     bool verifiedOnly = false;
     bool tellsTitles = false;  ///< finds the title above polled rows
-    bool blocks = false;       ///< whole blocks will do: nothing is asked about single lines
+    bool blocks = false;       ///< hands on whole blocks: nobody asks about single lines
   };
-  struct Taker {
+  struct Callbacks {
     std::function<void(const Line&)> line;
     std::function<void(const char*, size_t)> block;  ///< used with Options::blocks
   };
 
-  Session(const Options& how, Taker to, Report& reported)
+  LineReader(const Options& how, Callbacks called, Report& reported)
       : options(how),
-        taker(std::move(to)),
+        callbacks(std::move(called)),
         report(reported),
         assembler(*this, [this](uint64_t offset, const std::string& what) {
           report.Say(fileName, "byte " + std::to_string(offset) + ": " + what, true);
         }) {}
 
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
 
-  /// Opens the file of that place in the list; its text comes with each Read(). Null: it cannot be opened, which is
+  /// Opens the file at that place in the list; each Read() of it hands on lines. Null: it cannot be opened, which is
   /// reported.
   std::unique_ptr<FileReader> Open(const std::vector<LogFile>& files, size_t place);
-  /// The file's end: an unfinished line is handed on, or left out when its writer died and others follow.
+  /// Ends the file: an unfinished line is handed on, or left out when its writer died and other files follow.
   void Finish(const LogFile& file, const FileReader& reader);
-  /// Both, for a file that is read once.
+  /// Open(), Read() and Finish(), for a file that is read once.
   void ReadFile(const std::vector<LogFile>& files, size_t place);
 
  private:
@@ -70,7 +70,7 @@ class Session : private LineSink {
   void NoteTitle(Line& line);
 
   const Options options;
-  const Taker taker;
+  const Callbacks callbacks;
   Report& report;
   LineAssembler assembler;
   LineTimes times;
@@ -85,4 +85,4 @@ class Session : private LineSink {
 /// The times around the file of that place.
 LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place);
 
-#endif  // QUILCAT_TOOLS_QUILLOG_SESSION_H_
+#endif  // QUILCAT_TOOLS_QUILLOG_LINE_READER_H_

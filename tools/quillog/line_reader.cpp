@@ -1,4 +1,4 @@
-#include "quillog/session.h"
+#include "quillog/line_reader.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -9,7 +9,7 @@ void Report::Say(const std::string& file, const std::string& text, bool isDamage
   if (quiet) {
     return;
   }
-  // What was read before goes first where both end up in one place.
+  // Where both streams go to one place, the text read so far comes first.
   output.Flush();
   output.HideProgress();
   fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
@@ -17,7 +17,8 @@ void Report::Say(const std::string& file, const std::string& text, bool isDamage
 
 namespace {
 
-/// When the file was begun, or else changed last; kNoTime when the clock was not set then, or tar has unpacked it.
+/// When the file was begun or, where its name does not say, last changed. kNoTime when the clock was not set then, as
+/// with a file that tar has unpacked.
 Time SetTimeOf(const LogFile& file) {
   const Time time = file.started != kNoTime ? file.started : file.modified;
   return TimeText::IsClockSet(time) ? time : kNoTime;
@@ -29,21 +30,21 @@ LineTimes::FileTimes TimesAround(const std::vector<LogFile>& files, size_t place
   constexpr size_t kFarthest = 100;
   LineTimes::FileTimes times;
   times.started = files[place].started;
-  times.behind = files[place].modified;
+  times.after = files[place].modified;
   for (size_t i = place; i > 0 && place - i < kFarthest && times.before == kNoTime; --i) {
     times.before = SetTimeOf(files[i - 1]);
   }
-  const bool isPlain = files[place].started == kNoTime && TimeText::IsClockSet(times.behind);
+  const bool isPlain = files[place].started == kNoTime && TimeText::IsClockSet(times.after);
   for (size_t i = place + 1; !isPlain && i < files.size() && i - place < kFarthest; ++i) {
     if (const Time time = SetTimeOf(files[i]); time != kNoTime) {
-      times.behind = time;
+      times.after = time;
       break;
     }
   }
   return times;
 }
 
-std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, size_t place) {
+std::unique_ptr<FileReader> LineReader::Open(const std::vector<LogFile>& files, size_t place) {
   const LogFile& file = files[place];
   fileName = file.Name();
   times.StartFile(TimesAround(files, place));
@@ -51,14 +52,14 @@ std::unique_ptr<FileReader> Session::Open(const std::vector<LogFile>& files, siz
   std::string error;
   std::unique_ptr<FileReader> reader = FileReader::Open(file, assembler, &error);
   if (reader == nullptr) {
-    // A file that was there a moment ago went for its age.
+    // A file that was there a moment ago was deleted for its age.
     const bool isGone = file.inode != 0 && access(file.path.c_str(), F_OK) != 0;
     report.Say(file.path, isGone ? "deleted meanwhile" : error, !isGone);
   }
   return reader;
 }
 
-void Session::Finish(const LogFile& file, const FileReader& reader) {
+void LineReader::Finish(const LogFile& file, const FileReader& reader) {
   const bool writerDied = !file.newest && reader.Summary().state == FileState::kZeroTail;
   const size_t dropped = assembler.Finish(!writerDied);
   if (dropped > 0) {
@@ -67,7 +68,7 @@ void Session::Finish(const LogFile& file, const FileReader& reader) {
   }
 }
 
-void Session::ReadFile(const std::vector<LogFile>& files, size_t place) {
+void LineReader::ReadFile(const std::vector<LogFile>& files, size_t place) {
   const std::unique_ptr<FileReader> reader = Open(files, place);
   if (reader != nullptr) {
     reader->Read(false);
@@ -75,12 +76,12 @@ void Session::ReadFile(const std::vector<LogFile>& files, size_t place) {
   }
 }
 
-void Session::OnLines(const char* text, size_t size, bool verified) {
+void LineReader::OnLines(const char* text, size_t size, bool verified) {
   if (options.verifiedOnly && !verified) {
     return;
   }
   if (options.blocks) {
-    taker.block(text, size);
+    callbacks.block(text, size);
     return;
   }
   Line line;
@@ -96,18 +97,18 @@ void Session::OnLines(const char* text, size_t size, bool verified) {
   }
 }
 
-void Session::HandOn(Line& line) {
+void LineReader::HandOn(Line& line) {
   line.time = times.Next(line.text, line.size, &line.hasOwnTime);
   if (options.tellsTitles) {
     NoteTitle(line);
   }
-  taker.line(line);
+  callbacks.line(line);
 }
 
-/// A title is the line behind an empty one. It has no time of its own, while rows have; where they have none it is
-/// found at the beginning of a file alone, as an empty line may be a row whose nodes all failed. The line feed of an
-/// empty line may have ended a row that its writer left unfinished, hence the same title is one anywhere.
-void Session::NoteTitle(Line& line) {
+/// A title is the line after an empty one, without a time of its own. Where rows have no time either, it is found only
+/// at the beginning of a file, since elsewhere an empty line may be a row whose nodes all failed. A title seen before
+/// is one anywhere: the line feed of the empty line above it may have ended a row that its writer left unfinished.
+void LineReader::NoteTitle(Line& line) {
   ++lineNumber;
   const bool isEmpty = line.size == 0 || (line.size == 1 && line.text[0] == '\r');
   const bool isTime = line.hasOwnTime && line.text[0] == 'c';
@@ -119,7 +120,7 @@ void Session::NoteTitle(Line& line) {
   }
   line.isRow = !isEmpty && !isTime && !isTitle;
   line.title = title;
-  line.isBehindTime = afterTimeLine;
+  line.followsTimeLine = afterTimeLine;
   rowsTellTime |= line.isRow && line.hasOwnTime;
   afterEmptyLine = isEmpty;
   afterTimeLine = isTime;
