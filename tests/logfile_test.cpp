@@ -118,7 +118,7 @@ TEST_F(LogFileTest, RotatesBetweenLinesBeforeTheSizeIsReachedAndSetsAVanishedFil
     Write(c);
     Write(d, true);     // 1023 bytes in the file
     title = longTitle;  // longer than a file, yet it rotates nothing
-    Write("\n");         // the 1024th
+    Write("\n");        // the 1024th
     output.reset();
     EXPECT_EQ(List(kDirectory).size(), mode == kMapped ? 5u : 3u);
     EXPECT_EQ(KeptText(mode), held + a + b + c + d + title + "\n");

@@ -25,8 +25,8 @@ void MakeLink(const std::string& target, const char* path) {
   }
 }
 
-/// True when there is nothing at `path`, not even a link. A name can be taken when the list of files is not complete, or
-/// when another collector has the same output.
+/// True when there is nothing at `path`, not even a link. A name can be taken when the list of files is not complete,
+/// or when another collector has the same output.
 bool IsFree(const std::string& path) {
   struct stat status;
   return lstat(path.c_str(), &status) != 0;

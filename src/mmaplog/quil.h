@@ -42,9 +42,9 @@ class Quil {
   Quil(const Quil&) = delete;
   Quil& operator=(const Quil&) = delete;
 
-  /// Closes the current file and continues in a new one, made at `path`, where there must be nothing. Text that is pending
-  /// goes to the new file: Flush() first. False: the new file could not be made and mapped; writes then fail once a
-  /// block is full.
+  /// Closes the current file and continues in a new one, made at `path`, where there must be nothing. Text that is
+  /// pending goes to the new file: Flush() first. False: the new file could not be made and mapped; writes then fail
+  /// once a block is full.
   bool SetOutputPath(const char* path) EXCLUDES(writerLock);
 
   /// The current file, -1 when there is none. Borrowed until the next SetOutputPath(), for the thread that calls that
