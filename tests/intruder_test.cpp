@@ -48,35 +48,18 @@ class Intruder {
   std::string Target() {
     return kTreasure + Pick({"", "/secret", "/public", "/new", "/closed", "/closed/inner", "/closed/new"});
   }
+  /// Empties or lengthens what is there, or puts something else in its place.
   void TakePlace(const std::string& path) {
-    struct stat status;
-    if (random() % 5 == 0) {
-      if (truncate(path.c_str(), Pick({"", "x"}).empty() ? 0 : 1 << 20) == 0) return;
-    }
-    if (lstat(path.c_str(), &status) == 0) MakeRoom(path);
-    const std::string target = Target();
-    switch (random() % 10) {
-      case 0:
-      case 1:
-      case 2:
-      case 3:
-        static_cast<void>(!symlink(target.c_str(), path.c_str()));
-        return;
-      case 4:
-        static_cast<void>(!link((kTreasure + "/public").c_str(), path.c_str()));
-        return;
-      case 5:
-        close(open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0666));
-        return;
-      case 6:
-        mkfifo(path.c_str(), 0666);
-        return;
-      case 7:
-        LayTrap(path);
-        return;
-      default:
-        return;  // the daemon gets on
-    }
+    std::error_code error;
+    const auto kind = random() % 12;
+    if (kind < 2) std::filesystem::resize_file(path, kind << 20, error);
+    if (kind < 2 && !error) return;
+    MakeRoom(path);
+    if (kind < 6) std::filesystem::create_symlink(Target(), path, error);
+    if (kind == 6) std::filesystem::create_hard_link(kTreasure + "/public", path, error);
+    if (kind == 7) close(open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0666));
+    if (kind == 8) mkfifo(path.c_str(), 0666);
+    if (kind == 9) LayTrap(path);  // else the daemon gets on
   }
   void MakeRoom(const std::string& path) {
     std::error_code error;
@@ -87,9 +70,10 @@ class Intruder {
   }
   /// A directory with links under all names that the daemon uses in its own.
   void LayTrap(const std::string& path) {
-    if (mkdir(path.c_str(), 0777) != 0) return;
+    std::error_code error;
+    std::filesystem::create_directory(path, error);
     for (const char* name : {"unfinished.tar.gz", "packed.tar.gz", "cat.1", "cat.2", "cat.3", "cat.4", "cat.5"}) {
-      static_cast<void>(!symlink(Target().c_str(), (path + '/' + name).c_str()));
+      std::filesystem::create_symlink(Target(), path + '/' + name, error);
     }
   }
 
