@@ -33,7 +33,7 @@ size_t LineStream::FormattedLength(const char* text, int result) {
   return result >= 0 ? static_cast<size_t>(result) : strnlen(text, kTextSize);
 }
 
-bool LineStream::Take(size_t size) {
+bool LineStream::WriteCompleted(size_t size) {
   return EmitLines(size) && WriteRun();
 }
 

@@ -46,7 +46,7 @@ class LineStream {
 
   /// Writes the lines that the `size` bytes read into freeSpace() complete. A zero byte ends the data; what follows it
   /// is lost. A full buffer without a line feed is a line. False: a write failed, or the thread is to stop.
-  bool Take(size_t size);
+  bool WriteCompleted(size_t size);
 
   /// Has a line before the next one tell that reads failed with `error`, an errno, and text may be missing.
   void NoteFailedRead(int error);

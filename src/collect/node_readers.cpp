@@ -145,7 +145,7 @@ int Quilbase::node_cat_stream(const char* path) {
     const ssize_t size = fd < 0 ? -1 : readNode(fd, lines.freeSpace(), lines.freeSize());
     if (size >= 0) {
       failures = 0;
-      if (!lines.Take(static_cast<size_t>(size))) {
+      if (!lines.WriteCompleted(static_cast<size_t>(size))) {
         break;
       }
       continue;

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "collect/column_format.h"
 #include "config/records.h"
 #include "platform/local_time.h"
 #include "safestr/safestr.h"
@@ -118,10 +119,10 @@ int Quilcat::pollNodeSet(const QuilcatInputNodeSet_t& set, bool isLast) {
   if (set.data_path == nullptr) {
     return set.alter_data_path != nullptr ? node_cat_alter_once(set.alter_data_path, set.width, isLast) : 0;
   }
-  if (BeginsWith(set.data_path, "DateTime")) {
+  if (BeginsWith(set.data_path, ColumnFormat::kDateTime)) {
     return writeStamp(nodePollingDateTime(), set.width);
   }
-  if (BeginsWith(set.data_path, "CurrentTime")) {
+  if (BeginsWith(set.data_path, ColumnFormat::kCurrentTime)) {
     return writeStamp(nodePollingCurrentTime(), set.width);
   }
   return node_cat_once(set.data_path, set.width, isLast);
@@ -166,9 +167,9 @@ int Quilcat::writeTitle(const QuilcatInputNodeSet_t& set) {
 }
 
 char* Quilcat::nodePollingDateTime() {
-  return FormatTime("%.4d-%.2d-%.2d %.2d:%.2d:%.2d > ");
+  return FormatTime(ColumnFormat::kDateTimeForm);
 }
 
 char* Quilcat::nodePollingCurrentTime() {
-  return FormatTime("\ncurrent time: %d-%d-%d %d:%d:%d\r\n");
+  return FormatTime(ColumnFormat::kCurrentTimeForm);
 }

@@ -65,13 +65,13 @@ void PackingDirectory::Make() {
   }
 }
 
-void PackingDirectory::Take(int number) const {
+void PackingDirectory::MoveIn(int number) const {
   if (renameat(parent, file(number).c_str(), directory.fd, file(number).c_str()) != 0) {
     perror("while rename log files");
   }
 }
 
-void PackingDirectory::TakeRest() const {
+void PackingDirectory::MoveInRest() const {
   int lowest = 1;
   while (lowest <= kFiles && !fileExists(directory.fd, file(lowest))) {
     ++lowest;

@@ -26,9 +26,9 @@ class PackingDirectory {
   bool isOpen() const { return directory.fd >= 0; }
 
   /// Moves the file B.`number` of the log directory here.
-  void Take(int number) const;
+  void MoveIn(int number) const;
   /// Takes the files that a process did not come to, which died while it took five: those below the lowest number here.
-  void TakeRest() const;
+  void MoveInRest() const;
 
   /// True when one of the files is there that can be packed.
   bool holdsFiles() const;

@@ -64,7 +64,7 @@ void RotatedFiles::compressLogsFactory(PackingDirectory& packing) {
     return;
   }
   for (int number = PackingDirectory::kFiles; number >= 1; --number) {
-    packing.Take(number);
+    packing.MoveIn(number);
   }
   compressRunFactory(packing);
 }
@@ -125,7 +125,7 @@ void RotatedFiles::finishInterruptedRotation() {
     return;
   }
   if (const PackingDirectory packing(directory.fd, logFilePath); packing.isOpen()) {
-    packing.TakeRest();
+    packing.MoveInRest();
   }
   if (!fileExists(directory.fd, numbered(PackingDirectory::kFiles))) {
     return;
