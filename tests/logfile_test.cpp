@@ -233,8 +233,14 @@ TEST_F(LogFileTest, FactoryModeContinuesAFileAndDropsTextAfterAFailedWrite) {
 
 TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
   const std::string look = "cd /data/secret; stat -c '%U:%G %a' . shadow; ls; cat shadow";
+  // While it writes, its directory becomes a link to one that has the live file under the same name.
+  const std::string later =
+      "cd /data/log; mkdir ../other; ln out/cat-log* ../other; ls ../other > ../before; mv out aside; ln -s ../other "
+      "out;"
+      "chown -h 2000 out";
   // What stands at the output, its directory or the packing directory, as a shell makes it.
   const std::string traps[] = {
+      "",
       "ln -s /data/secret/shadow $O",
       "ln -s /data/secret/new $O",
       "ln /data/secret/shadow $O",
@@ -253,8 +259,12 @@ TEST_F(LogFileTest, NobodyInTheDirectoryHasAnotherFileWrittenOrGivenAway) {
       WriteFile("/data/secret/shadow", "secret");
       Shell("chmod 600 /data/secret/*; chmod 700 /data/secret; mkdir -p /data/log/out; O=" + kOut + "; " + trap);
       SetUpOutput(mode);
-      for (char c = 'a'; c < 'o'; ++c) Write(std::string(999, c) + "\n");
+      for (char c = 'a'; c < 'o'; ++c) {
+        if (trap.empty() && c == 'd') Shell(later);
+        Write(std::string(999, c) + "\n");
+      }
       output.reset();
+      EXPECT_EQ(trap.empty() ? Shell("ls /data/other | diff - /data/before") : "", "");
       EXPECT_EQ(Shell(look), "root:root 700\nroot:root 600\nshadow\nsecret") << trap;
       EXPECT_EQ(KeptText(mode).find("secret"), std::string::npos) << trap;
       EXPECT_EQ(KeptText(mode).back(), '\n') << trap;

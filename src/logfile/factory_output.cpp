@@ -121,6 +121,10 @@ void FactoryOutput::rotateLogsFactory() {
   finishFile();
   {
     RotatedFiles rotated(outputFilePath, maxFiles);
+    if (!rotated.isOpen()) {
+      setupOutput();  // its directory is gone
+      return;
+    }
     rotated.shift();
     curFileBytes = 0;
     rotated.packIfFull();

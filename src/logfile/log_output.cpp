@@ -24,21 +24,23 @@ LogOutput::LogOutput(const Settings& settings, Owner& told)
 
 int LogOutput::setupOutput() {
   int result = 0;
+  // While the directory's owner is changed, too, a wake of the worker is not to begin another set-up in this one.
+  changingFile = true;
   for (int tries = kSetUpTries; tries > 0; --tries) {
     if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath) != 0) {
       fprintf(stderr, "create bugreports dir error!!\n");
+      changingFile = false;
       return 1;
     }
-    const bool stood = isDirectoryThere();
-    changingFile = true;
+    owner.outputDirectoryMade();
+    const bool wasThere = isDirectoryThere();
     result = openOutput();
-    changingFile = false;
     // Somebody may remove the directory in between. Until the next set-up text would be refused, which ends a stream.
-    if (!stood || isDirectoryThere()) {
+    if (!wasThere || isDirectoryThere()) {
       break;
     }
   }
-  owner.outputDirectoryMade();
+  changingFile = false;
   return result;
 }
 
@@ -50,6 +52,7 @@ bool LogOutput::isDirectoryThere() const {
 size_t LogOutput::writeLines(const char* data, size_t len) {
   size_t done = 0;
   while (done < len) {
+    setUpIfNeeded();
     const size_t size = linesBeforeRotation(data + done, len - done);
     const size_t taken = write(data + done, size, true);
     done += taken;
@@ -75,18 +78,20 @@ size_t LogOutput::linesBeforeRotation(const char* data, size_t len) const {
 }
 
 int LogOutput::logcatWrite(const char* data, size_t len, bool lineDone) {
-  return data != nullptr && write(data, len, lineDone) == len ? 0 : 1;
+  if (data == nullptr) {
+    return 1;
+  }
+  setUpIfNeeded();
+  return write(data, len, lineDone) == len ? 0 : 1;
 }
 
 size_t LogOutput::write(const char* data, size_t len, bool lineDone) {
   const bool isNested = writing.exchange(true);  // a title, in the write that opened its file
-  if (!changingFile) {
-    setUpIfNeeded();
-    if (lineComplete && !logFilePath.empty() && rotateSizeKB != 0 && (curFileBytes + len) / 1024 >= rotateSizeKB) {
-      changingFile = true;
-      rotate();
-      changingFile = false;
-    }
+  if (!changingFile && lineComplete && !logFilePath.empty() && rotateSizeKB != 0 &&
+      (curFileBytes + len) / 1024 >= rotateSizeKB) {
+    changingFile = true;
+    rotate();
+    changingFile = false;
   }
   const size_t taken = append(data, len);
   if (taken == len || !keepsRefused) {
@@ -100,7 +105,7 @@ size_t LogOutput::write(const char* data, size_t len, bool lineDone) {
 
 void LogOutput::setUpIfNeeded() {
   // For a thread that is to stop there is no later time.
-  if (!needsSetUp() || (Clock::now() < nextSetUp && !ThreadBase::currentStopRequested())) {
+  if (changingFile || !needsSetUp() || (Clock::now() < nextSetUp && !ThreadBase::currentStopRequested())) {
     return;
   }
   setupOutput();
@@ -127,7 +132,7 @@ void LogOutput::noteFile() {
 }
 
 void LogOutput::setUpForHeldText() {
-  if (!changingFile && isFileDead()) {
+  if (isFileDead()) {
     setUpIfNeeded();
   }
 }

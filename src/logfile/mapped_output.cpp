@@ -8,19 +8,37 @@
 #include "logfile/empty_files.h"
 #include "logfile/file_names.h"
 #include "logfile/file_steps.h"
+#include "logfile/output_directory.h"
+#include "platform/open_file.h"
 
 namespace {
 
 constexpr mode_t kFileMode = 0664;
 
-void RemoveLink(const char* path) {
-  if (unlink(path) != 0) {
-    fprintf(stderr, "refreshSymlink unlink [%s] fail\n", path);
+/// The log directory, held open while a file is begun there: what others put in the place of its name meanwhile leads
+/// nowhere else.
+class HeldDirectory {
+ public:
+  /// The one in which `path` lies.
+  explicit HeldDirectory(const std::string& path) : directory(openDirectory(path.substr(0, path.rfind('/') + 1))) {}
+
+  /// What leads to the entry of the directory that `path` names.
+  std::string inside(const std::string& path) const {
+    return "/proc/self/fd/" + std::to_string(directory.fd) + path.substr(path.rfind('/'));
+  }
+
+ private:
+  const OpenFile directory;
+};
+
+void RemoveLink(const HeldDirectory& directory, const std::string& path) {
+  if (unlink(directory.inside(path).c_str()) != 0) {
+    fprintf(stderr, "refreshSymlink unlink [%s] fail\n", path.c_str());
   }
 }
 
-void MakeLink(const std::string& target, const char* path) {
-  if (symlink(target.c_str(), path) != 0) {
+void MakeLink(const HeldDirectory& directory, const std::string& target, const std::string& path) {
+  if (symlink(target.c_str(), directory.inside(path).c_str()) != 0) {
     fprintf(stderr, "refreshSymlink symlink [%s] fail\n", target.c_str());
   }
 }
@@ -112,21 +130,23 @@ bool MappedOutput::beginNextFile() {
 /// Has the writer go on in a new file with the next index that is free. False: no memory for its path, the old file
 /// stays.
 bool MappedOutput::openIndexedFile() {
+  const HeldDirectory directory(outputFilePath);
   const int32_t first = files.nextIndex();
   for (int32_t i = 0; i < FileNames::kIndexes; ++i) {
     const std::string path = files.pathOf((first + i) % FileNames::kIndexes);
     if (path.empty()) {
       return false;
     }
-    if (!IsFree(path)) {
+    const std::string inside = directory.inside(path);
+    if (!IsFree(inside)) {
       continue;
     }
     logFilePath = path;
-    if (mmapWriter.SetOutputPath(path.c_str())) {
+    if (mmapWriter.SetOutputPath(inside.c_str())) {
       return true;
     }
     // Somebody may have taken the name since; then the next one.
-    if (mmapWriter.outputDescriptor() >= 0 || IsFree(path)) {
+    if (mmapWriter.outputDescriptor() >= 0 || IsFree(inside)) {
       break;
     }
   }
@@ -135,12 +155,13 @@ bool MappedOutput::openIndexedFile() {
 }
 
 void MappedOutput::refreshSymlink() {
-  RemoveLink(outputFilePath);
-  RemoveLink(prevLinkPath.c_str());
-  MakeLink(logFilePath, outputFilePath);
+  const HeldDirectory directory(outputFilePath);
+  RemoveLink(directory, outputFilePath);
+  RemoveLink(directory, prevLinkPath);
+  MakeLink(directory, logFilePath, outputFilePath);
   const std::vector<std::string>& paths = files.paths();
   if (paths.size() >= 2) {
-    MakeLink(paths[paths.size() - 2], prevLinkPath.c_str());
+    MakeLink(directory, paths[paths.size() - 2], prevLinkPath);
   }
 }
 

@@ -27,6 +27,9 @@ class RotatedFiles {
   /// `livePath` is O; `maxFiles` archives are kept. With 0 there are none, and O.5 is replaced at each rotation.
   RotatedFiles(const std::string& livePath, uint64_t maxFiles);
 
+  /// False: the directory is not to be had, and each step fails.
+  bool isOpen() const { return directory.fd >= 0; }
+
   /// Moves O.4 to O.5 and so on down to O to O.1. O is then free; it must be closed. Five files that could not be moved
   /// away to be packed are tried again first; the oldest is replaced when they still cannot. Where a stop leaves them
   /// no time, nothing is moved, and O grows.

@@ -122,7 +122,11 @@ bool StopCollectors() {
 bool StopThreads(Step* step) {
   const auto deadline = ThreadBase::Clock::now() + kClosePatience;
   const auto stepHasEnded = [step] { return step == nullptr || step->hasEnded(); };
-  while (!(stepHasEnded() && StopCollectors()) && ThreadBase::Clock::now() < deadline) {
+  const auto haveAllEnded = [&stepHasEnded] {
+    const bool addsNone = stepHasEnded();  // asked first: until then there may be a collector more
+    return StopCollectors() && addsNone;
+  };
+  while (!haveAllEnded() && ThreadBase::Clock::now() < deadline) {
     if (step != nullptr) {
       step->requestStop();
       step->wake();
