@@ -32,7 +32,6 @@ int LogOutput::setupOutput() {
       changingFile = false;
       return 1;
     }
-    owner.outputDirectoryMade();
     const bool wasThere = isDirectoryThere();
     result = openOutput();
     // Somebody may remove the directory in between. Until the next set-up text would be refused, which ends a stream.
@@ -41,6 +40,7 @@ int LogOutput::setupOutput() {
     }
   }
   changingFile = false;
+  owner.outputDirectoryMade();
   return result;
 }
 

@@ -102,6 +102,7 @@ MappedOutput::~MappedOutput() {
 void MappedOutput::openLogFile() {
   if (beginNextFile()) {
     mmapWriter.Flush();
+    owner.outputDirectoryMade();  // a title may take long, and somebody look meanwhile
     owner.openLogFilePost();
   }
 }
