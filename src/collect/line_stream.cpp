@@ -110,6 +110,9 @@ bool LineStream::WriteRun() {
   while (done < runSize && Pause()) {
     done += output.writeLines(run + done, runSize - done);
   }
+  if (done < runSize && retries) {
+    done += output.writeLines(run + done, runSize - done);  // the last try may have begun long before the stop
+  }
   const bool written = done == runSize;
   runSize = 0;
   return written;
