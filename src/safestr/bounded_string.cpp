@@ -47,6 +47,20 @@ int Append(char* dest, size_t length, size_t destMax, const char* src) {
   return Reset(dest, room <= apart ? safestr::kResetDoesNotFit : safestr::kResetOverlap);
 }
 
+/// What is wrong with the arguments of a copy, with the destination reset where the code says so; kOk: nothing.
+int ArgumentError(char* dest, size_t destMax, const char* src) {
+  if (!IsSize(destMax)) {
+    return safestr::kBadDestinationSize;
+  }
+  if (dest == nullptr) {
+    return safestr::kNullDestination;
+  }
+  if (src == nullptr) {
+    return Reset(dest, safestr::kResetNoString);
+  }
+  return safestr::kOk;
+}
+
 }  // namespace
 
 int strncpy_s(char* dest, size_t destMax, const char* src, size_t count) {
@@ -70,14 +84,8 @@ int strncpy_s(char* dest, size_t destMax, const char* src, size_t count) {
 }
 
 int strncpy_error(char* dest, size_t destMax, const char* src, size_t count) {
-  if (!IsSize(destMax)) {
-    return safestr::kBadDestinationSize;
-  }
-  if (dest == nullptr) {
-    return safestr::kNullDestination;
-  }
-  if (src == nullptr) {
-    return Reset(dest, safestr::kResetNoString);
+  if (const int error = ArgumentError(dest, destMax, src); error != safestr::kOk) {
+    return error;
   }
   if (count > safestr::kMaxSize) {
     return Reset(dest, safestr::kResetDoesNotFit);
@@ -92,14 +100,8 @@ int strncpy_error(char* dest, size_t destMax, const char* src, size_t count) {
 }
 
 int strcat_s(char* dest, size_t destMax, const char* src) {
-  if (!IsSize(destMax)) {
-    return safestr::kBadDestinationSize;
-  }
-  if (dest == nullptr) {
-    return safestr::kNullDestination;
-  }
-  if (src == nullptr) {
-    return Reset(dest, safestr::kResetNoString);
+  if (const int error = ArgumentError(dest, destMax, src); error != safestr::kOk) {
+    return error;
   }
 
   const size_t toSource = LiesBefore(dest, src) ? Distance(dest, src) : destMax;

@@ -511,8 +511,8 @@ void Formatter::ConvertFloat(Real value) {
   }
 }
 
-/// The specification as written, but without the size `l` before a `double`: it means nothing there, and doubled, some
-/// platforms take it for a `long double`.
+/// The conversion as it is in the format, but without the size `l` before a `double`: it means nothing there, and
+/// doubled, some platforms take it for a `long double`.
 void Formatter::CopySpecification(char* copy) const {
   for (const char* ch = conversion.start; ch != next; ++ch) {
     if (*ch != 'l' || Has(kLongDouble)) {
