@@ -16,8 +16,7 @@
 #include <vector>
 
 #include "choices.h"
-#include "quillog/line_assembler.h"
-#include "quillog/member_reader.h"
+#include "quillog/lines/line_reader.h"
 
 namespace {
 
@@ -102,25 +101,20 @@ class Case {
 };
 
 /// Checks lines as they come against those logged.
-class Model : public LineSink {
+class Model {
  public:
   explicit Model(const Case& logged) : all(logged) {}
 
-  void OnLines(const char* text, size_t size, bool verified) override {
-    if (!verified && all.junkInMember) return;
-    for (const char* end = text + size; text < end;) {
-      const char* feed = std::find(text, end, '\n');
-      const std::string line(text, feed);
-      while (next < all.lines.size() && all.lines[next] != line) ++next;
-      // The last line of a file need not be finished.
-      const bool isBeginning = feed == end && !all.lines.empty();
-      if (next == all.lines.size() && !isBeginning) {
-        fprintf(stderr, "never logged, or twice: \"%s\"\n", line.c_str());
-        abort();
-      }
-      next += next < all.lines.size() ? 1 : 0;
-      text = feed + 1;
+  void Check(const Line& line) {
+    if (!line.verified && all.junkInMember) return;
+    const std::string text(line.text, line.size);
+    while (next < all.lines.size() && all.lines[next] != text) ++next;
+    // The last line of a file need not be finished.
+    if (next == all.lines.size() && (line.ended || all.lines.empty())) {
+      fprintf(stderr, "never logged, or twice: \"%s\"\n", text.c_str());
+      abort();
     }
+    next += next < all.lines.size() ? 1 : 0;
   }
 
  private:
@@ -133,14 +127,20 @@ class Model : public LineSink {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Choices choose(data, size);
   const Case log(choose);
-  const int fd = memfd_create("log", MFD_CLOEXEC);
-  if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
+  const ByteRange bytes{std::make_shared<const OpenFile>(memfd_create("log", MFD_CLOEXEC)), 0, ByteRange::kToTheEnd};
+  if (write(bytes.fd(), log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
   Model model(log);
-  LineAssembler assembler(model, [](uint64_t, const std::string&) {});
-  MemberReader reader(fd, assembler, false);
-  reader.Read(true);
-  reader.Read(false);
-  assembler.Finish(true);
-  if (!log.junkInMember && log.bytes.empty() != (reader.Summary().bytes == 0)) abort();
+  LineReader::Options how;
+  how.growing = true;
+  LineReader reader(how);
+  reader.Open(FileKind::kMapped, bytes, "log", true, {});
+  for (int pass = 0; pass < 2; ++pass) {
+    Line line;
+    for (Item item; (item = reader.Next(&line)) != Item::kEnd;) {
+      if (item == Item::kLine) model.Check(line);
+    }
+    reader.NoteSuccessor();
+  }
+  if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
   return 0;
 }

@@ -13,7 +13,7 @@
 
 #include "archive/tar_zip.h"
 #include "device.h"
-#include "quillog/time_text.h"
+#include "quillog/time/time_text.h"
 
 using namespace Device;
 

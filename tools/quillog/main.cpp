@@ -9,7 +9,7 @@
 #include <algorithm>
 
 #include "quillog/options.h"
-#include "quillog/selection.h"
+#include "quillog/select/selection.h"
 #include "quillog/survey.h"
 #include "quillog/text_view.h"
 
@@ -18,7 +18,7 @@ namespace {
 enum : int { kAllRead = 0, kDamaged = 1, kNothing = 2 };
 
 /// Turns what is asked for into a query on one output. False: wrong usage, which is named.
-bool SetQuery(const Options& options, const Output& output, Report& report, Query* query) {
+bool SetQuery(const Options& options, Output& output, Query* query) {
   std::string error;
   if (options.hasPattern && !query->SetPattern(options.pattern, options.ignoreCase, options.invert, &error)) {
     fprintf(stderr, "quillog: %s: %s\n", options.pattern.c_str(), error.c_str());
@@ -27,7 +27,7 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
   if (options.last == 0 && options.since.empty() && options.until.empty()) {
     return true;
   }
-  const Time newest = NewestTime(output.files, report);
+  const Time newest = NewestTime(output);
   if (options.last != 0) {
     // What is days later than the newest line was logged before the clock was set back.
     query->SetTimes(newest == kNoTime ? kNoTime : newest - options.last,
@@ -52,17 +52,11 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   for (Output& output : outputs) {
     OutputFiles::Open(output);
     Query query;
-    if (!SetQuery(options, output, report, &query)) {
+    if (!SetQuery(options, output, &query)) {
       return kNothing;
     }
-    TextView view(options, query, output, *printer, text, report);
-    view.Show();
-    if (options.follow) {
-      if (options.last != 0) {
-        query.SetTimes(kNoTime, kNoTime);  // a day later, or when the clock is set, new lines are wanted all the same
-      }
-      view.Follow();
-    }
+    TextView(options, query, output, *printer, text, report).Show();
+    OutputFiles::LetGo(output);
   }
   if (const std::string complaint = printer->Complaint(); !complaint.empty()) {
     report.Say(outputs.front().path, complaint, false);
@@ -79,7 +73,7 @@ int NameOutputs(const std::vector<Output>& outputs) {
   return kNothing;
 }
 
-int Run(const Options& options) {
+int Answer(const Options& options) {
   Selection selection;
   if (!selection.Add(options.paths)) {
     return kNothing;
@@ -96,7 +90,15 @@ int Run(const Options& options) {
   } else {
     status = Show(options, selection.outputs(), text, report);
   }
+  text.Flush();
   text.HideProgress();
+  report.Finish();
+  if (!text.Works() && text.Error() != EPIPE) {
+    fprintf(stderr, "quillog: cannot write: %s\n", strerror(text.Error()));
+  }
+  if (!text.Works()) {
+    return text.Error() == EPIPE ? kAllRead : kNothing;
+  }
   return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;
 }
 
@@ -116,5 +118,5 @@ int main(int argc, char** argv) {
   if (options.action == Options::Action::kVersion) {
     return puts("quillog " QUILLOG_VERSION) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
-  return Run(options);
+  return Answer(options);
 }

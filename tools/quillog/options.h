@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "quillog/printer.h"
+#include "quillog/forms/printer.h"
 
 /// What the command line asks for.
 struct Options {

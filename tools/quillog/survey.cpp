@@ -1,13 +1,10 @@
 #include "quillog/survey.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include "logfile/file_names.h"
+#include "quillog/select/log_reader.h"
 
 namespace {
 
@@ -33,28 +30,18 @@ std::string Text(Time time) {
   return text;
 }
 
-/// A writer holds a lock on its file, which ends with its process. In a copy there is none.
-bool IsLocked(const LogFile& file) {
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  const bool isLocked = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  if (fd >= 0) {
-    close(fd);
-  }
-  return isLocked;
-}
-
-std::string StateOf(const LogFile& file, const FileSummary& summary) {
-  switch (summary.state) {
+std::string StateOf(const LogFile& file, const FileReader& reader) {
+  switch (reader.Summary().state) {
     case FileState::kClosed:
       return file.kind == LogFile::Kind::kPlain && file.newest ? "open" : "closed";
     case FileState::kZeroTail:
-      return file.newest || IsLocked(file) ? "open" : "killed";
+      return file.newest || reader.HasWriter() ? "open" : "killed";
     case FileState::kEmpty:
       return "empty";
     case FileState::kTorn:
-      return "torn at byte " + std::to_string(summary.damagedAt);
+      return "torn at byte " + std::to_string(reader.Summary().damagedAt);
     case FileState::kDamaged:
-      return "damaged at byte " + std::to_string(summary.damagedAt);
+      return "damaged at byte " + std::to_string(reader.Summary().damagedAt);
   }
   return {};
 }
@@ -76,36 +63,35 @@ std::string IndexOf(const Output& output, const LogFile& file) {
   return name.compare(0, base.size(), base) == 0 ? name.substr(base.size(), end - base.size()) : name;
 }
 
-void ListOutput(const Output& output, TextOutput& text, Report& report) {
+void ListOutput(Output& output, TextOutput& text, Report& report) {
   text.Write(output.path + "\n");
   char row[512];
   snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10s  %10s  %7s  %s\n", "index", "first", "last", "bytes", "text",
            "members", "state");
   text.Write(row);
   Time before = kNoTime;
-  for (size_t place = 0; place < output.files.size(); ++place) {
+  for (size_t place = 0; place < output.files.size() && text.Works(); ++place) {
     const LogFile& file = output.files[place];
     Span span;
-    LineReader::Callbacks callbacks;
-    callbacks.line = [&](const Line& line) {
-      if (line.hasOwnTime) {
+    LogReader log(output, LogReader::Options(), place, place + 1);
+    Line line;
+    for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
+      if (item == Item::kDamage) {
+        report.Say(log.subject(), log.message(), true);
+      } else if (item == Item::kLine && line.hasOwnTime) {
         span.Add(line.time, before);
         before = line.time;
       }
-    };
-    LineReader lineReader(LineReader::Options(), callbacks, report);
-    const std::unique_ptr<FileReader> reader = lineReader.Open(output.files, place);
-    if (reader == nullptr) {
+    }
+    if (log.file() == nullptr) {
       text.Write("  " + IndexOf(output, file) + "  unreadable\n");
       continue;
     }
-    reader->Read(false);
-    lineReader.Finish(file, *reader);
-    const FileSummary summary = reader->Summary();
+    const FileSummary& summary = log.file()->Summary();
     snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
              static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
-             StateOf(file, summary).c_str(), span.jumpsBack ? ", clock jumps back" : "");
+             StateOf(file, *log.file()).c_str(), span.jumpsBack ? ", clock jumps back" : "");
     text.Write(row);
     text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
   }
@@ -115,30 +101,31 @@ void ListOutput(const Output& output, TextOutput& text, Report& report) {
 
 void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   // The table names what is damaged; --verify says more.
-  report.SetQuiet(true);
+  report.SetQuiet();
   for (Output& output : outputs) {
     OutputFiles::Open(output);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
+    OutputFiles::LetGo(output);
   }
-  report.SetQuiet(false);
 }
 
 void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
-  LineReader::Options how;
-  how.blocks = true;
-  LineReader::Callbacks callbacks;
-  unsigned long long bytes = 0;
-  callbacks.block = [&bytes](const char*, size_t size) { bytes += size; };
   for (Output& output : outputs) {
     OutputFiles::Open(output);
-    bytes = 0;
+    unsigned long long bytes = 0;
     const size_t before = report.damages();
-    LineReader lineReader(how, callbacks, report);
-    for (size_t place = 0; place < output.files.size(); ++place) {
-      lineReader.ReadFile(output.files, place);
-      text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
+    LogReader log(output, LogReader::Options());
+    for (Item item; text.Works() && (item = log.Peek()) != Item::kEnd;) {
+      if (item == Item::kLine) {
+        bytes += static_cast<size_t>(log.run().end - log.run().at);
+        log.SkipTo(log.run().end);
+      } else {
+        report.Say(log.subject(), log.message(), item == Item::kDamage);
+      }
+      text.Progress("file " + std::to_string(log.place() + 1) + " of " + std::to_string(output.files.size()));
     }
+    OutputFiles::LetGo(output);
     const size_t damages = report.damages() - before;
     text.Write(output.path + ": " + std::to_string(output.files.size()) +
                (output.files.size() == 1 ? " file, " : " files, ") + std::to_string(bytes) + " bytes of text, " +

@@ -3,8 +3,9 @@
 
 #include <vector>
 
-#include "quillog/line_reader.h"
-#include "quillog/output_files.h"
+#include "quillog/forms/text_output.h"
+#include "quillog/report.h"
+#include "quillog/select/output_files.h"
 
 /// What --list and --verify say about whole outputs. Both read every file.
 namespace Survey {

@@ -3,10 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
-
-#include "quillog/archive_reader.h"
-#include "quillog/plain_reader.h"
 
 namespace {
 
@@ -14,212 +10,122 @@ namespace {
 constexpr useconds_t kListInterval = 800000;
 constexpr useconds_t kFlushTime = 100000;
 
-/// Tells files of the same name apart; a plain file that a rotation renames keeps its key.
-std::string KeyOf(const LogFile& file) {
-  const std::string name = file.kind == LogFile::Kind::kMapped ? file.path : "";
-  return name + "|" + std::to_string(file.device) + "|" + std::to_string(file.inode);
-}
-
 }  // namespace
 
-TextView::TextView(const Options& asked, const Query& wanted, Output& shown, Printer& form, TextOutput& to,
-                   Report& reported)
+TextView::TextView(const Options& asked, Query& wanted, Output& shown, Printer& form, TextOutput& to, Report& reported)
     : options(asked),
       query(wanted),
       output(shown),
       printer(form),
       text(to),
       report(reported),
-      lineReader(MakeReader()),
-      leftOut(!query.MatchesAll()) {}
-
-LineReader TextView::MakeReader() {
-  LineReader::Options how;
-  how.verifiedOnly = options.verifiedOnly;
-  how.tellsTitles = printer.PrintsRowsOnly();
-  how.blocks = query.MatchesAll() && printer.IsPlain() && !options.hasLines;
-  LineReader::Callbacks callbacks;
-  callbacks.line = [this](const Line& line) { ShowOrKeep(line); };
-  callbacks.block = [this](const char* block, size_t size) { text.Write(block, size); };
-  return LineReader(how, callbacks, report);
-}
-
-void TextView::ShowOrKeep(const Line& taken) {
-  Line line = taken;
-  line.follows = !leftOut;
-  leftOut = (printer.PrintsRowsOnly() && !line.isRow) || !query.Matches(line);
-  if (leftOut) {
-    return;
+      wholeRuns(query.MatchesAll() && printer.IsPlain()),
+      searches(!query.HasTimes() && options.format == Printer::Format::kText) {
+  how.lines = {options.verifiedOnly, printer.PrintsRowsOnly(), options.hasLines, options.follow};
+  if (!printer.PrintsRowsOnly()) {
+    how.since = query.Since();
+    how.until = query.Until();
   }
-  if (kept == nullptr) {
-    printer.Print(line);
-    return;
-  }
-  if (keepAtMost == 0) {
-    return;
-  }
-  if (kept->size() == keepAtMost) {
-    kept->pop_front();
-  }
-  kept->push_back({line, std::string(line.text, line.size), *line.file});
 }
 
 void TextView::Show() {
-  if (options.hasLines) {
-    ShowLast();
-  } else {
-    ShowAll();
-  }
-  text.Flush();
-}
-
-void TextView::ShowAll() {
-  for (size_t place = 0; place + 1 < output.files.size(); ++place) {
-    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
-    lineReader.ReadFile(output.files, place);
-  }
-  ReadNewest();
-}
-
-/// From the newest file back until there are enough lines.
-void TextView::ShowLast() {
-  KeptLines lines;
-  for (size_t place = output.files.size(); place-- > 0 && (lines.size() < options.lines || lines.empty());) {
-    KeptLines part;
-    kept = &part;
-    keepAtMost = options.lines - lines.size();
-    leftOut = !query.MatchesAll();
-    if (place + 1 == output.files.size()) {
-      ReadNewest();
-    } else {
-      MakeReader().ReadFile(output.files, place);
+  const size_t first = options.hasLines ? FindLast() : 0;
+  LogReader log(output, how, first);
+  ShowAll(log);
+  toPass = 0;
+  while (options.follow && text.Works()) {
+    if (options.last != 0) {
+      query.SetTimes(kNoTime, kNoTime);  // a day later, or when the clock is set, new lines are wanted all the same
     }
-    lines.insert(lines.begin(), std::make_move_iterator(part.begin()), std::make_move_iterator(part.end()));
-    if (options.lines == 0) {
-      break;
-    }
-    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
-  }
-  kept = nullptr;
-  for (KeptLine& line : lines) {
-    line.line.text = line.text.data();
-    line.line.file = &line.file;
-    printer.Print(line.line);
-  }
-}
-
-void TextView::ReadNewest() {
-  if (output.files.empty()) {
-    return;
-  }
-  const size_t place = output.files.size() - 1;
-  if (!options.follow) {
-    lineReader.ReadFile(output.files, place);
-    return;
-  }
-  newestFile = output.files[place];
-  newest = lineReader.Open(output.files, place);
-  ReadOn();
-  Remember();
-}
-
-void TextView::ReadOn() {
-  if (newest != nullptr) {
-    newest->Read(true);
-  }
-}
-
-void TextView::Remember() {
-  listed.clear();
-  for (const LogFile& file : output.files) {
-    listed.insert(KeyOf(file));
-  }
-}
-
-void TextView::Follow() {
-  for (;;) {
     usleep(kFlushTime);
-    ReadOn();
-    text.Flush();
-    text.EndWithoutReader();
+    ShowAll(log);
+    text.LookForReader();
     usleep(kListInterval);
-    OutputFiles::List(output);
-    OutputFiles::Open(output);
-    const std::vector<size_t> places = NewFiles();
-    if (!places.empty()) {
-      SwitchTo(places);
-    }
-    Remember();
+    log.Renew();
   }
 }
 
-/// The places of files that came after the one that is being read. That one is open, so no other file can have its
-/// inode number meanwhile.
-std::vector<size_t> TextView::NewFiles() {
-  const std::vector<LogFile>& files = output.files;
-  size_t first = files.size();
-  for (size_t place = 0; place < files.size(); ++place) {
-    if (newest != nullptr && files[place].inode == newest->inode() && files[place].device == newest->device()) {
-      first = place + 1;
-    }
+/// From the newest file back until there are enough lines: the file with the first of them. Sets how many come before
+/// it there.
+size_t TextView::FindLast() {
+  size_t place = output.files.size();
+  size_t found = 0;
+  while (place > 0 && found < options.lines) {
+    found += Count(--place);
+    text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
   }
-  std::vector<size_t> places;
-  const bool found =
-      first < files.size() || (first > 0 && newest != nullptr && !files.empty() &&
-                               files.back().inode == newest->inode() && files.back().device == newest->device());
-  if (found) {
-    for (size_t place = first; place < files.size(); ++place) {
-      places.push_back(place);
-    }
-    return places;
+  if (options.lines == 0 && place > 0) {
+    toPass = SIZE_MAX;
+    return place - 1;
   }
-  for (size_t place = 0; place < files.size(); ++place) {
-    if (listed.count(KeyOf(files[place])) == 0) {
-      places.push_back(place);
-    }
-  }
-  return places;
+  toPass = found - std::min(found, options.lines);
+  toShow = options.follow ? SIZE_MAX : options.lines;
+  return place;
 }
 
-/// Reads the file so far to its end, then the others; the last one is the newest from now on.
-void TextView::SwitchTo(const std::vector<size_t>& places) {
-  uint64_t size = 0;
-  unsigned long checksum = 0;
-  if (newest != nullptr) {
-    newest->Read(false);
-    newestFile.newest = false;
-    lineReader.Finish(newestFile, *newest);
-    if (newestFile.kind == LogFile::Kind::kPlain) {
-      size = newest->Summary().textBytes;
-      checksum = static_cast<const PlainReader&>(*newest).checksum();
+/// The wanted lines in one file.
+size_t TextView::Count(size_t place) {
+  LogReader log(output, how, place, place + 1);
+  size_t count = 0;
+  leftOut = false;
+  Line line;
+  for (Item item; (item = wholeRuns ? log.Peek() : NextWanted(log, &line)) != Item::kEnd;) {
+    if (item == Item::kLine && wholeRuns) {
+      const Run& run = log.run();
+      count += static_cast<size_t>(std::count(run.at, run.end, '\n')) + (run.end[-1] == '\n' ? 0 : 1);
+      log.SkipTo(run.end);
+    } else if (item == Item::kLine) {
+      ++count;
     }
   }
-  for (const size_t place : places) {
-    newestFile = output.files[place];
-    newest = lineReader.Open(output.files, place);
-    if (newest != nullptr && newestFile.kind == LogFile::Kind::kArchive && size > 0) {
-      // What was read as a plain file has been packed meanwhile, and what came before it too.
-      static_cast<ArchiveReader&>(*newest).SkipUpTo(size, checksum);
+  return count;
+}
+
+/// What there is now.
+void TextView::ShowAll(LogReader& log) {
+  const bool inRuns = wholeRuns && !options.hasLines;
+  size_t place = 0;
+  Line line;
+  for (Item item; text.Works() && (item = inRuns ? log.Peek() : NextWanted(log, &line)) != Item::kEnd;) {
+    if (item != Item::kLine) {
+      report.Say(log.subject(), log.message(), item == Item::kDamage);
+    } else if (inRuns) {
+      printer.Print(log.run());
+      log.SkipTo(log.run().end);
+    } else if (toPass > 0) {
+      --toPass;
+      leftOut = true;
+    } else if (toShow > 0) {
+      --toShow;
+      printer.Print(line);
     }
-    if (newest != nullptr && place != places.back()) {
-      newest->Read(false);
-      lineReader.Finish(newestFile, *newest);
+    if (log.place() != place) {
+      place = log.place();
+      text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
     }
   }
-  ReadOn();
   text.Flush();
 }
 
-Time NewestTime(const std::vector<LogFile>& files, Report& report) {
-  Time latest = kNoTime;
-  LineReader::Callbacks callbacks;
-  callbacks.line = [&latest](const Line& line) { latest = line.hasOwnTime ? line.time : latest; };
-  report.SetQuiet(true);
-  const size_t before = report.damages();
-  for (size_t place = files.size(); place-- > 0 && latest == kNoTime;) {
-    LineReader(LineReader::Options(), callbacks, report).ReadFile(files, place);
+Item TextView::NextWanted(LogReader& log, Line* line) {
+  for (;;) {
+    const Item item = log.Peek();
+    if (item != Item::kLine) {
+      return item;
+    }
+    if (searches) {
+      const char* found = query.Find(log.run().at, log.run().end);
+      leftOut |= found != log.run().at;
+      log.SkipTo(found != nullptr ? found : log.run().end);
+      if (found == nullptr) {
+        continue;
+      }
+    }
+    log.Next(line);
+    line->joins &= !leftOut;
+    leftOut = (printer.PrintsRowsOnly() && !line->isRow) || !query.Matches(*line);
+    if (!leftOut) {
+      return item;
+    }
   }
-  report.SetQuiet(false);
-  report.Forget(before);
-  return latest;
 }

@@ -1,59 +1,40 @@
 #ifndef QUILCAT_TOOLS_QUILLOG_TEXT_VIEW_H_
 #define QUILCAT_TOOLS_QUILLOG_TEXT_VIEW_H_
 
-#include <deque>
-#include <memory>
-#include <set>
-#include <string>
-
-#include "quillog/line_reader.h"
+#include "quillog/forms/printer.h"
 #include "quillog/options.h"
+#include "quillog/report.h"
+#include "quillog/select/log_reader.h"
+#include "quillog/select/query.h"
 
 /// Shows the wanted lines of one output, and goes on with new ones.
 class TextView {
  public:
   /// Borrows everything; `wanted` was set from the options.
-  TextView(const Options& asked, const Query& wanted, Output& shown, Printer& form, TextOutput& to, Report& reported);
+  TextView(const Options& asked, Query& wanted, Output& shown, Printer& form, TextOutput& to, Report& reported);
 
-  /// All lines, or the last ones, that are there now.
+  /// All lines, or the last ones, that are there now; with --follow new ones too, across rotations and deletions, until
+  /// nobody reads them.
   void Show();
-  /// Never returns: new lines, across rotations and deletions. After Show().
-  [[noreturn]] void Follow();
 
  private:
-  struct KeptLine {
-    Line line;
-    std::string text;
-    std::string file;
-  };
-  using KeptLines = std::deque<KeptLine>;
-
-  void ShowOrKeep(const Line& taken);
-  void ShowAll();
-  void ShowLast();
-  void ReadNewest();
-  void ReadOn();
-  std::vector<size_t> NewFiles();
-  void Remember();
-  void SwitchTo(const std::vector<size_t>& places);
-  LineReader MakeReader();
+  size_t FindLast();
+  size_t Count(size_t place);
+  void ShowAll(LogReader& log);
+  Item NextWanted(LogReader& log, Line* line);
 
   const Options& options;
-  const Query& query;
+  Query& query;
   Output& output;
   Printer& printer;
   TextOutput& text;
   Report& report;
-  LineReader lineReader;
-  bool leftOut;                        ///< the line before, or it may have been
-  std::unique_ptr<FileReader> newest;  ///< while following
-  LogFile newestFile;
-  std::set<std::string> listed;  ///< files listed so far and still there
-  KeptLines* kept = nullptr;     ///< takes the lines instead of the printer
-  size_t keepAtMost = 0;
+  LogReader::Options how;
+  const bool wholeRuns;  ///< nobody asks about single lines
+  const bool searches;   ///< lines that are not wanted need not be looked at
+  bool leftOut = false;  ///< the line before
+  size_t toPass = 0;     ///< wanted lines before the last ones
+  size_t toShow = SIZE_MAX;
 };
-
-/// The time of the last line that tells it, kNoTime when none does.
-Time NewestTime(const std::vector<LogFile>& files, Report& report);
 
 #endif  // QUILCAT_TOOLS_QUILLOG_TEXT_VIEW_H_

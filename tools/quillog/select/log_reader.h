@@ -1,0 +1,75 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_SELECT_LOG_READER_H_
+#define QUILCAT_TOOLS_QUILLOG_SELECT_LOG_READER_H_
+
+#include <deque>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "quillog/lines/line_reader.h"
+#include "quillog/select/output_files.h"
+
+/// Reads the lines of an output's files, the oldest first, and goes on with new ones.
+///
+/// Damages, and files that are missing between others, are items in the same sequence.
+class LogReader {
+ public:
+  struct Options {
+    LineReader::Options lines;
+    Time since = kNoTime;  ///< blocks that hold nothing from then on may be left out
+    Time until = kNoTime;  ///< ... up to then
+    bool quick = false;    ///< only a file's last block: for the newest time
+  };
+
+  /// Borrows the output, whose files are all read, or those from `first` and before `last`.
+  LogReader(Output& of, const Options& how, size_t first = 0, size_t last = SIZE_MAX);
+
+  /// The next line, damage or remark.
+  Item Next(Line* line);
+  /// What comes next; a line is the first of run().
+  Item Peek();
+  const Run& run() const { return lines.run(); }
+  /// See LineReader::SkipTo().
+  void SkipTo(const char* place) { lines.SkipTo(place); }
+
+  /// After a damage or remark: what it is about, and what it is.
+  const std::string& subject() const { return noteFile; }
+  const std::string& message() const { return note; }
+
+  /// The file that is read, in the output's list.
+  size_t place() const { return current; }
+  /// What was read of it; null: it could not be opened.
+  const FileReader* file() { return isOpen ? &lines.file() : nullptr; }
+
+  /// Lists the output afresh: after kEnd, with LineReader::Options::growing. What was read last is read to its end, and
+  /// new files after it.
+  void Renew();
+
+ private:
+  Item OpenNext();
+  bool TellGap(const LogFile& next);
+  void LeaveOutBlocks(const LogFile& file);
+  void Remember();
+  std::vector<size_t> NewFiles();
+  LineTimes::FileTimes TimesAround(size_t at) const;
+
+  Output& output;
+  Options options;
+  LineReader lines;
+  std::deque<size_t> places;  ///< of the files to read, after the one that is open
+  size_t current = 0;
+  bool isOpen = false;
+  LogFile before;  ///< the file that was read last
+  bool hasBefore = false;
+  bool gapTold = false;
+  FileSummary packed;  ///< of the file before, if it was plain and is packed now perhaps
+  bool mayBePacked = false;
+  std::set<std::string> listed;  ///< files listed so far and still there
+  std::string noteFile;
+  std::string note;
+};
+
+/// The time of the last line that tells it, kNoTime when none does.
+Time NewestTime(Output& output);
+
+#endif  // QUILCAT_TOOLS_QUILLOG_SELECT_LOG_READER_H_
