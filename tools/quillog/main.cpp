@@ -27,7 +27,7 @@ bool SetQuery(const Options& options, Output& output, Query* query) {
   if (options.last == 0 && options.since.empty() && options.until.empty()) {
     return true;
   }
-  const Time newest = NewestTime(output);
+  const Time newest = NewestTime(output, 0, output.files.size());
   if (options.last != 0) {
     // What is days later than the newest line was logged before the clock was set back.
     query->SetTimes(newest == kNoTime ? kNoTime : newest - options.last,

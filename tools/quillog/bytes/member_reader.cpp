@@ -117,7 +117,7 @@ bool MemberReader::Look(Tail tail, Piece* piece) {
 bool MemberReader::Head(uint64_t* at, std::string* head) {
   size_t available = 0;
   *at = AtHeader(*at) ? *at : window.Find(kHeader, sizeof kHeader, *at);
-  const uint8_t* bytes = window.At(*at, kMostBytes, &available);
+  const uint8_t* bytes = window.At(*at, 2 * kHead, &available);
   inflateReset(&stream);
   stream.next_in = const_cast<Bytef*>(bytes);
   stream.avail_in = static_cast<uInt>(available);

@@ -33,6 +33,11 @@ void LineReader::Open(FileKind kind, const ByteRange& bytes, const std::string& 
   lineNumber = 0;
 }
 
+void LineReader::Limit(uint64_t from, uint64_t to) {
+  reader->Limit(from, to);
+  afterGap = from > 0;
+}
+
 Item LineReader::Peek() {
   for (;;) {
     if (lines.at < lines.end) {

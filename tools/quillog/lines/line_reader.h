@@ -29,6 +29,8 @@ class LineReader {
   /// Goes on with another file. `newest`: it may be written right now.
   void Open(FileKind kind, const ByteRange& bytes, const std::string& name, bool newest,
             const LineTimes::FileTimes& around);
+  /// Reads only from one block to before another, see FileReader::Limit(). Before the first line.
+  void Limit(uint64_t from, uint64_t to);
   /// The file is not the newest any more: its end is read as it is.
   void NoteSuccessor() { isNewest = false; }
 

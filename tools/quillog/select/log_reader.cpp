@@ -1,10 +1,14 @@
 #include "quillog/select/log_reader.h"
 
 #include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
+
+#include "logfile/file_names.h"
 
 namespace {
 
@@ -19,6 +23,77 @@ std::string KeyOf(const LogFile& file) {
 Time SetTimeOf(const LogFile& file) {
   const Time time = file.started != kNoTime ? file.started : file.modified;
   return TimeText::IsClockSet(time) ? time : kNoTime;
+}
+
+/// A part of a file that can be read without what is before it.
+struct Block {
+  uint64_t at;
+  Time first;  ///< of the first line that tells it
+};
+
+/// Those that tell a time near their beginning; the others count as part of the one before.
+std::vector<Block> FindBlocks(FileReader& file, const LineTimes::FileTimes& around) {
+  std::vector<Block> blocks;
+  LineTimes times;
+  times.StartFile(around);
+  std::string head;
+  for (uint64_t at = 0; file.Head(&at, &head); ++at) {
+    bool isOwn = false;
+    for (size_t line = 0; !isOwn && line < head.size(); line = head.find('\n', line) + 1) {
+      const Time time = times.Next(head.data() + line, head.size() - line, &isOwn);
+      if (isOwn) {
+        blocks.push_back({at, time});
+      } else if (head.find('\n', line) == std::string::npos) {
+        break;
+      }
+    }
+  }
+  return blocks;
+}
+
+/// Files that are not there between two that follow each other.
+struct Missing {
+  size_t count = 0;
+  std::string names;
+  bool isSure = true;  ///< a rotation that was broken off leaves no such gap
+};
+
+/// The number in the name of a file of factory mode, the live file's is 0; `*kind` tells numbers apart that are not of
+/// one sequence.
+int NumberOf(const LogFile& file, std::string* kind) {
+  const std::string output = FileNames::outputOfRotated(file.path);
+  *kind = file.kind == LogFile::Kind::kArchive ? FileNames::outputOfArchive(file.path)
+          : output.empty()                     ? file.path
+                                               : output;
+  const size_t digits = kind->size() + 1;
+  return digits < file.path.size() ? atoi(file.path.c_str() + digits) : 0;
+}
+
+Missing MissingBetween(const LogFile& before, const LogFile& after) {
+  Missing missing;
+  const std::string index = FileNames::parseIndexed(before.path).index;
+  const std::string next = FileNames::parseIndexed(after.path).index;
+  std::string kinds[2];
+  char first[32];
+  char last[32];
+  if (!index.empty() && !next.empty()) {
+    const int number = atoi(index.c_str());
+    const int step = (atoi(next.c_str()) - number + FileNames::kIndexes) % FileNames::kIndexes;
+    // No step at all, or one back, begins another run of files.
+    missing.count = step > 0 && step < FileNames::kIndexes / 2 ? static_cast<size_t>(step - 1) : 0;
+    snprintf(first, sizeof first, "I%03d", (number + 1) % FileNames::kIndexes);
+    snprintf(last, sizeof last, "I%03d", (number + static_cast<int>(missing.count)) % FileNames::kIndexes);
+  } else {
+    const int number = NumberOf(before, &kinds[0]);
+    const int least = NumberOf(after, &kinds[1]);
+    const bool isSequence = before.kind == after.kind && kinds[0] == kinds[1] && number > least;
+    missing.count = isSequence ? static_cast<size_t>(number - least - 1) : 0;
+    missing.isSure = missing.count > 1;
+    snprintf(first, sizeof first, "%s%d", before.kind == LogFile::Kind::kArchive ? "-" : ".", number - 1);
+    snprintf(last, sizeof last, "%s%d", before.kind == LogFile::Kind::kArchive ? "-" : ".", least + 1);
+  }
+  missing.names = first + (missing.count == 1 ? "" : std::string(missing.count == 2 ? " and " : " to ") + last);
+  return missing;
 }
 
 }  // namespace
@@ -77,11 +152,10 @@ Item LogReader::Peek() {
 
 /// kLine: the next file is open. Otherwise something is to be said first.
 Item LogReader::OpenNext() {
-  const LogFile& file = output.files[places.front()];
-  if (!gapTold) {
+  if (!gapTold && hasBefore) {
     gapTold = true;
-    if (hasBefore && TellGap(file)) {
-      return Item::kDamage;
+    if (const Item item = TellGap(places.front()); item != Item::kLine) {
+      return item;
     }
   }
   gapTold = false;
@@ -90,37 +164,86 @@ Item LogReader::OpenNext() {
   }
   current = places.front();
   places.pop_front();
-  before = file;
+  before = output.files[current];
   hasBefore = true;
-  const ByteRange bytes = file.Open();
+  const ByteRange bytes = before.Open();
   isOpen = static_cast<bool>(bytes);
   if (!isOpen) {
     // A file that was there a moment ago was deleted for its age.
     const int error = errno;
-    const bool isGone = file.inode != 0 && access(file.path.c_str(), F_OK) != 0;
-    noteFile = file.path;
+    const bool isGone = before.inode != 0 && access(before.path.c_str(), F_OK) != 0;
+    noteFile = before.path;
     note = isGone ? "deleted meanwhile" : error == 0 ? "not a regular file" : strerror(error);
-    return isGone ? Item::kRemark : Item::kDamage;
+    return isGone && !renewed ? Item::kRemark : Item::kDamage;
   }
-  lines.Open(file.kind, bytes, file.Name(), file.newest, TimesAround(current));
-  if (file.kind == LogFile::Kind::kArchive && mayBePacked) {
+  lines.Open(before.kind, bytes, before.Name(), before.newest, TimesAround(current));
+  if (before.kind == LogFile::Kind::kArchive && mayBePacked) {
     // What was read as a plain file has been packed meanwhile, and what came before it too.
     mayBePacked = packed.textBytes == 0 || !lines.file().PassOver(packed);
   }
-  LeaveOutBlocks(file);
+  LeaveOutBlocks();
   return Item::kLine;
 }
 
-bool LogReader::TellGap(const LogFile&) {
-  return false;
+/// kLine: no file is missing before that one.
+Item LogReader::TellGap(size_t next) {
+  const LogFile& after = output.files[next];
+  Missing missing = output.isFiles ? Missing() : MissingBetween(before, after);
+  const auto isPacked = [](const LogFile& file) { return file.Name() == FileNames::kPacked; };
+  missing.isSure |=
+      before.kind == LogFile::Kind::kArchive && std::none_of(output.files.begin(), output.files.end(), isPacked);
+  if (mayBePacked && after.kind == LogFile::Kind::kPlain) {
+    mayBePacked = false;
+    note = "rotated away and deleted while it was read, and perhaps more files after it";
+  } else if (missing.count > 0 && before.path != after.path) {
+    const bool isListed = current < output.files.size() && output.files[current].path == before.path;
+    const Time from = isListed ? NewestTime(output, current, current + 1) : kNoTime;
+    const Time to = OldestTime(output, next, next + 1);
+    const std::string many = std::to_string(missing.count) + (missing.count == 1 ? " file" : " files");
+    note = many + (renewed ? " rotated away before reading came to " : " missing: ") + missing.names + ", between " +
+           (from == kNoTime ? "-" : TimeText::Iso(from, false)) + " and " +
+           (to == kNoTime ? "-" : TimeText::Iso(to, false));
+  } else {
+    return Item::kLine;
+  }
+  noteFile = before.Name();
+  return missing.isSure || renewed ? Item::kDamage : Item::kRemark;
 }
 
-void LogReader::LeaveOutBlocks(const LogFile&) {}
+/// Goes from the first block that may hold wanted lines to the last.
+void LogReader::LeaveOutBlocks() {
+  if (options.since == kNoTime && options.until == kNoTime && !options.lastBlocks) {
+    return;
+  }
+  const std::vector<Block> blocks = FindBlocks(lines.file(), TimesAround(current));
+  if (blocks.empty() || blocks.front().at != 0) {
+    return;  // nothing is known of the file's beginning
+  }
+  const auto isWanted = [&](size_t i) {
+    const Time first = blocks[i].first;
+    if (i + 1 == blocks.size() || options.lastBlocks) {
+      return i + 1 == blocks.size() && (options.until == kNoTime || first <= options.until);
+    }
+    const Time next = blocks[i + 1].first;  // less where the clock was set back
+    return next < first || ((options.since == kNoTime || next >= options.since) &&
+                            (options.until == kNoTime || first <= options.until));
+  };
+  uint64_t from = UINT64_MAX;
+  uint64_t to = 0;
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    if (isWanted(i)) {
+      from = std::min(from, blocks[i].at);
+      to = i + 1 < blocks.size() ? blocks[i + 1].at : UINT64_MAX;
+    }
+  }
+  lines.Limit(from, to);
+}
 
 void LogReader::Renew() {
   OutputFiles::List(output);
   OutputFiles::Open(output);
   options.since = options.until = kNoTime;
+  renewed = true;
   const std::vector<size_t> found = NewFiles();
   places.assign(found.begin(), found.end());
   if (!found.empty() && isOpen) {
@@ -156,15 +279,29 @@ std::vector<size_t> LogReader::NewFiles() {
   return found;
 }
 
-Time NewestTime(Output& output) {
-  LogReader::Options how;
-  Time latest = kNoTime;
-  for (size_t place = output.files.size(); place-- > 0 && latest == kNoTime;) {
-    LogReader log(output, how, place, place + 1);
-    Line line;
-    for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
-      latest = item == Item::kLine && line.hasOwnTime ? line.time : latest;
+Time OldestTime(Output& output, size_t first, size_t last) {
+  LogReader log(output, LogReader::Options(), first, last);
+  Line line;
+  for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
+    if (item == Item::kLine && line.hasOwnTime) {
+      return line.time;
     }
   }
-  return latest;
+  return kNoTime;
+}
+
+Time NewestTime(Output& output, size_t first, size_t last) {
+  LogReader::Options how;
+  how.lastBlocks = true;
+  Time newest = kNoTime;
+  for (size_t place = last; place > first && newest == kNoTime;) {
+    place -= how.lastBlocks ? 0 : 1;
+    LogReader log(output, how, how.lastBlocks ? place - 1 : place, how.lastBlocks ? place : place + 1);
+    how.lastBlocks = !how.lastBlocks;  // where it tells no time, the whole file
+    Line line;
+    for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
+      newest = item == Item::kLine && line.hasOwnTime ? line.time : newest;
+    }
+  }
+  return newest;
 }

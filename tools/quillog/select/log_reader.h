@@ -16,9 +16,9 @@ class LogReader {
  public:
   struct Options {
     LineReader::Options lines;
-    Time since = kNoTime;  ///< blocks that hold nothing from then on may be left out
-    Time until = kNoTime;  ///< ... up to then
-    bool quick = false;    ///< only a file's last block: for the newest time
+    Time since = kNoTime;     ///< blocks that hold nothing from then on may be left out
+    Time until = kNoTime;     ///< ... up to then
+    bool lastBlocks = false;  ///< only the last block of each file
   };
 
   /// Borrows the output, whose files are all read, or those from `first` and before `last`.
@@ -47,8 +47,8 @@ class LogReader {
 
  private:
   Item OpenNext();
-  bool TellGap(const LogFile& next);
-  void LeaveOutBlocks(const LogFile& file);
+  Item TellGap(size_t next);
+  void LeaveOutBlocks();
   void Remember();
   std::vector<size_t> NewFiles();
   LineTimes::FileTimes TimesAround(size_t at) const;
@@ -64,12 +64,15 @@ class LogReader {
   bool gapTold = false;
   FileSummary packed;  ///< of the file before, if it was plain and is packed now perhaps
   bool mayBePacked = false;
+  bool renewed = false;
   std::set<std::string> listed;  ///< files listed so far and still there
   std::string noteFile;
   std::string note;
 };
 
-/// The time of the last line that tells it, kNoTime when none does.
-Time NewestTime(Output& output);
+/// The times of the first and the last line that tell it, of the files from `first` to before `last`; kNoTime when none
+/// does.
+Time OldestTime(Output& output, size_t first, size_t last);
+Time NewestTime(Output& output, size_t first, size_t last);
 
 #endif  // QUILCAT_TOOLS_QUILLOG_SELECT_LOG_READER_H_
