@@ -2,7 +2,14 @@
 
 #include <stdio.h>
 
+#include <algorithm>
+
 namespace {
+
+/// True for what a JSON string holds as it is, one byte long.
+bool IsPlain(char c) {
+  return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
+}
 
 /// The length of the UTF-8 sequence (RFC 3629) that `text` begins with; 0 for bytes that are none.
 size_t SequenceLength(const unsigned char* text, size_t size) {
@@ -32,6 +39,12 @@ void AppendJsonString(std::string& json, const char* text, size_t size) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(text);
   json += '"';
   for (size_t i = 0; i < size;) {
+    const char* plainEnd = std::find_if_not(text + i, text + size, IsPlain);
+    json.append(text + i, plainEnd);
+    i = static_cast<size_t>(plainEnd - text);
+    if (i == size) {
+      break;
+    }
     const size_t length = SequenceLength(bytes + i, size - i);
     if (length == 0) {
       json += "\\ufffd";

@@ -99,7 +99,7 @@ int Answer(const Options& options) {
   if (!text.Works()) {
     return text.Error() == EPIPE ? kAllRead : kNothing;
   }
-  return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;
+  return status != kAllRead ? status : report.damages() > 0 || selection.HasUnreadable() ? kDamaged : kAllRead;
 }
 
 }  // namespace

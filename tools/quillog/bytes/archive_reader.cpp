@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-#include "quillog/bytes/text_check.h"
-
 namespace {
 
 constexpr size_t kBlock = 512;
@@ -76,58 +74,51 @@ void ArchiveReader::Examine() {
 void ArchiveReader::List() {
   size_t available = 0;
   for (const uint8_t* block; block = source.Peek(kBlock, &available), available >= kBlock;) {
-    if (IsHeader(block)) {
-      AddEntry(block);
-    } else if (verdict != GzipSource::Verdict::kWhole) {
-      SkipToHeader();
-    } else {
+    if (!IsHeader(block)) {
       isTar = IsZero(block) && !entries.empty();
       return;
     }
-    if (tooMany) {
-      return;
+    if (!AddEntry(block)) {
+      break;
     }
   }
   isTar = false;  // there is no end
 }
 
-/// Notes the file of that header and passes over the bytes that are it for sure.
-void ArchiveReader::AddEntry(const uint8_t* header) {
-  const std::string name(reinterpret_cast<const char*>(header),
-                         strnlen(reinterpret_cast<const char*>(header), kNameLength));
-  Entry entry{source.place() + kBlock, NumberOf(name), Octal(header + kSizeAt, 12), false, 0};
+/// Notes the file of that header and passes over its text. False: what follows cannot be relied on.
+bool ArchiveReader::AddEntry(const uint8_t* header) {
+  const auto* name = reinterpret_cast<const char*>(header);
+  Entry entry{source.place() + kBlock, NumberOf(std::string(name, strnlen(name, kNameLength))), 0, false, 0};
+  const uint64_t size = Octal(header + kSizeAt, 12);
   const bool isFile = header[kTypeAt] == 0 || header[kTypeAt] == '0';
   source.Skip(kBlock);
   tooMany = isFile && entries.size() == kMostEntries;
   if (tooMany) {
-    return;
+    return false;
   }
-  if (verdict == GzipSource::Verdict::kWhole) {
-    size_t available = 0;
-    uint64_t rest = entry.size;
-    for (const uint8_t* bytes; rest > 0 && (bytes = source.Peek(1, &available), available > 0);) {
-      const size_t taken = static_cast<size_t>(std::min<uint64_t>(rest, available));
-      entry.checksum = crc32_z(entry.checksum, bytes, taken);
-      source.Skip(taken);
-      rest -= taken;
-    }
-    entry.whole = rest == 0;
-    source.Skip(Padded(entry.size) - entry.size);
+  check = TextCheck();
+  while (const size_t taken = CheckText(size - entry.size, &entry.checksum)) {
+    entry.size += taken;
   }
+  entry.whole = entry.size == size;
+  source.Skip(Padded(size) - size);
   if (isFile) {
     entries.push_back(entry);
   }
+  return entry.whole;
 }
 
-/// Goes to the next place where a header may begin. Text may have come out longer or shorter than it was.
-void ArchiveReader::SkipToHeader() {
+/// Passes over at most `rest` bytes of a file's text: as many as there are or, without a checksum that is right, as may
+/// be what was logged. 0: no more.
+size_t ArchiveReader::CheckText(uint64_t rest, unsigned long* checksum) {
+  const bool isSure = verdict == GzipSource::Verdict::kWhole;
   size_t available = 0;
-  const uint8_t* bytes = source.Peek(GzipSource::kMostWanted, &available);
-  size_t skipped = 1;
-  while (skipped + kBlock <= available && !IsHeader(bytes + skipped)) {
-    ++skipped;
-  }
-  source.Skip(skipped);
+  const uint8_t* bytes = source.Peek(isSure ? 1 : GzipSource::kMostWanted, &available);
+  size_t size = static_cast<size_t>(std::min<uint64_t>(rest, available));
+  size = isSure ? size : check.PossibleLength(reinterpret_cast<const char*>(bytes), size);
+  *checksum = crc32_z(*checksum, bytes, size);
+  source.Skip(size);
+  return size;
 }
 
 bool ArchiveReader::PassOver(const FileSummary& known) {
@@ -190,25 +181,17 @@ bool ArchiveReader::ReadEntry(const Entry& entry, Piece* piece) {
     source.Rewind();
     source.Skip(entry.place);
   }
-  const bool isSure = verdict == GzipSource::Verdict::kWhole;
   const uint64_t done = source.place() - entry.place;
   size_t available = 0;
-  const uint8_t* bytes = source.Peek(isSure ? 1 : GzipSource::kMostWanted, &available);
-  const auto* text = reinterpret_cast<const char*>(bytes);
-  const size_t size = static_cast<size_t>(std::min<uint64_t>(available, entry.size - std::min(entry.size, done)));
-  const size_t possible = isSure ? size : TextCheck::PossibleLength(text, size);
+  piece->text = reinterpret_cast<const char*>(source.Peek(1, &available));
+  piece->size = static_cast<size_t>(std::min<uint64_t>(available, entry.size - done));
   piece->starts = atStart;
-  atStart = false;
-  if (possible == 0) {
-    piece->gapAfter = done < entry.size;
-    return false;
-  }
-  piece->text = text;
-  piece->size = possible;
-  piece->verified = isSure;
+  piece->verified = verdict == GzipSource::Verdict::kWhole;
   piece->member = entry.place;
   piece->offset = done;
-  source.Skip(possible);
-  summary.textBytes += possible;
-  return true;
+  atStart = false;
+  source.Skip(piece->size);
+  summary.textBytes += piece->size;
+  piece->gapAfter = piece->size == 0 && !entry.whole;
+  return piece->size > 0;
 }

@@ -6,12 +6,13 @@
 
 #include "quillog/bytes/file_reader.h"
 #include "quillog/bytes/gzip_source.h"
+#include "quillog/bytes/text_check.h"
 
 /// Reads an archive of factory mode: the files B.5 down to B.1 in a tar stream that is one gzip member.
 ///
 /// The tar stream holds them newest first, so each file takes a pass of its own, and so does the checksum of the whole.
-/// Where that is wrong or missing the files are looked for by their tar headers, which have checksums of their own, and
-/// each is given unverified, as far as it can be text.
+/// Where that is wrong or missing the files are given unverified, up to the first bytes that cannot be right: text that
+/// no daemon logs, or no tar header where one must be.
 class ArchiveReader : public FileReader {
  public:
   explicit ArchiveReader(const ByteRange& bytes) : FileReader(bytes), source(bytes) {}
@@ -33,12 +34,13 @@ class ArchiveReader : public FileReader {
 
   void Examine();
   void List();
-  void SkipToHeader();
-  void AddEntry(const uint8_t* header);
+  bool AddEntry(const uint8_t* header);
+  size_t CheckText(uint64_t rest, unsigned long* checksum);
   void NoteDamage(Piece* piece);
   bool ReadEntry(const Entry& entry, Piece* piece);
 
   GzipSource source;
+  TextCheck check;
   GzipSource::Verdict verdict = GzipSource::Verdict::kWhole;
   std::vector<Entry> entries;  ///< oldest first
   size_t current = 0;

@@ -54,7 +54,7 @@ uint64_t ByteWindow::EndOfZeros(uint64_t offset) {
 
 uint64_t ByteWindow::Find(const uint8_t* pattern, size_t length, uint64_t offset) {
   for (;;) {
-    offset = SkipHole(offset);
+    offset = EndOfZeros(offset);
     size_t available = 0;
     const uint8_t* bytes = At(offset, length, &available);
     const void* found = memmem(bytes, available, pattern, length);

@@ -213,6 +213,7 @@ bool MemberReader::OpenForeign() {
   }
   foreign = std::make_unique<GzipSource>(range, position);
   verdict = foreign->Check();
+  check = TextCheck();
   if (verdict != GzipSource::Verdict::kWhole && !isOther) {
     foreign = nullptr;  // a broken member of a writer's, in which bytes contradict themselves
   }
@@ -225,8 +226,7 @@ bool MemberReader::ReadForeign(Piece* piece) {
   const uint64_t place = foreign->place();
   const bool isWhole = verdict == GzipSource::Verdict::kWhole;
   const uint8_t* bytes = foreign->Peek(isWhole ? 1 : GzipSource::kMostWanted, &available);
-  const size_t possible =
-      isWhole ? available : TextCheck::PossibleLength(reinterpret_cast<const char*>(bytes), available);
+  const size_t possible = isWhole ? available : check.PossibleLength(reinterpret_cast<const char*>(bytes), available);
   if (possible > 0) {
     SetText(piece, bytes, possible, isWhole);
     piece->offset = place;
@@ -280,7 +280,7 @@ void MemberReader::Salvage(uint64_t next, Piece* piece) {
     fault = "no end";
     outcome = Outcome::kContradiction;
   }
-  textSize = TextCheck::PossibleLength(reinterpret_cast<const char*>(text.get()), textSize);
+  textSize = TextCheck().PossibleLength(reinterpret_cast<const char*>(text.get()), textSize);
   ReportBroken(outcome, real, next, piece);
   if (outcome == Outcome::kCutShort) {
     SetText(piece, text.get(), textSize, false);

@@ -7,6 +7,7 @@
 
 #include "quillog/bytes/file_reader.h"
 #include "quillog/bytes/gzip_source.h"
+#include "quillog/bytes/text_check.h"
 
 struct libdeflate_decompressor;
 
@@ -60,6 +61,7 @@ class MemberReader : public FileReader {
   uint64_t limit = UINT64_MAX;
   bool looking = false;
   std::unique_ptr<GzipSource> foreign;  ///< a member of another packer, at the position
+  TextCheck check;
   GzipSource::Verdict verdict = GzipSource::Verdict::kWhole;
   int triesLeft = 5;
   uint64_t rereadAt = UINT64_MAX;

@@ -12,8 +12,8 @@
 
 namespace {
 
-using TextCheck::kPolledTime;
-using TextCheck::kStreamedTime;
+constexpr size_t kPolledTime = TextCheck::kPolledTime;
+constexpr size_t kStreamedTime = TextCheck::kStreamedTime;
 
 // As text ----------------------------------------------------------------------------------------------------------
 
@@ -80,7 +80,7 @@ class JsonPrinter : public Printer {
 
   void Print(const Line& line) override {
     json = "{\"time\":";
-    json += line.time == kNoTime ? "null" : '"' + TimeText::Iso(line.time, true) + '"';
+    AppendTime(line.time);
     json += ",\"file\":";
     AppendJsonString(json, line.file->data(), line.file->size());
     json += ",\"text\":";
@@ -90,8 +90,27 @@ class JsonPrinter : public Printer {
   }
 
  private:
+  void AppendTime(Time time) {
+    if (time == kNoTime) {
+      json += "null";
+      return;
+    }
+    const Time milliseconds = (time % TimeText::kSecond + TimeText::kSecond) % TimeText::kSecond;
+    if (time - milliseconds != second) {
+      second = time - milliseconds;
+      secondText = '"' + TimeText::Iso(second, false) + '.';
+    }
+    json += secondText;
+    for (Time unit = 100; unit > 0; unit /= 10) {
+      json += static_cast<char>('0' + milliseconds / unit % 10);
+    }
+    json += '"';
+  }
+
   TextOutput& output;
   std::string json;
+  Time second = kNoTime;  ///< of the line before; forming its text takes long
+  std::string secondText;
 };
 
 // As CSV (RFC 4180, lines ended by a line feed alone) ----------------------------------------------------------------

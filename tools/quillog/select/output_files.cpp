@@ -111,6 +111,10 @@ void AddRotated(const std::string& path, std::vector<LogFile>& files) {
 void AddPacking(const std::string& output, std::vector<LogFile>& files) {
   const std::string directory = FileNames::packingDirectory(output) + '/';
   const size_t before = files.size();
+  struct stat status = {};
+  if (lstat(FileNames::packingDirectory(output).c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return;  // a link there may lead out of a directory that was pulled
+  }
   AddIfThere(directory + FileNames::kPacked, LogFile::Kind::kArchive, files);
   if (files.size() == before) {
     AddRotated(directory + output.substr(output.rfind('/') + 1), files);
@@ -197,9 +201,16 @@ bool LooksLikeText(const std::string& path) {
   return ReadHead(path, &head) && !head.empty() && head.find('\0') == std::string::npos && head[0] != '\x1f';
 }
 
-/// Mapped files keep their names, and there may be more of them than descriptors.
+/// True when that name is still, or now, the file's.
+bool IsAt(const std::string& name, const LogFile& file) {
+  struct stat status = {};
+  return lstat(name.c_str(), &status) == 0 && status.st_ino == file.inode && status.st_dev == file.device;
+}
+
+/// Plain files are renamed and then deleted by a rotation. Of the others there may be more than descriptors; mapped
+/// files keep their names, and an archive is found under its next one.
 void KeepOpen(LogFile& file) {
-  if (file.kind == LogFile::Kind::kMapped) {
+  if (file.kind != LogFile::Kind::kPlain) {
     return;
   }
   file.held = file.Open();
@@ -211,9 +222,14 @@ ByteRange LogFile::Open() const {
   if (held) {
     return held;
   }
-  // A fifo would keep the open waiting, a terminal would become ours.
-  ByteRange bytes{std::make_shared<const OpenFile>(open(path.c_str(), kReading)), 0, ByteRange::kToTheEnd};
   struct stat status = {};
+  std::string name = path;
+  const std::string output = kind == Kind::kArchive && inode != 0 ? FileNames::outputOfArchive(path) : "";
+  for (int number = 0; number < kMostArchives && !output.empty() && !IsAt(name, *this); ++number) {
+    name = FileNames::archive(output, number);
+  }
+  // A fifo would keep the open waiting, a terminal would become ours.
+  ByteRange bytes{std::make_shared<const OpenFile>(open(name.c_str(), kReading)), 0, ByteRange::kToTheEnd};
   if (bytes.fd() < 0 || fstat(bytes.fd(), &status) != 0 || !S_ISREG(status.st_mode)) {
     errno = bytes.fd() < 0 ? errno : 0;
     return {};

@@ -172,7 +172,8 @@ std::vector<Output> Selection::InDirectories(const std::string& path) {
   DIR* stream = opendir(path.c_str());
   while (const dirent* entry = stream != nullptr ? readdir(stream) : nullptr) {
     const std::string name = entry->d_name;
-    if (name[0] != '.' && IsDirectory(path + "/" + name)) {
+    struct stat status = {};  // a link may lead out of a directory that was pulled
+    if (name[0] != '.' && lstat((path + "/" + name).c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
       directories.push_back(path + (path.back() == '/' ? "" : "/") + name);
     }
   }
@@ -182,7 +183,9 @@ std::vector<Output> Selection::InDirectories(const std::string& path) {
   std::sort(directories.begin(), directories.end());
   std::vector<Output> outputs;
   for (const std::string& directory : directories) {
-    OutputFiles::Find(directory, &outputs);
+    if (!OutputFiles::Find(directory, &outputs)) {
+      unreadable |= !Missing(directory, strerror(errno));
+    }
   }
   return outputs;
 }

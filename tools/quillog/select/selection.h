@@ -17,6 +17,8 @@ class Selection {
   std::vector<Output>& outputs() { return found; }
   /// True when a directory gave more than one output.
   bool IsAmbiguous() const { return ambiguous; }
+  /// True when a directory in a directory could not be listed, which was named.
+  bool HasUnreadable() const { return unreadable; }
 
  private:
   static constexpr int kTries = 5;  ///< at a path where nothing is
@@ -24,13 +26,14 @@ class Selection {
   bool AddPath(const std::string& path, int tries = kTries);
   bool AddDirectory(const std::string& path);
   bool AddFound(const std::string& path, const std::vector<Output>& outputs);
-  static std::vector<Output> InDirectories(const std::string& path);
+  std::vector<Output> InDirectories(const std::string& path);
   void DropRepeated();
   static void OrderByAge(std::vector<LogFile>& files);
 
   std::vector<Output> found;
   std::vector<LogFile> singles;
   bool ambiguous = false;
+  bool unreadable = false;
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_SELECT_SELECTION_H_
