@@ -4,6 +4,9 @@
 // after the cut; zeros or junk replace bytes; junk comes between members. Lines are numbered, so that no two are equal.
 // Verified lines are always a subsequence of the lines logged. So are the others, unless junk has replaced bytes of a
 // member: nothing tells it from them.
+//
+// And whatever bytes files of any kind hold, reading them ends, and their text is the same in runs, line by line and
+// counted from the end.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,7 +19,7 @@
 #include <vector>
 
 #include "choices.h"
-#include "quillog/lines/line_reader.h"
+#include "quillog/text_view.h"
 
 namespace {
 
@@ -35,6 +38,19 @@ std::string Member(const std::string& text) {
   member.resize(stream.total_out);
   deflateEnd(&stream);
   return member;
+}
+
+std::string Junk(Choices& choose, size_t most) {
+  std::string junk(choose.Below(most), '\0');
+  for (char& byte : junk) byte = static_cast<char>(choose.Below(256));
+  return junk;
+}
+
+ByteRange Range(const std::string& bytes, const std::string& before, const std::string& after) {
+  const int fd = memfd_create("log", MFD_CLOEXEC);
+  const std::string all = before + bytes + after;
+  if (write(fd, all.data(), all.size()) != static_cast<ssize_t>(all.size())) abort();
+  return {std::make_shared<const OpenFile>(fd), before.size(), bytes.size()};
 }
 
 /// A log and what has become of it. Damages and blocks are chosen before the lines, which use up the rest of the input.
@@ -63,12 +79,6 @@ class Case {
     size_t kind, place, size;
     std::string junk;
   };
-
-  static std::string Junk(Choices& choose, size_t most) {
-    std::string junk(choose.Below(most), '\0');
-    for (char& byte : junk) byte = static_cast<char>(choose.Below(256));
-    return junk;
-  }
 
   std::string Lines(Choices& choose) {
     std::string text;
@@ -122,18 +132,13 @@ class Model {
   size_t next = 0;
 };
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Choices choose(data, size);
+void CheckTruth(Choices& choose) {
   const Case log(choose);
-  const ByteRange bytes{std::make_shared<const OpenFile>(memfd_create("log", MFD_CLOEXEC)), 0, ByteRange::kToTheEnd};
-  if (write(bytes.fd(), log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
   Model model(log);
   LineReader::Options how;
   how.growing = true;
   LineReader reader(how);
-  reader.Open(FileKind::kMapped, bytes, "log", true, {});
+  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, {});
   for (int pass = 0; pass < 2; ++pass) {
     Line line;
     for (Item item; (item = reader.Next(&line)) != Item::kEnd;) {
@@ -142,5 +147,82 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     reader.NoteSuccessor();
   }
   if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
+}
+
+/// Lines, zeros, members of both packers, tar headers and junk, one after the other and in each other.
+std::string AnyBytes(Choices& choose, int depth) {
+  std::string bytes;
+  for (size_t count = choose.Below(6); count > 0; --count) {
+    const size_t kind = choose.Below(depth > 2 ? 4 : 7);
+    std::string part = kind == 0 ? Junk(choose, 50) : kind > 3 ? AnyBytes(choose, depth + 1) : "";
+    if (kind == 1) part.assign(choose.Below(1100), '\0');
+    if (kind == 2) part.assign(choose.Below(70000), 'a');
+    if (kind == 3) part = "11-22 21:04:05." + std::to_string(100 + choose.Below(1000)) + " <6>[    1.000001] a\n";
+    if (kind == 4) {
+      char header[513] = "cat.1";
+      snprintf(header + 124, 12, "%zo", part.size());
+      unsigned sum = 8 * ' ';
+      for (const char c : header) sum += static_cast<uint8_t>(c);
+      snprintf(header + 148, 8, "%o", sum);
+      part = std::string(header, 512) + part + std::string((512 - part.size() % 512) % 512, '\0');
+    }
+    if (kind > 4) part = Member(part);
+    if (kind == 6) part[9] = '\xff';
+    bytes += part;
+  }
+  if (choose.Below(4) == 1 && !bytes.empty()) bytes[choose.Below(bytes.size())] ^= 16;
+  return bytes;
+}
+
+std::string Shown(Output& output, const Options& options) {
+  const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
+  TextOutput text(file.fd);
+  Report report(text);
+  report.SetQuiet();
+  Query query;
+  std::string error;
+  if (options.hasPattern) query.SetPattern(options.pattern, false, options.invert, &error);
+  const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
+  TextView(options, query, output, *printer, text, report).Show();
+  std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
+  if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
+  return shown;
+}
+
+void CheckAny(Choices& choose) {
+  Output output{"cat", {}, true};
+  Output inPile = output;
+  for (size_t i = 1 + choose.Below(3); i > 0; --i) {
+    LogFile file;
+    file.kind = static_cast<FileKind>(choose.Below(3));
+    file.path = "/cat." + std::to_string(i);
+    const std::string bytes = AnyBytes(choose, 0);
+    file.held = Range(bytes, "", "");
+    output.files.push_back(file);
+    file.held = Range(bytes, Junk(choose, 600), std::string(choose.Below(600), '\0'));
+    inPile.files.push_back(file);
+  }
+  Options options;
+  const std::string shown = Shown(output, options);
+  if (Shown(inPile, options) != shown) abort();
+  options.hasLines = true;
+  options.lines = SIZE_MAX;
+  if (Shown(output, options) != shown) abort();
+  options.hasPattern = options.invert = true;
+  options.pattern = "no such text";
+  if (Shown(output, options) != shown) abort();
+  options.lines = 1 + choose.Below(5);
+  options.format = Printer::Format::kCsv;
+  Shown(output, options);
+  options.format = Printer::Format::kJson;
+  const std::string json = Shown(output, options);
+  if (static_cast<size_t>(std::count(json.begin(), json.end(), '\n')) > options.lines) abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Choices choose(data, size);
+  choose.Below(2) == 1 ? CheckAny(choose) : CheckTruth(choose);
   return 0;
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "archive/tar_zip.h"
 #include "device.h"
@@ -202,6 +203,8 @@ TEST(Times, FollowFromNamesAndOrder) {
        "2020-01-02T12:00:00.000 2020-09-01T00:00:00.000"},
       {"20240228-120000", "02-29 00:00:00.000 leap\n03-01 01:00:00.000 b\n",
        "2024-02-29T00:00:00.000 2024-03-01T01:00:00.000"},
+      {"20261122-210000", "11-22 22:00:00.000 a\n11-22 24:00:00.000 no\n11-22 23:60:00.000 no\n",
+       "2026-11-22T22:00:00.000 2026-11-22T22:00:00.000 2026-11-22T22:00:00.000"},
       {"20261122-210000", "\nTime  x\n2026-11-22 21:04:05 > 1\ncurrent time: 2026-11-22 21:5:6\r\n",
        "2026-11-22T21:00:00.000 2026-11-22T21:00:00.000 2026-11-22T21:04:05.000 2026-11-22T21:05:06.000"},
   };
@@ -258,7 +261,9 @@ TEST(Csv, PutsValuesUnderTheirNames) {
             "2026-11-22T21:04:15,Read Fail,4002,c\n2026-11-22T21:04:17,,,not charging\n");
   EXPECT_NE(csv.errors.find("4 rows"), std::string::npos) << csv.errors;
   EXPECT_EQ(Lines(Quillog("-o csv -n 1 -U '2026-11-22 21:04:11'").text).back(), "2026-11-22T21:04:10,,4001,\"a,b\"");
-  WriteFile(std::string(kOutput) + ".1", "2026-11-22 21:04:00 >  6");
+  WriteFile(std::string(kOutput) + ".1", "2026-11-22 21:04:00 >  6");  // cut: a line all the same, without a feed
+  EXPECT_NE(Lines(Quillog("-o json").text)[0].find("unverified"), std::string::npos);
+  EXPECT_EQ(Quillog("").text.compare(0, 26, "2026-11-22 21:04:00 >  6\n\n"), 0);
   EXPECT_EQ(Quillog("-g '> *6'").text, "2026-11-22 21:04:00 >  6\n2026-11-22 21:04:05 >  62   4000  \"ok\"\n");
   // A time in a line of its own.
   WriteFile("/data/log/u/cat",
@@ -329,6 +334,82 @@ TEST(Lnav, KnowsBothKindsOfLines) {
             "log_level,uptime,log_body\ninfo,101.000421,usb 1-1: new\nwarning,102.5,hot\n");
   EXPECT_EQ(query("log_time,log_body", "quilcat_poll", "/tmp/rows"),
             "log_time,log_body\n2026-11-22 21:04:05.000,62   4000\n2026-11-22 21:04:10.000,63   4001\n");
+}
+
+// What is missing between files is said, and a wrap of the index is no gap.
+TEST(Missing, FilesAreNamed) {
+  const struct {
+    const char* files;
+    const char* says;
+    int status;
+  } cases[] = {
+      {".I998.20261122-210405.gz .I999.20261122-210406.gz .I000.20261122-210407.gz", "", 0},
+      {".I997.20261122-210405.gz .I000.20261122-210408.gz",
+       "2 files missing: I998 and I999, between 2026-11-22T21:04:01 and 2026-11-22T21:04:02", 1},
+      {".4 .1 ", "2 files missing: .3 and .2, between", 1},
+      {".3 .1 ", "1 file missing: .2, between", 0},  // as after a rotation that was broken off
+      {".2 .1 ", "", 0},
+  };
+  for (const auto& test : cases) {
+    std::filesystem::remove_all("/data/log/t");
+    std::istringstream names(test.files);
+    int second = 1;
+    for (std::string name; names >> name; ++second) {
+      const std::string line = "11-22 21:04:0" + std::to_string(second) + ".000 a\n";
+      WriteFile(kOutput + name, name.size() > 3 ? Member(line) : line);
+    }
+    for (const char* arguments : {"", "--verify"}) {
+      const Result result = Quillog(arguments);
+      EXPECT_EQ(result.status, test.status) << test.files << result.errors;
+      EXPECT_NE(result.errors.find(test.says), std::string::npos) << test.files << result.errors;
+      EXPECT_EQ(result.errors.empty(), *test.says == '\0') << result.errors;
+    }
+  }
+}
+
+// A bit that flips in an archive, anywhere: what stands before it is read, and not what the decoder makes up after it.
+// And what somebody packed again is read.
+TEST(Rescue, TellsWhatWasLogged) {
+  Clock clock;
+  clock.Set(2026, 11, 22);
+  std::string logged;
+  std::vector<std::string> paths;
+  std::vector<char*> names;
+  for (int number = 5; number > 0; --number) {
+    const std::string text = clock.Lines(2000);
+    paths.insert(paths.begin(), "/tmp/cat." + std::to_string(number));
+    WriteFile(paths.front(), text);
+    logged += text;
+  }
+  for (std::string& path : paths) names.push_back(path.data());
+  const std::string archive = std::string(kOutput) + "-0.tar.gz";
+  std::filesystem::create_directories("/data/log/t");
+  ASSERT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
+  const std::string bytes = ReadFile(archive);
+  const std::vector<std::string> lines = Lines(logged);
+  const std::set<std::string> known(lines.begin(), lines.end());
+  for (size_t at = 1; at < 20; ++at) {
+    std::string flipped = bytes;
+    flipped[bytes.size() * at / 20] ^= static_cast<char>(1 << at % 8);
+    WriteFile(archive, flipped);
+    const Result result = Quillog("");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(Quillog("--verified-only").text, "");
+    const std::vector<std::string> read = Lines(result.text);
+    EXPECT_GT(read.size(), lines.size() * at / 20 * 3 / 4) << at;
+    const auto isKnown = [&](const std::string& line) { return known.count(line) > 0; };
+    const auto wrong = read.size() - static_cast<size_t>(std::count_if(read.begin(), read.end(), isKnown));
+    EXPECT_LE(wrong * 20, read.size()) << at;  // letters and digits in a line's own text: no check tells
+  }
+  WriteFile(archive, bytes + Member("more\n"));
+  EXPECT_EQ(Quillog("").text, logged);
+  EXPECT_NE(Quillog("").errors.find("bytes after the archive"), std::string::npos);
+  std::filesystem::remove(archive);
+  const std::string pack = "cd /tmp; for n in 5 4 3 2 1; do gzip -c cat.$n; done > " + std::string(kOutput) +
+                           ".I000.20261122-000000.gz; cat cat.5 | gzip -9 > /tmp/odd.gz";
+  ASSERT_EQ(system(pack.c_str()), 0);
+  EXPECT_TRUE(Quillog("").text == logged);
+  EXPECT_EQ(Quillog("/tmp/odd.gz").text, ReadFile("/tmp/cat.5"));
 }
 
 // Whatever is named gets an answer, soon.
@@ -435,7 +516,7 @@ TEST(Follow, GoesOnBehindADeletedFile) {
   Daemon daemon("-b test");
   ASSERT_TRUE(daemon.WaitUntilRunning());
   KernelLog kernel;
-  Daemon follower("-n 0 -f > /tmp/followed", "", QUILCAT_QUILLOG);
+  Daemon follower("-n 0 -f > /tmp/followed 2> /tmp/follow-errors", "", QUILCAT_QUILLOG);
   const auto comes = [&](int line) {
     kernel.Write(KernelLog::Line(line));
     return WaitFor(
@@ -448,6 +529,8 @@ TEST(Follow, GoesOnBehindADeletedFile) {
   EXPECT_TRUE(comes(2));
   EXPECT_TRUE(comes(3));
   EXPECT_EQ(KernelLog::Numbers(ReadFile("/tmp/followed")), (std::vector<int>{1, 2, 3}));
+  WriteFile(std::string(kOutput) + ".I005.20990101-000000.gz", "");
+  EXPECT_TRUE(WaitFor([] { return ReadFile("/tmp/follow-errors").find("rotated away") != std::string::npos; }, 3));
   // A second writer's file is newer; the first writer lives all the same.
   WriteFile(std::string(kOutput) + ".I500.20990101-000000.gz", "");
   EXPECT_NE(Quillog("-l").text.find(" open\n"), std::string::npos) << Quillog("-l").text;

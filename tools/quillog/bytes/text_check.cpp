@@ -62,12 +62,16 @@ size_t TextCheck::PossibleLength(const char* text, size_t size) {
     }
     const bool hasTime = TimeLength(line, static_cast<size_t>(feed - line)) == kStreamedTime;
     const bool hasMarks = hasTime && HasKernelMarks(line + kStreamedTime, feed);
+    const bool goesBack = isStreamed && hasTime && memcmp(line, stamp, kStreamedTime) < 0;
     const bool lacks = feed != line && ((isStreamed && !hasTime) || (isKernel && !hasMarks));
-    if (lacks || !std::all_of(line, feed, IsPossible)) {
+    if (goesBack || lacks || !std::all_of(line, feed, IsPossible)) {
       return static_cast<size_t>(before - text);
     }
     isStreamed = hasTime;
     isKernel = hasMarks;
+    if (hasTime) {
+      memcpy(stamp, line, kStreamedTime);
+    }
     before = line;
     line = feed + 1;
   }

@@ -6,7 +6,8 @@
 /// What text that a daemon logged looks like. For text whose checksum is wrong or missing, one piece after the other.
 ///
 /// No line holds control characters but those of terminals and of the kernel. After a streamed line each has a time of
-/// its own, and the kernel's marks if that had them, up to an empty line, after which comes a title.
+/// its own, not an earlier one, and the kernel's marks if that had them, up to an empty line, after which comes a
+/// title. (A clock that was set back makes that an error; then less is told, but nothing is made up.)
 class TextCheck {
  public:
   static constexpr size_t kStreamedTime = 19;  ///< "11-22 21:04:05.042 "
@@ -21,7 +22,8 @@ class TextCheck {
 
  private:
   bool isStreamed = false;  ///< the line before
-  bool isKernel = false;    ///< ... has a level and the kernel's clock
+  char stamp[kStreamedTime] = {};
+  bool isKernel = false;  ///< ... has a level and the kernel's clock
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_BYTES_TEXT_CHECK_H_
