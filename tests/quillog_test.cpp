@@ -473,7 +473,7 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
     std::filesystem::remove_all("/data/log/t");
     ConfigureStream(mode, 64, 500);
     WriteFile(std::string(kOutput) + (mode[0] == 'm' ? ".I000.20260101-000000.gz" : ".1"), "");
-    Daemon follower("-f " + std::string(kOutput) + " > /tmp/followed", "", QUILCAT_QUILLOG);
+    Daemon follower("-f " + std::string(kOutput) + " > /tmp/followed 2> /tmp/follow-errors", "", QUILCAT_QUILLOG);
     int line = 0;
     int last = 0;
     for (int round = 0; round < Rounds(3); ++round) {
@@ -508,6 +508,9 @@ TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
     EXPECT_TRUE(all.text == (mode[0] == 'm' ? decoded : FactoryText(kOutput)));
     EXPECT_TRUE(WaitFor([&] { return ReadFile("/tmp/followed").size() >= all.text.size(); })) << all.text.size();
     EXPECT_TRUE(ReadFile("/tmp/followed") == all.text) << ReadFile("/tmp/followed").size() << " " << all.text.size();
+    for (const std::string& error : Lines(ReadFile("/tmp/follow-errors"))) {
+      EXPECT_NE(error.find("its writer died"), std::string::npos) << error;
+    }
   }
 }
 

@@ -57,6 +57,9 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
     }
     TextView(options, query, output, *printer, text, report).Show();
     OutputFiles::LetGo(output);
+    if (!text.Works()) {
+      break;
+    }
   }
   if (const std::string complaint = printer->Complaint(); !complaint.empty()) {
     report.Say(outputs.front().path, complaint, false);

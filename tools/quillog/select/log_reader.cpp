@@ -152,6 +152,11 @@ Item LogReader::Peek() {
 
 /// kLine: the next file is open. Otherwise something is to be said first.
 Item LogReader::OpenNext() {
+  if (mayBePacked && !isMeasured) {
+    isMeasured = true;
+    packed = lines.file().Summary();
+    mayBePacked = packed.textBytes > 0;
+  }
   if (!gapTold && hasBefore) {
     gapTold = true;
     if (const Item item = TellGap(places.front()); item != Item::kLine) {
@@ -159,9 +164,6 @@ Item LogReader::OpenNext() {
     }
   }
   gapTold = false;
-  if (isOpen && before.kind == LogFile::Kind::kPlain) {
-    packed = lines.file().Summary();
-  }
   current = places.front();
   places.pop_front();
   before = output.files[current];
@@ -179,7 +181,7 @@ Item LogReader::OpenNext() {
   lines.Open(before.kind, bytes, before.Name(), before.newest, TimesAround(current));
   if (before.kind == LogFile::Kind::kArchive && mayBePacked) {
     // What was read as a plain file has been packed meanwhile, and what came before it too.
-    mayBePacked = packed.textBytes == 0 || !lines.file().PassOver(packed);
+    mayBePacked = !lines.file().PassOver(packed);
   }
   LeaveOutBlocks();
   return Item::kLine;
@@ -192,21 +194,22 @@ Item LogReader::TellGap(size_t next) {
   const auto isPacked = [](const LogFile& file) { return file.Name() == FileNames::kPacked; };
   missing.isSure |=
       before.kind == LogFile::Kind::kArchive && std::none_of(output.files.begin(), output.files.end(), isPacked);
+  noteFile = before.Name();
   if (mayBePacked && after.kind == LogFile::Kind::kPlain) {
     mayBePacked = false;
-    note = "rotated away and deleted while it was read, and perhaps more files after it";
-  } else if (missing.count > 0 && before.path != after.path) {
-    const bool isListed = current < output.files.size() && output.files[current].path == before.path;
-    const Time from = isListed ? NewestTime(output, current, current + 1) : kNoTime;
-    const Time to = OldestTime(output, next, next + 1);
-    const std::string many = std::to_string(missing.count) + (missing.count == 1 ? " file" : " files");
-    note = many + (renewed ? " rotated away before reading came to " : " missing: ") + missing.names + ", between " +
-           (from == kNoTime ? "-" : TimeText::Iso(from, false)) + " and " +
-           (to == kNoTime ? "-" : TimeText::Iso(to, false));
-  } else {
+    note = "deleted while it was read, and files after it perhaps";
+    return Item::kRemark;
+  }
+  if (missing.count == 0 || before.path == after.path) {
     return Item::kLine;
   }
-  noteFile = before.Name();
+  const bool isListed = current < output.files.size() && output.files[current].path == before.path;
+  const Time from = isListed ? NewestTime(output, current, current + 1) : kNoTime;
+  const Time to = OldestTime(output, next, next + 1);
+  const std::string many = std::to_string(missing.count) + (missing.count == 1 ? " file" : " files");
+  note = many + (renewed ? " rotated away before reading came to " : " missing: ") + missing.names + ", between " +
+         (from == kNoTime ? "-" : TimeText::Iso(from, false)) + " and " +
+         (to == kNoTime ? "-" : TimeText::Iso(to, false));
   return missing.isSure || renewed ? Item::kDamage : Item::kRemark;
 }
 
@@ -269,6 +272,7 @@ std::vector<size_t> LogReader::NewFiles() {
   };
   const auto same = std::find_if(files.rbegin(), files.rend(), isSame);
   const bool isListed = same != files.rend();
+  isMeasured = false;
   mayBePacked = isOpen && !isListed && before.kind == LogFile::Kind::kPlain;
   const size_t first = isListed ? static_cast<size_t>(same.base() - files.begin()) : 0;
   for (size_t place = first; place < files.size(); ++place) {

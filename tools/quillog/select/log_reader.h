@@ -64,6 +64,7 @@ class LogReader {
   bool gapTold = false;
   FileSummary packed;  ///< of the file before, if it was plain and is packed now perhaps
   bool mayBePacked = false;
+  bool isMeasured = false;  ///< `packed` is that file's, read to its end
   bool renewed = false;
   std::set<std::string> listed;  ///< files listed so far and still there
   std::string noteFile;

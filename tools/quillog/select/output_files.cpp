@@ -237,13 +237,16 @@ ByteRange LogFile::Open() const {
   return bytes;
 }
 
-void OutputFiles::List(Output& output) {
+bool OutputFiles::List(Output& output) {
   if (output.isFiles) {
-    return;
+    return true;
   }
   Directory directory{output.path.substr(0, output.path.rfind('/') + 1), {}, {}};
-  ReadDirectory(directory);
+  if (!ReadDirectory(directory)) {
+    return false;
+  }
   SetFiles(output, directory.outputs[output.path.substr(directory.prefix.size())]);
+  return true;
 }
 
 void OutputFiles::Open(Output& output) {
@@ -258,7 +261,9 @@ void OutputFiles::Open(Output& output) {
       return;
     }
     Output again{output.path, {}};
-    List(again);
+    if (!List(again)) {
+      return;
+    }
     const auto same = [](const LogFile& a, const LogFile& b) {
       return a.path == b.path && a.inode == b.inode && a.device == b.device;
     };

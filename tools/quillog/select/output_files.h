@@ -17,8 +17,9 @@ struct Output {
 /// Which files make an output. Only reads directories, which makes a daemon there write what it holds.
 namespace OutputFiles {
 
-/// Lists the output's files afresh, in the daemon's own order of age. Links are none of its files.
-void List(Output& output);
+/// Lists the output's files afresh, in the daemon's own order of age. Links are none of its files. False: its directory
+/// cannot be listed (errno), and the output is as it was.
+bool List(Output& output);
 
 /// Opens the files that a rotation would rename. Lists them afresh when a rotation came between, so that what is read
 /// is what was listed: every line once.
