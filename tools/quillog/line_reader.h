@@ -12,7 +12,6 @@
 #include "quillog/line_times.h"
 #include "quillog/output_files.h"
 #include "quillog/printer.h"
-#include "quillog/query.h"
 
 /// Names damages and failures on standard error, and remembers that there were any.
 class Report {

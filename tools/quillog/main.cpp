@@ -11,6 +11,7 @@
 #include "quillog/options.h"
 #include "quillog/selection.h"
 #include "quillog/survey.h"
+#include "quillog/terminal.h"
 #include "quillog/text_view.h"
 
 namespace {
@@ -20,9 +21,12 @@ enum : int { kAllRead = 0, kDamaged = 1, kNothing = 2 };
 /// Turns what is asked for into a query on one output. False: wrong usage, which is named.
 bool SetQuery(const Options& options, const Output& output, Report& report, Query* query) {
   std::string error;
-  if (options.hasPattern && !query->SetPattern(options.pattern, options.ignoreCase, options.invert, &error)) {
-    fprintf(stderr, "quillog: %s: %s\n", options.pattern.c_str(), error.c_str());
+  if (options.hasPattern && !query->SetPattern(options.pattern, options.how, &error)) {
+    fprintf(stderr, "quillog: no pattern: %s\n", error.c_str());
     return false;
+  }
+  if (options.hasLevels) {
+    query->SetLevels(options.levels);
   }
   if (options.last == 0 && options.since.empty() && options.until.empty()) {
     return true;
@@ -37,9 +41,8 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
   Time times[2] = {kNoTime, kNoTime};
   const std::string* texts[] = {&options.since, &options.until};
   for (size_t i = 0; i < 2; ++i) {
-    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i])) {
-      fprintf(stderr, "quillog: no time, as \"2026-11-22 21:04:05\", \"11-22 21:04\", \"21:04\" or \"2h ago\": %s\n",
-              texts[i]->c_str());
+    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i], &error)) {
+      fprintf(stderr, "quillog: %s: %s\n", error.c_str(), texts[i]->c_str());
       return false;
     }
   }
@@ -47,8 +50,14 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
   return true;
 }
 
-int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
-  const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
+Printer::Format FormatOf(Form form) {
+  return form == Form::kJson  ? Printer::Format::kJson
+         : form == Form::kCsv ? Printer::Format::kCsv
+                              : Printer::Format::kText;
+}
+
+int Show(const Options& options, bool isShown, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  const std::unique_ptr<Printer> printer = Printer::Make(FormatOf(options.form), options.colored, isShown, text);
   for (Output& output : outputs) {
     OutputFiles::Open(output);
     Query query;
@@ -84,6 +93,11 @@ int Run(const Options& options) {
   if (!selection.Add(options.paths)) {
     return kNothing;
   }
+  const bool isShown = Terminal::IsShown();
+  Terminal::Pager pager;
+  if (options.paged) {
+    pager.Start();
+  }
   TextOutput text(1);
   Report report(text);
   int status = kAllRead;
@@ -94,7 +108,7 @@ int Run(const Options& options) {
   } else if (selection.IsAmbiguous() || (options.follow && selection.outputs().size() > 1)) {
     return NameOutputs(selection.outputs());
   } else {
-    status = Show(options, selection.outputs(), text, report);
+    status = Show(options, isShown, selection.outputs(), text, report);
   }
   text.HideProgress();
   return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;
@@ -111,10 +125,13 @@ int main(int argc, char** argv) {
     return kNothing;
   }
   if (options.action == Options::Action::kHelp) {
-    return fputs(kUsage, stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
+    return fputs(HelpText().c_str(), stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   if (options.action == Options::Action::kVersion) {
     return puts("quillog " QUILLOG_VERSION) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
+  }
+  if (options.utc) {
+    TimeText::UseUtc();
   }
   return Run(options);
 }

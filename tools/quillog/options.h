@@ -24,8 +24,9 @@ struct Options {
   Time last = 0;  ///< milliseconds back from the newest line; 0: not
   bool hasBoot = false;
   int boot = 0;  ///< 0 and below: the newest, the one before it, ...; 1 and above: the oldest, the one after it, ...
-  bool hasLines = false;  ///< with --follow too, unless all lines are wanted or some were chosen by time or boot
-  size_t lines = 0;       ///< the last ones
+  bool hasLines = false;     ///< with --follow too, unless all lines are wanted or some were chosen by time or boot
+  bool hasAllLines = false;  ///< asked for as such
+  size_t lines = 0;          ///< the last ones
   bool hasPattern = false;
   std::string pattern;
   Pattern::How how;

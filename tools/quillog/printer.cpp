@@ -1,13 +1,14 @@
 #include "quillog/printer.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "common/json_text.h"
+#include "quillog/query.h"
+#include "quillog/terminal.h"
 
 namespace {
 
@@ -16,29 +17,14 @@ constexpr size_t kStreamedTime = 19;  // "11-22 21:04:05.042 "
 
 // As text ----------------------------------------------------------------------------------------------------------
 
-/// "11-22 21:04:05.042 <4>[...": the level is the number's last three bits, severest first; -1 for none.
-int LevelOf(const Line& line) {
-  if (line.size < kStreamedTime + 3 || !line.hasOwnTime || line.text[kStreamedTime] != '<') {
-    return -1;
-  }
-  char number[5] = {};
-  memcpy(number, line.text + kStreamedTime + 1, std::min<size_t>(4, line.size - kStreamedTime - 1));
-  char* end = nullptr;
-  const long priority = strtol(number, &end, 10);
-  return end != number && *end == '>' ? static_cast<int>(priority & 7) : -1;
-}
-
 class TextPrinter : public Printer {
  public:
-  TextPrinter(bool colored, TextOutput& to) : color(colored), output(to) {}
+  TextPrinter(bool colored, bool isShown, TextOutput& to) : color(colored), visible(isShown), output(to) {}
 
-  bool IsPlain() const override { return !color; }
+  bool IsPlain() const override { return !color && !visible; }
 
   void Print(const Line& line) override {
-    // Emergency to critical, error, warning, notice; information is plain, debugging is dim.
-    static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
-    const int level = color ? LevelOf(line) : -1;
-    const char* const code = level >= 0 ? kColors[level] : nullptr;
+    const char* const code = color ? Terminal::ColorOf(LevelOf(line)) : nullptr;
     if (isOpen && !line.follows) {
       output.Write("\n", 1);  // together they would be a line that never was
     }
@@ -46,7 +32,13 @@ class TextPrinter : public Printer {
     if (code != nullptr) {
       output.Write(std::string("\033[") + code + "m");
     }
-    output.Write(line.text, line.size);
+    if (visible) {
+      std::string text;
+      Terminal::AppendVisible(text, line.text, line.size);
+      output.Write(text);
+    } else {
+      output.Write(line.text, line.size);
+    }
     if (code != nullptr) {
       output.Write("\033[0m", 4);
     }
@@ -57,6 +49,7 @@ class TextPrinter : public Printer {
 
  private:
   const bool color;
+  const bool visible;  ///< on a terminal
   TextOutput& output;
   bool isOpen = false;  ///< the line before had no line feed
 };
@@ -236,7 +229,7 @@ std::vector<Column> SplitColumns(const std::string& line, size_t from) {
   return columns;
 }
 
-std::unique_ptr<Printer> Printer::Make(Format format, bool colored, TextOutput& output) {
+std::unique_ptr<Printer> Printer::Make(Format format, bool colored, bool isShown, TextOutput& output) {
   switch (format) {
     case Format::kJson:
       return std::make_unique<JsonPrinter>(output);
@@ -245,5 +238,5 @@ std::unique_ptr<Printer> Printer::Make(Format format, bool colored, TextOutput& 
     case Format::kText:
       break;
   }
-  return std::make_unique<TextPrinter>(colored, output);
+  return std::make_unique<TextPrinter>(colored, isShown, output);
 }

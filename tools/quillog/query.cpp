@@ -1,27 +1,17 @@
 #include "quillog/query.h"
 
-Query::~Query() {
-  if (hasPattern) {
-    regfree(&pattern);
-  }
-}
-
-bool Query::SetPattern(const std::string& expression, bool ignoreCase, bool inverted, std::string* error) {
-  const int result = regcomp(&pattern, expression.c_str(), REG_EXTENDED | REG_NOSUB | (ignoreCase ? REG_ICASE : 0));
-  if (result != 0) {
-    char text[256];
-    regerror(result, &pattern, text, sizeof text);
-    *error = text;
-    return false;
-  }
-  hasPattern = true;
-  invert = inverted;
-  return true;
+bool Query::SetPattern(const std::string& text, const Pattern::How& how, std::string* error) {
+  return pattern.Set(text, how, error);
 }
 
 void Query::SetTimes(Time first, Time last) {
   since = first;
   until = last;
+}
+
+void Query::SetLevels(const Levels::Range& wanted) {
+  levels = wanted;
+  hasLevels = true;
 }
 
 bool Query::Matches(const Line& line) const {
@@ -32,11 +22,14 @@ bool Query::Matches(const Line& line) const {
   if (until != kNoTime && line.time != kNoTime && line.time > until) {
     return false;
   }
-  if (!hasPattern) {
-    return true;
+  if (hasLevels && !levels.Holds(LevelOf(line))) {
+    return false;
   }
-  // The line is no C string: its end is given instead.
-  regmatch_t range = {};
-  range.rm_eo = static_cast<regoff_t>(line.size);
-  return (regexec(&pattern, line.text, 1, &range, REG_STARTEND) == 0) != invert;
+  return !pattern.IsSet() || pattern.Matches(line.text, line.size);
+}
+
+int LevelOf(const Line& line) {
+  constexpr size_t kStreamedTime = 19;  // "11-22 21:04:05.042 "
+  const bool isLong = line.hasOwnTime && line.size > kStreamedTime;
+  return isLong ? Levels::At(line.text + kStreamedTime, line.size - kStreamedTime) : Levels::kNone;
 }

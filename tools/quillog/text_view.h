@@ -8,6 +8,8 @@
 
 #include "quillog/line_reader.h"
 #include "quillog/options.h"
+#include "quillog/printer.h"
+#include "quillog/query.h"
 
 /// Shows the wanted lines of one output, and goes on with new ones.
 class TextView {

@@ -62,7 +62,7 @@ class ZonedIso {
 /// "20240131-235959", the form used in file names; kNoTime for anything else.
 Time FromStamp(const std::string& stamp);
 
-/// "30s", "1h30m", "2 hours", "1 week 2 days", "500ms": milliseconds. False: none of these, or more than 1000 years.
+/// "30s", "1h30m", "2 hours", "1 week 2 days", "500ms": milliseconds. False: none of these, or more than 100 years.
 bool ParseDuration(const std::string& text, Time* duration);
 
 /// A time as people type it:
