@@ -56,8 +56,8 @@ Printer::Format FormatOf(Form form) {
                               : Printer::Format::kText;
 }
 
-int Show(const Options& options, bool isShown, std::vector<Output>& outputs, TextOutput& text, Report& report) {
-  const std::unique_ptr<Printer> printer = Printer::Make(FormatOf(options.form), options.colored, isShown, text);
+int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  const std::unique_ptr<Printer> printer = Printer::Make(FormatOf(options.form), options.colored, text);
   for (Output& output : outputs) {
     OutputFiles::Open(output);
     Query query;
@@ -98,7 +98,7 @@ int Run(const Options& options) {
   if (options.paged) {
     pager.Start();
   }
-  TextOutput text(1);
+  TextOutput text(1, isShown);
   Report report(text);
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
@@ -108,7 +108,7 @@ int Run(const Options& options) {
   } else if (selection.IsAmbiguous() || (options.follow && selection.outputs().size() > 1)) {
     return NameOutputs(selection.outputs());
   } else {
-    status = Show(options, isShown, selection.outputs(), text, report);
+    status = Show(options, selection.outputs(), text, report);
   }
   text.HideProgress();
   return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;

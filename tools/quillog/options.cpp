@@ -102,7 +102,7 @@ constexpr Row kRows[] = {
        return (TimeText::ParseDuration(argument, &options.last) && options.last > 0) ||
               Wrong("no span of time, as 30s, 1h30m or \"2 days\"", argument);
      }},
-    {"boot", 'b', "[N]", Group::kByTime,
+    {"boot", 'b', "[=N]", Group::kByTime,
      "of one boot: 0 the newest, -1 the one before it,\n1 the oldest, 2 the one after it",
      [](const char* argument, Options& options) {
        options.hasBoot = true;
@@ -129,7 +129,7 @@ constexpr Row kRows[] = {
     {"invert-match", 'v', nullptr, Group::kByText, "... that do not match",
      [](const char*, Options& options) { return options.how.inverted = true; }},
     {"priority", 'p', "LEVEL", Group::kByText,
-     "of a kernel level and severer ones, \"err\" or \"3\", or of\nseveral, \"warning..err\"",
+     "of a kernel level and severer ones, \"err\" or \"3\";\nof several, \"warning..err\"",
      [](const char* argument, Options& options) {
        options.hasLevels = true;
        return Levels::Parse(argument, &options.levels) ||
@@ -151,7 +151,7 @@ constexpr Row kRows[] = {
     {"verified-only", kVerifiedOnly, nullptr, Group::kByText, "none whose checksum is missing",
      [](const char*, Options& options) { return options.verifiedOnly = true; }},
     {"follow", 'f', nullptr, Group::kShown,
-     "go on with new lines, after the last ten unless -n, -b or\na time says otherwise",
+     "go on with new lines, after the last ten unless -n,\n-b or a time says otherwise",
      [](const char*, Options& options) { return options.follow = true; }},
     {"reverse", 'r', nullptr, Group::kShown, "newest line first",
      [](const char*, Options& options) { return options.reverse = true; }},
@@ -160,9 +160,9 @@ constexpr Row kRows[] = {
     {"merge", 'm', nullptr, Group::kShown, "several outputs as one, by time",
      [](const char*, Options& options) { return options.merge = true; }},
     {"output", 'o', "FORM", Group::kShown,
-     "text, iso (the time as ISO 8601 has it comes first), json\n(one object a line) or csv",
+     "text, iso (the time comes first, as ISO 8601 has it),\njson (one object a line) or csv",
      [](const char* argument, Options& options) { return ParseForm(argument, &options.form); }},
-    {"utc", kUtc, nullptr, Group::kShown, "the device's clock showed UTC, not this machine's zone",
+    {"utc", kUtc, nullptr, Group::kShown, "the device showed UTC, not the time of this machine's\nzone (TZ)",
      [](const char*, Options& options) { return options.utc = true; }},
     {"color", kColor, "[=WHEN]", Group::kShown, "colours by kernel level: auto, always, never",
      [](const char* argument, Options& options) { return ParseColor(argument, &options.colored); }},
@@ -312,9 +312,9 @@ bool StandTogether(const Options& options) {
          Wrong("--list, --list-boots and --verify tell of whole files: no option chooses text or its form there");
 }
 
-/// "  -U, --until TIME         up to that time", and what more lines there are below the first.
+/// "  -U, --until TIME        up to that time", and what more lines there are below the first.
 std::string HelpOf(const Row& row) {
-  constexpr size_t kColumn = 27;
+  constexpr size_t kColumn = 26;
   std::string text = row.letter <= UCHAR_MAX ? std::string("  -") + static_cast<char>(row.letter) + ", " : "      ";
   text += std::string("--") + row.name;
   if (row.argument != nullptr) {

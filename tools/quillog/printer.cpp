@@ -19,9 +19,9 @@ constexpr size_t kStreamedTime = 19;  // "11-22 21:04:05.042 "
 
 class TextPrinter : public Printer {
  public:
-  TextPrinter(bool colored, bool isShown, TextOutput& to) : color(colored), visible(isShown), output(to) {}
+  TextPrinter(bool colored, TextOutput& to) : color(colored), output(to) {}
 
-  bool IsPlain() const override { return !color && !visible; }
+  bool IsPlain() const override { return !color && !output.IsShown(); }
 
   void Print(const Line& line) override {
     const char* const code = color ? Terminal::ColorOf(LevelOf(line)) : nullptr;
@@ -30,17 +30,11 @@ class TextPrinter : public Printer {
     }
     isOpen = !line.ended;
     if (code != nullptr) {
-      output.Write(std::string("\033[") + code + "m");
+      output.WriteCode(std::string("\033[") + code + "m");
     }
-    if (visible) {
-      std::string text;
-      Terminal::AppendVisible(text, line.text, line.size);
-      output.Write(text);
-    } else {
-      output.Write(line.text, line.size);
-    }
+    output.Write(line.text, line.size);
     if (code != nullptr) {
-      output.Write("\033[0m", 4);
+      output.WriteCode("\033[0m");
     }
     if (line.ended) {
       output.Write("\n", 1);
@@ -49,7 +43,6 @@ class TextPrinter : public Printer {
 
  private:
   const bool color;
-  const bool visible;  ///< on a terminal
   TextOutput& output;
   bool isOpen = false;  ///< the line before had no line feed
 };
@@ -229,7 +222,7 @@ std::vector<Column> SplitColumns(const std::string& line, size_t from) {
   return columns;
 }
 
-std::unique_ptr<Printer> Printer::Make(Format format, bool colored, bool isShown, TextOutput& output) {
+std::unique_ptr<Printer> Printer::Make(Format format, bool colored, TextOutput& output) {
   switch (format) {
     case Format::kJson:
       return std::make_unique<JsonPrinter>(output);
@@ -238,5 +231,5 @@ std::unique_ptr<Printer> Printer::Make(Format format, bool colored, bool isShown
     case Format::kText:
       break;
   }
-  return std::make_unique<TextPrinter>(colored, isShown, output);
+  return std::make_unique<TextPrinter>(colored, output);
 }

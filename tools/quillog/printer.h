@@ -13,8 +13,7 @@ class Printer {
  public:
   enum class Format { kText, kJson, kCsv };
 
-  /// `isShown`: a person sees the text on a terminal.
-  static std::unique_ptr<Printer> Make(Format format, bool colored, bool isShown, TextOutput& output);
+  static std::unique_ptr<Printer> Make(Format format, bool colored, TextOutput& output);
   virtual ~Printer() = default;
 
   virtual void Print(const Line& line) = 0;
