@@ -26,10 +26,10 @@ size_t AfterBrackets(const std::string& text, size_t at) {
   return at < text.size() ? at + 1 : text.size();
 }
 
-/// True when the expression refers back to a group, for which no search in linear time is known.
-bool RefersBack(const std::string& text) {
+/// True when the expression has a backslash before one of these characters.
+bool HasEscaped(const std::string& text, const char* characters) {
   for (size_t at = 0; at < text.size();) {
-    if (text[at] == '\\' && text[at + 1] >= '1' && text[at + 1] <= '9') {
+    if (text[at] == '\\' && at + 1 < text.size() && strchr(characters, text[at + 1]) != nullptr) {
       return true;
     }
     at = text[at] == '[' ? AfterBrackets(text, at) : at + (text[at] == '\\' ? 2 : 1);
@@ -108,6 +108,11 @@ class Pattern::Expression {
       error = "longer than " + std::to_string(kMost) + " bytes";
       return;
     }
+    // Each C library takes these for something else.
+    if (!how.plain && HasEscaped(text, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0<>")) {
+      error = "this build knows POSIX expressions only, without \\d, \\w, \\b and the like";
+      return;
+    }
     const std::string escaped = how.plain ? Escaped(text) : text;
     const int result =
         regcomp(&expression, escaped.c_str(), REG_EXTENDED | REG_NOSUB | (how.ignoreCase ? REG_ICASE : 0));
@@ -166,7 +171,8 @@ bool Pattern::Set(const std::string& text, const How& asked, std::string* error)
     literal = text;
     return true;
   }
-  if (!asked.plain && RefersBack(text)) {
+  // No search in linear time is known for these.
+  if (!asked.plain && HasEscaped(text, "123456789")) {
     *error = "it refers back to a group, which may take for ever";
     return false;
   }

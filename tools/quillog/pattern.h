@@ -10,7 +10,7 @@
 /// text. Lines are bytes: a dot matches one of any value.
 ///
 /// Matching takes time linear in the text and bounded memory, whatever the expression. A build without RE2 matches by
-/// the C library, which gives no such promise, and takes shorter expressions only.
+/// the C library, which gives no such promise; it takes POSIX expressions only, and no long ones.
 class Pattern {
  public:
   /// Which lines are meant.
