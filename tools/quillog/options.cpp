@@ -333,7 +333,7 @@ bool ParseOptions(int argc, char** argv, Options* options) {
   const std::vector<option> names = LongOptions();
   const std::string letters = Letters();
   options->colored = Terminal::TakesColors();
-  options->paged = Terminal::IsShown();
+  options->paged = Terminal::HasCursor();
   opterr = 0;
   for (int letter; optopt = 0, (letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1;) {
     if (letter == '?') {

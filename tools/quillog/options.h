@@ -44,7 +44,7 @@ struct Options {
   Form form = Form::kText;
   bool utc = false;
   bool colored = false;
-  bool paged = false;  ///< standard output is a terminal, and text is to be shown a screen at a time
+  bool paged = false;  ///< text is to be shown a screen at a time
 };
 
 /// False: wrong usage, which is named on standard error.

@@ -15,11 +15,6 @@
 
 namespace {
 
-bool IsSet(const char* variable) {
-  const char* const value = getenv(variable);
-  return value != nullptr && *value != '\0';
-}
-
 /// The character of a valid sequence.
 unsigned CharacterOf(const char* text, size_t length) {
   unsigned character = static_cast<unsigned char>(text[0]) & (length == 1 ? 0x7f : 0x7f >> length);
@@ -110,9 +105,14 @@ bool Terminal::IsShown() {
   return isatty(STDOUT_FILENO) == 1;
 }
 
-bool Terminal::TakesColors() {
+bool Terminal::HasCursor() {
   const char* const kind = getenv("TERM");
-  return IsShown() && kind != nullptr && strcmp(kind, "dumb") != 0 && !IsSet("NO_COLOR");
+  return IsShown() && kind != nullptr && strcmp(kind, "dumb") != 0;
+}
+
+bool Terminal::TakesColors() {
+  const char* const none = getenv("NO_COLOR");
+  return HasCursor() && (none == nullptr || *none == '\0');
 }
 
 const char* Terminal::ColorOf(int level) {

@@ -11,6 +11,8 @@ namespace Terminal {
 
 /// True when standard output is a terminal. Ask before a pager takes its place.
 bool IsShown();
+/// True when it is a terminal that can do more than add lines: a pager asks for that.
+bool HasCursor();
 /// True when colours are wanted there: it knows them, and NO_COLOR is not set or empty.
 bool TakesColors();
 
