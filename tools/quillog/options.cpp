@@ -141,12 +141,7 @@ constexpr Row kRows[] = {
      [](const char* argument, Options& options) { return ParseAround(argument, &options.before); }},
     {"context", 'C', "N", Group::kByText, "and N lines on both sides",
      [](const char* argument, Options& options) {
-       options.before = 0;
-       if (!ParseAround(argument, &options.before)) {
-         return false;
-       }
-       options.after = options.before;
-       return true;
+       return ParseAround(argument, &options.before) && ParseAround(argument, &options.after);
      }},
     {"verified-only", kVerifiedOnly, nullptr, Group::kByText, "none whose checksum is missing",
      [](const char*, Options& options) { return options.verifiedOnly = true; }},
