@@ -176,13 +176,13 @@ std::string AnyBytes(Choices& choose, int depth) {
 
 std::string Shown(Output& output, const Options& options) {
   const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
-  TextOutput text(file.fd);
+  TextOutput text(file.fd, false);
   Report report(text);
   report.SetQuiet();
   Query query;
   std::string error;
-  if (options.hasPattern) query.SetPattern(options.pattern, false, options.invert, &error);
-  const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
+  if (options.hasPattern) query.SetPattern(options.pattern, options.how, &error);
+  const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   TextView(options, query, output, *printer, text, report).Show();
   std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
   if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
@@ -208,13 +208,13 @@ void CheckAny(Choices& choose) {
   options.hasLines = true;
   options.lines = SIZE_MAX;
   if (Shown(output, options) != shown) abort();
-  options.hasPattern = options.invert = true;
+  options.hasPattern = options.how.inverted = true;
   options.pattern = "no such text";
   if (Shown(output, options) != shown) abort();
   options.lines = 1 + choose.Below(5);
-  options.format = Printer::Format::kCsv;
+  options.form = Form::kCsv;
   Shown(output, options);
-  options.format = Printer::Format::kJson;
+  options.form = Form::kJson;
   const std::string json = Shown(output, options);
   if (static_cast<size_t>(std::count(json.begin(), json.end(), '\n')) > options.lines) abort();
 }

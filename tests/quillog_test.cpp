@@ -14,6 +14,7 @@
 
 #include "archive/tar_zip.h"
 #include "device.h"
+#include "quillog/select/pattern.h"
 #include "quillog/time/time_text.h"
 
 using namespace Device;
@@ -185,7 +186,8 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
       {"-S 2000-01-01 -U 2026-01-01", ""},
       {"--last 5s", LastLines(wreck.text, 6)},
       {"-g '\\[7\\] '", Lines(wreck.text)[7] + "\n"},
-      {"-v -g '<6>'", ""}};
+      {"-v -g '<6>'", ""},
+      {"-p notice..7 -n 1", LastLines(wreck.text, 1)}};
   for (const auto& [arguments, text] : filters) EXPECT_EQ(Quillog(arguments).text, text) << arguments;
 }
 
@@ -225,26 +227,63 @@ TEST(Times, FollowFromNamesAndOrder) {
 }
 
 TEST(Times, AreUnderstoodAsPeopleWriteThem) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
   const Time newest = TimeText::FromDate(2027, 1, 3) + 22 * TimeText::kHour;
-  const std::string cases[][2] = {{"2026-11-22", "2026-11-22T00:00:00"},
-                                  {"2026-11-22 21:04", "2026-11-22T21:04:00"},
-                                  {"2026-11-22 21:04:05", "2026-11-22T21:04:05"},
-                                  {"12-31 21:04", "2026-12-31T21:04:00"},
-                                  {"01-04 00:30", "2027-01-04T00:30:00"},
-                                  {"21:04", "2027-01-03T21:04:00"},
-                                  {"02-30 00:00", "-"},
-                                  {"yesterday", "-"},
-                                  {"21:04:05x", "-"},
-                                  {"2026-11-22 25:00", "-"},
-                                  {"11-22", "2026-11-22T00:00:00"},
-                                  {"", "-"}};
-  for (const auto& [text, expected] : cases) {
+  std::string why;
+  const auto parse = [&](const std::string& text) {
     Time time = kNoTime;
-    EXPECT_EQ(TimeText::Parse(text, newest, &time) ? TimeText::Iso(time, false) : "-", expected) << text;
+    return TimeText::Parse(text, newest, &time, &why) ? time : kNoTime;
+  };
+  const std::string cases[][2] = {
+      {"2026-11-22\n2026-11-22 0:0\n11-22\n2026-11-22T01:00:00.0+02\n2026-11-21 23:00Z", "2026-11-22T00:00:00"},
+      {" 2028-02-29T04:00:05.042 ", "2028-02-29T04:00:05"},
+      {"12-31 21:04\n2026-12-31 22:34+0230\n2026-12-31 20:04:00 Z", "2026-12-31T21:04:00"},
+      {"21:04\n01-03 21:04:00", "2027-01-03T21:04:00"},
+      {"@1825000000.5\n2027-10-31 16:26:40Z\n2027-10-31 15:56:40-00:30", "2027-10-31T17:26:40"},
+      {"\nnoon\n02-30 00:00\n2027-02-29\n24:00\n21:60\n21:04:05x\n21:04Z\n11-22 1:2Z\n2026-11-22T\n@\n@-1\n1x "
+       "ago\nago\n"
+       "now ago\n2026-11-22 21:04+24:00\ntoday Z\n1h\n- 1\n999999999999w ago\n@999999999999\n2026-11-22 21:04:05.",
+       TimeText::Iso(kNoTime, false)}};
+  for (const auto& [texts, expected] : cases) {
+    for (const std::string& text : Lines(texts)) EXPECT_EQ(TimeText::Iso(parse(text), false), expected) << text;
   }
-  Time ago = 0;
-  EXPECT_TRUE(TimeText::Parse("2h ago", newest, &ago));
-  EXPECT_NEAR(static_cast<double>(TimeText::Now() - ago), 2.0 * TimeText::kHour, 2.0 * TimeText::kSecond);
+  for (const std::string& text : Lines("2h ago\n-2h\n2 Hours ago\n1h60m ago\n- 1 hour 59 min 60s\n7200000ms ago")) {
+    const double hours = static_cast<double>(parse("now") - parse(text)) / TimeText::kHour;
+    EXPECT_NEAR(hours, 2, 1.01) << text;  // the zone may have changed
+  }
+  EXPECT_EQ(parse("today 21:04") - parse("yesterday 21:04"), TimeText::kDay);
+  // With the zone and back, through all changes of the zone in some years.
+  TimeText::ZonedIso zoned;
+  for (int64_t seconds = 1000; seconds < 100000000; seconds += 1187) {
+    std::string text;
+    zoned.Append(text, TimeText::FromSeconds(seconds) + seconds % 1000);
+    EXPECT_EQ(parse(text), TimeText::FromSeconds(seconds) + seconds % 1000) << text;
+  }
+}
+
+TEST(Pattern, FindsInABlockWhatItMatchesInALine) {
+  const std::string block = "usb 1-1: new\n\nUSB oom_kill\n a.b(c\n<oom>\xff\xc3 aXb 7\n\\1\n{2}\n";
+  std::istringstream cases(  // options, the lines that match, expression
+      "- 0 usb\n i 02 usb\n - 1 ^$\n - 0123456 x*\n - 34 a.b\n F 3 a.b\n iF 3 A.b\n - 4 \\<oom\\>\n - 03456 \\d|\\(\n"
+      "- 45 [[:digit:]]$\n - 4 ^.{5}.*7\n - 24 o{2,}m\n - 2 o{,1}m_\n - 6 []{]\n - - w\\s*\\s\n v 1 [^x]\n"
+      "- 4 \\boom\\b\n - 0 new$\n - 3 b.*?[\\](]c\n - 5 \\\\1\n v 123456 usb\n");
+  for (std::string options, expected, text; cases >> options >> expected >> text;) {
+    const auto has = [&](char option) { return options.find(option) != std::string::npos; };
+    Pattern pattern;
+    std::string error;
+    ASSERT_TRUE(pattern.Set(text, {has('i'), has('F'), has('v')}, &error)) << text << error;
+    std::string matched;
+    size_t end = 0;
+    for (size_t at = 0, line = 0; at < block.size(); at = end + 1, ++line) {
+      end = block.find('\n', at);
+      const char* const place = pattern.Find(&block[at], block.data() + block.size());
+      if (pattern.Matches(&block[at], end - at)) {
+        matched += std::to_string(line);
+        EXPECT_TRUE(place != nullptr && place <= &block[end]) << text << " " << line;
+      }
+    }
+    EXPECT_EQ(matched, expected == "-" ? "" : expected) << text;
+  }
 }
 
 TEST(Csv, PutsValuesUnderTheirNames) {
@@ -442,8 +481,11 @@ TEST(OddInput, IsAnswered) {
       {"--verify /data/log/bomb", 1, "reading goes on at"},
       {"-n 3 /data/log/many", 0, ""},
       {"-l /data/log/many", 0, ""},
-      {"-S noon /data/log/bomb", 2, "no time"},
-      {"-g '(' /data/log/bomb", 2, "("},
+      {"-S 24:00 /data/log/bomb", 2, "no such time of day"},
+      {"-g '(a*)\\1b' /data/log/bomb", 2, "refers back"},
+      {"-g $(head -c 100000 /dev/zero | tr '\\0' '(') /data/log/bomb", 2, "missing )"},
+      {"--utnil 21:04", 2, "did you mean --until?"},
+      {"-p loud", 2, "no level"},
       {"-n x", 2, "no number"},
       {"-i /data/log/bomb", 2, "belong to"},
       {"-l -n 3 /data/log/bomb", 2, "whole files"},
@@ -467,13 +509,25 @@ TEST(OddInput, IsAnswered) {
   }
 }
 
+TEST(Terminal, ShowsControlCharacters) {
+  WriteFile(kOutput, "11-22 21:04:05.042 <3>a\033[2Jb\r\xc2\x9b\x9b\n");
+  const std::string text = "11-22 21:04:05.042 <3>a^[[2Jb^M<U+009B><9B>";
+  const std::string cases[][2] = {{"PAGER=cat", "\033[31m" + text + "\033[0m\r\n"},
+                                  {"NO_COLOR=1 QUILLOG_PAGER='no such pager'", text + "\r\n"},
+                                  {"NO_COLOR=1 PAGER='sed s/^/paged:/'", "paged:" + text + "\r\n"}};
+  for (const auto& [variables, expected] : cases) {
+    EXPECT_EQ(Shell("TERM=xterm " + variables + " script -qc " + QUILCAT_QUILLOG + " /dev/null"), expected);
+  }
+}
+
 // The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.
 TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
   for (const char* mode : {"mmap", "factory"}) {
     std::filesystem::remove_all("/data/log/t");
     ConfigureStream(mode, 64, 500);
     WriteFile(std::string(kOutput) + (mode[0] == 'm' ? ".I000.20260101-000000.gz" : ".1"), "");
-    Daemon follower("-f " + std::string(kOutput) + " > /tmp/followed 2> /tmp/follow-errors", "", QUILCAT_QUILLOG);
+    Daemon follower("-n all -f " + std::string(kOutput) + " > /tmp/followed 2> /tmp/follow-errors", "",
+                    QUILCAT_QUILLOG);
     int line = 0;
     int last = 0;
     for (int round = 0; round < Rounds(3); ++round) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "quillog/forms/terminal.h"
 #include "quillog/options.h"
 #include "quillog/select/selection.h"
 #include "quillog/survey.h"
@@ -20,9 +21,12 @@ enum : int { kAllRead = 0, kDamaged = 1, kNothing = 2 };
 /// Turns what is asked for into a query on one output. False: wrong usage, which is named.
 bool SetQuery(const Options& options, Output& output, Query* query) {
   std::string error;
-  if (options.hasPattern && !query->SetPattern(options.pattern, options.ignoreCase, options.invert, &error)) {
-    fprintf(stderr, "quillog: %s: %s\n", options.pattern.c_str(), error.c_str());
+  if (options.hasPattern && !query->SetPattern(options.pattern, options.how, &error)) {
+    fprintf(stderr, "quillog: no pattern: %s\n", error.c_str());
     return false;
+  }
+  if (options.hasLevels) {
+    query->SetLevels(options.levels);
   }
   if (options.last == 0 && options.since.empty() && options.until.empty()) {
     return true;
@@ -37,9 +41,8 @@ bool SetQuery(const Options& options, Output& output, Query* query) {
   Time times[2] = {kNoTime, kNoTime};
   const std::string* texts[] = {&options.since, &options.until};
   for (size_t i = 0; i < 2; ++i) {
-    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i])) {
-      fprintf(stderr, "quillog: no time, as \"2026-11-22 21:04:05\", \"11-22 21:04\", \"21:04\" or \"2h ago\": %s\n",
-              texts[i]->c_str());
+    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i], &error)) {
+      fprintf(stderr, "quillog: %s: %s\n", error.c_str(), texts[i]->c_str());
       return false;
     }
   }
@@ -48,7 +51,7 @@ bool SetQuery(const Options& options, Output& output, Query* query) {
 }
 
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
-  const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
+  const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
     OutputFiles::Open(output);
     Query query;
@@ -81,7 +84,12 @@ int Answer(const Options& options) {
   if (!selection.Add(options.paths)) {
     return kNothing;
   }
-  TextOutput text(1);
+  const bool isShown = Terminal::IsShown();
+  Terminal::Pager pager;
+  if (options.paged) {
+    pager.Start();
+  }
+  TextOutput text(1, isShown);
   Report report(text);
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
@@ -116,10 +124,13 @@ int main(int argc, char** argv) {
     return kNothing;
   }
   if (options.action == Options::Action::kHelp) {
-    return fputs(kUsage, stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
+    return fputs(HelpText().c_str(), stdout) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
   }
   if (options.action == Options::Action::kVersion) {
     return puts("quillog " QUILLOG_VERSION) < 0 || fflush(stdout) != 0 ? kNothing : kAllRead;
+  }
+  if (options.utc) {
+    TimeText::UseUtc();
   }
   return Answer(options);
 }

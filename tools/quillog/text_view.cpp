@@ -20,7 +20,7 @@ TextView::TextView(const Options& asked, Query& wanted, Output& shown, Printer& 
       text(to),
       report(reported),
       wholeRuns(query.MatchesAll() && printer.IsPlain()),
-      searches(!query.HasTimes() && options.format == Printer::Format::kText) {
+      searches(!query.HasTimes() && options.form == Form::kText) {
   how.lines = {options.verifiedOnly, printer.PrintsRowsOnly(), options.hasLines, options.follow};
   if (!printer.PrintsRowsOnly()) {
     how.since = query.Since();

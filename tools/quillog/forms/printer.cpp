@@ -1,7 +1,6 @@
 #include "quillog/forms/printer.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -9,6 +8,8 @@
 
 #include "common/json_text.h"
 #include "quillog/bytes/text_check.h"
+#include "quillog/forms/terminal.h"
+#include "quillog/lines/levels.h"
 
 namespace {
 
@@ -17,23 +18,11 @@ constexpr size_t kStreamedTime = TextCheck::kStreamedTime;
 
 // As text ----------------------------------------------------------------------------------------------------------
 
-/// "11-22 21:04:05.042 <4>[...": the level is the number's last three bits, severest first; -1 for none.
-int LevelOf(const Line& line) {
-  if (line.size < kStreamedTime + 3 || !line.hasOwnTime || line.text[kStreamedTime] != '<') {
-    return -1;
-  }
-  char number[5] = {};
-  memcpy(number, line.text + kStreamedTime + 1, std::min<size_t>(4, line.size - kStreamedTime - 1));
-  char* end = nullptr;
-  const long priority = strtol(number, &end, 10);
-  return end != number && *end == '>' ? static_cast<int>(priority & 7) : -1;
-}
-
 class TextPrinter : public Printer {
  public:
   TextPrinter(bool colored, TextOutput& to) : color(colored), output(to) {}
 
-  bool IsPlain() const override { return !color; }
+  bool IsPlain() const override { return !color && !output.IsShown(); }
 
   void Print(const Run& run) override {
     Begin(run.joins, run.end[-1] == '\n');
@@ -41,17 +30,14 @@ class TextPrinter : public Printer {
   }
 
   void Print(const Line& line) override {
-    // Emergency to critical, error, warning, notice; information is plain, debugging is dim.
-    static constexpr const char* kColors[] = {"1;31", "1;31", "1;31", "31", "33", "1", nullptr, "2"};
-    const int level = color ? LevelOf(line) : -1;
-    const char* const code = level >= 0 ? kColors[level] : nullptr;
+    const char* const code = color ? Terminal::ColorOf(Levels::Of(line)) : nullptr;
     Begin(line.joins, line.ended);
     if (code != nullptr) {
-      output.Write(std::string("\033[") + code + "m");
+      output.WriteCode(std::string("\033[") + code + "m");
     }
     output.Write(line.text, line.size);
     if (code != nullptr) {
-      output.Write("\033[0m", 4);
+      output.WriteCode("\033[0m");
     }
     if (line.ended) {
       output.Write("\n", 1);
@@ -266,13 +252,14 @@ std::vector<Column> SplitColumns(const std::string& line, size_t from) {
   return columns;
 }
 
-std::unique_ptr<Printer> Printer::Make(Format format, bool colored, TextOutput& output) {
-  switch (format) {
-    case Format::kJson:
+std::unique_ptr<Printer> Printer::Make(Form form, bool colored, TextOutput& output) {
+  switch (form) {
+    case Form::kJson:
       return std::make_unique<JsonPrinter>(output);
-    case Format::kCsv:
+    case Form::kCsv:
       return std::make_unique<CsvPrinter>(output);
-    case Format::kText:
+    case Form::kText:
+    case Form::kIso:
       break;
   }
   return std::make_unique<TextPrinter>(colored, output);

@@ -8,12 +8,13 @@
 #include "quillog/forms/text_output.h"
 #include "quillog/lines/line.h"
 
-/// Writes lines in one of the forms of -o.
+/// How lines are written.
+enum class Form { kText, kIso, kJson, kCsv };
+
+/// Writes lines in one form.
 class Printer {
  public:
-  enum class Format { kText, kJson, kCsv };
-
-  static std::unique_ptr<Printer> Make(Format format, bool colored, TextOutput& output);
+  static std::unique_ptr<Printer> Make(Form form, bool colored, TextOutput& output);
   virtual ~Printer() = default;
 
   virtual void Print(const Line& line) = 0;

@@ -6,6 +6,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "quillog/forms/terminal.h"
+
 namespace {
 
 constexpr size_t kBuffer = 131072;
@@ -20,12 +22,25 @@ long long Milliseconds() {
 
 }  // namespace
 
-TextOutput::TextOutput(int file)
-    : fd(file), showsProgress(isatty(STDERR_FILENO) == 1), nextProgress(Milliseconds() + kFirstProgress) {
+TextOutput::TextOutput(int file, bool isShown)
+    : fd(file),
+      shown(isShown),
+      showsProgress(isatty(STDERR_FILENO) == 1),
+      nextProgress(Milliseconds() + kFirstProgress) {
   buffer.reserve(kBuffer);
 }
 
 void TextOutput::Write(const char* text, size_t size) {
+  if (!shown) {
+    Take(text, size);
+    return;
+  }
+  visible.clear();
+  Terminal::AppendVisible(visible, text, size);
+  Take(visible.data(), visible.size());
+}
+
+void TextOutput::Take(const char* text, size_t size) {
   if (buffer.size() + size > kBuffer) {
     Flush();
   }

@@ -1,27 +1,24 @@
 #ifndef QUILCAT_TOOLS_QUILLOG_SELECT_QUERY_H_
 #define QUILCAT_TOOLS_QUILLOG_SELECT_QUERY_H_
 
-#include <regex.h>
-
 #include <string>
 
+#include "quillog/lines/levels.h"
 #include "quillog/lines/line.h"
+#include "quillog/select/pattern.h"
 
 /// Which lines are wanted.
 class Query {
  public:
-  Query() = default;
-  ~Query();
-  Query(const Query&) = delete;
-  Query& operator=(const Query&) = delete;
-
-  /// Takes a POSIX extended expression, once. False: it is none, and `error` says why.
-  bool SetPattern(const std::string& expression, bool ignoreCase, bool inverted, std::string* error);
+  /// See Pattern::Set(). Once.
+  bool SetPattern(const std::string& text, const Pattern::How& how, std::string* error);
   /// Lines from `first` and up to `last`, both included. kNoTime: no limit.
   void SetTimes(Time first, Time last);
+  /// Lines of these kernel levels, none without a level.
+  void SetLevels(const Levels::Range& wanted);
 
   /// True when every line is wanted, whatever it says.
-  bool MatchesAll() const { return !hasPattern && since == kNoTime && until == kNoTime; }
+  bool MatchesAll() const { return !pattern.IsSet() && !hasLevels && since == kNoTime && until == kNoTime; }
   bool Matches(const Line& line) const;
 
   /// A place in the first line of [`from`, `end`) that may match the pattern, nullptr when none does.
@@ -32,10 +29,9 @@ class Query {
   bool HasTimes() const { return since != kNoTime || until != kNoTime; }
 
  private:
-  regex_t pattern = {};
-  std::string literal;  ///< what is looked for, if it is a plain text in the same case
-  bool hasPattern = false;
-  bool invert = false;
+  Pattern pattern;
+  bool hasLevels = false;
+  Levels::Range levels;
   Time since = kNoTime;
   Time until = kNoTime;
 };
