@@ -1,0 +1,126 @@
+#ifndef QUILCAT_TOOLS_QUILLOG_CLOCK_TIMELINE_H_
+#define QUILCAT_TOOLS_QUILLOG_CLOCK_TIMELINE_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <vector>
+
+#include "quillog/clock/line_head.h"
+
+/// A place in a log. The caller chooses the numbers; they rise in the order of the log.
+using Place = uint64_t;
+constexpr Place kNoPlace = UINT64_MAX;
+
+enum class TimeSource {
+  kNone,     ///< the clock was lost, and nothing tells what time it was
+  kDerived,  ///< the clock was lost, and was set before or later in the same boot
+  kStamped
+};
+
+struct Moment {
+  Time time = kNoTime;  ///< kNoTime with source kNone
+  TimeSource source = TimeSource::kNone;
+  int boot = 0;          ///< 0 for the oldest of the log
+  Time shown = kNoTime;  ///< what the clock showed, set or lost
+};
+
+/// A run of the log in which the clock ran on: from a boot or a jump of the clock to the next.
+struct Stretch {
+  enum class Begin {
+    kBoot,   ///< or the log's beginning
+    kJump,   ///< the clock was set
+    kGoesOn  ///< nothing happened; a stretch is not longer than some months, so that each line's year is clear
+  };
+  Begin begin = Begin::kBoot;
+  int boot = 0;
+  Place first = 0;  ///< of a stamped line
+  Place last = 0;
+  Time firstShown = kNoTime;
+  Time lastShown = kNoTime;
+  int64_t lastKernelClock = kNoKernelClock;
+  TimeSource source = TimeSource::kNone;
+  Time shift = 0;   ///< from what the clock showed to the time, with kDerived
+  Time before = 0;  ///< lived from the last line of the stretch before to the first of this
+};
+
+struct Boot {
+  int number = 0;
+  Place first = 0;  ///< the boot goes on to the first place of the next one
+  Moment firstMoment;
+  Moment lastMoment;
+  BootEnd end = BootEnd::kUnknown;
+};
+
+/// The time in a log, in the order of the log.
+///
+/// It is told of files and of stamped lines, samples, in the order of the log, and finds boots (the kernel's clock
+/// falls back; without one, the clock falls back to 1970) and jumps of the clock (it goes back; a lost clock, from
+/// before 2000, is set; it advances by a month that the kernel's clock knows nothing of). Anything else by which the
+/// wall clock gains on the kernel's is suspend, and a stamp that lags is a line that was read late.
+///
+/// Not every line has to be told: the first one of each block will do, while Add() takes it. The same samples given at
+/// any density find the same boots.
+///
+/// Memory: 32 bytes a file that is told of, and 6 MiB at most for a log of any length.
+class Timeline {
+ public:
+  struct File {
+    Place place = 0;
+    Time started = kNoTime;  ///< in its name; a file without may hold several boots
+    Time changed = kNoTime;  ///< last, for the last one perhaps the time of now; kNoTime where the time is not its own
+  };
+  /// Which lines are wanted. All of it must hold.
+  struct Range {
+    Time since = kNoTime;
+    Time until = kNoTime;
+    // Set by Last():
+    Place from = 0;     ///< nothing before
+    Place partEnd = 0;  ///< before it, only what shows `partShown` or later
+    Time partShown = kNoTime;
+  };
+
+  /// All files that are there, oldest first, before samples of them; later the new ones. The last place once more
+  /// replaces what was said of that file.
+  void AddFile(const File& file);
+
+  /// Takes the next stamped line. `isNext`: no stamped line lies between it and the one before.
+  ///
+  /// False: something happened since the line before. Nothing was taken: add all stamped lines between the two with
+  /// `isNext`, then this one once more with `isNext`. With `isNext` it is always taken.
+  bool Add(Place place, const LineHead& head, bool isNext);
+  /// A line that tells how its boot ends, right after Add() of it. It is forgotten when the boot goes on.
+  void NoteEnd(BootEnd end);
+
+  /// The moment of a stamped line. What is added later may turn kNone into kDerived.
+  /// Without a stamp: that of a sample before, so a caller that knows the line before takes that line's.
+  Moment At(Place place, const LineHead& head) const;
+
+  const std::vector<Stretch>& stretches() const { return runs; }
+  std::vector<Boot> Boots() const;
+
+  /// The range of the last `duration` milliseconds as they were lived: sums inside stretches; across a boot what the
+  /// wall clock shows when it was set on both sides and went on, otherwise nothing; across a jump what the kernel's
+  /// clock shows, otherwise nothing.
+  Range Last(Time duration) const;
+  /// True when a line with that moment is wanted. A moment without a time is wanted when it may be in the range, as
+  /// its neighbours in the log say.
+  bool Wants(const Range& range, Place place, const Moment& moment) const;
+  /// From here on there may be wanted lines, at `from` or behind; `from` or the place of a sample. kNoPlace: there are
+  /// none.
+  Place NextWanted(const Range& range, Place from) const;
+
+ private:
+  struct Mark {
+    Place place;
+    Time shown;
+  };
+  struct Around;
+
+  std::vector<File> files;
+  std::vector<Stretch> runs;
+  std::vector<Mark> marks;    ///< some of the samples
+  std::vector<BootEnd> ends;  ///< of each boot
+};
+
+#endif  // QUILCAT_TOOLS_QUILLOG_CLOCK_TIMELINE_H_
