@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <utility>
 #include <vector>
 
 #include "quillog/clock/line_head.h"
@@ -111,16 +112,56 @@ class Timeline {
   Place NextWanted(const Range& range, Place from) const;
 
  private:
+  static constexpr size_t kNoFile = SIZE_MAX;
+  enum class Change { kNone, kGoesOn, kJump, kBoot };
   struct Mark {
     Place place;
     Time shown;
   };
   struct Around;
 
+  Around TimesAround(size_t file) const;
+  size_t FileAt(Place place) const;
+  Time KernelStep(const LineHead& head) const;
+  Time ShownBy(const LineHead& head, size_t file) const;
+  Change ChangeTo(const LineHead& head, Time shown, bool isNewFile) const;
+  bool IsPlainStep(Change change, const LineHead& head, Time shown, size_t file) const;
+  void Begin(Change change, Place first, const LineHead& head, Time shown);
+  void Derive();
+  void AddMark(Place place, Time shown);
+
+  size_t RunAt(Place place) const;
+  size_t MarkBehind(Place place) const;
+  Time ShownBefore(const Stretch& run, size_t mark) const;
+  static Moment MomentIn(const Stretch& run, Time shown);
+  Place PlaceBefore(const Stretch& run, Place end, Time shown) const;
+  std::pair<Time, Time> Neighbours(size_t number) const;
+  bool MayHold(const Range& range, size_t number, Time shown, Time shownEnd) const;
+
   std::vector<File> files;
   std::vector<Stretch> runs;
-  std::vector<Mark> marks;    ///< some of the samples
   std::vector<BootEnd> ends;  ///< of each boot
+  std::vector<Mark> marks;    ///< some of the samples
+  size_t samples = 0;
+  size_t samplesPerMark = 1;
+
+  // The sample before:
+  size_t currentFile = kNoFile;
+  LineHead lastHead;
+  Time lastShown = kNoTime;
+  Time lastSet = kNoTime;   ///< the newest that a set clock showed
+  Time endShown = kNoTime;  ///< at the last NoteEnd()
+
+  // What was asked last:
+  mutable size_t cachedRun = 0;
+  mutable LineHead cachedHead;
+  mutable Time cachedDay = kNoTime;
+  mutable struct {
+    size_t run = SIZE_MAX;
+    size_t runs = 0;
+    Time low = 0;
+    Time high = 0;
+  } cachedNeighbours;
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_CLOCK_TIMELINE_H_
