@@ -89,8 +89,8 @@ Timeline::Around Timeline::TimesAround(size_t file) const {
     return around;
   }
   const auto setTime = [this](size_t i) {
-    const Time time = files[i].started != kNoTime ? files[i].started : files[i].changed;
-    return IsSet(time) ? time : kNoTime;
+    const File& other = files[i];
+    return IsSet(other.started) ? other.started : IsSet(other.changed) ? other.changed : kNoTime;
   };
   for (size_t i = file; i > 0 && file - i < kFarthestFile && around.before == kNoTime; --i) {
     around.before = setTime(i - 1);
@@ -135,7 +135,7 @@ Time Timeline::ShownBy(const LineHead& head, size_t file) const {
   const Around around = TimesAround(file);
   const Time started = file == kNoFile ? kNoTime : files[file].started;
   const Time reference = file != currentFile && started != kNoTime ? started : lastShown;
-  const Time limit = IsSet(around.after) ? around.after + kDay : INT64_MAX;
+  const Time limit = IsSet(around.after) ? around.after + kMonth : INT64_MAX;
   Nearest nearest;
   if (!IsSet(reference)) {
     nearest.Offer(head, around.before, limit, INT64_MAX);
@@ -145,14 +145,15 @@ Time Timeline::ShownBy(const LineHead& head, size_t file) const {
   // A lost clock runs on with the kernel's: when it is further ahead than that, it was set.
   const bool mayBeSet = nearest.best != kNoTime;
   nearest.Offer(head, reference, INT64_MAX, !mayBeSet ? INT64_MAX : kernelStep < 0 ? kMonth : kernelStep + kDay);
-  if (isFresh && nearest.distance > kDay && BeganAtEpoch(head)) {
+  const Time mostAhead = reference == kNoTime || nearest.best < reference ? kDay : kMonth;
+  if (isFresh && nearest.distance > mostAhead && BeganAtEpoch(head)) {
     return FromDate(head.month == 12 ? 1969 : 1970, head.month, head.day) + head.timeOfDay;
   }
   if (nearest.best == kNoTime) {
     constexpr int kSomeLostYear = 1972;  // one that has every day
     return reference == kNoTime ? FromDate(kSomeLostYear, head.month, head.day) + head.timeOfDay : kNoTime;
   }
-  if (IsSet(reference) && started != kNoTime && nearest.best + kMonth < started) {
+  if (kernelStep == kNoTime && IsSet(reference) && started != kNoTime && nearest.best + kMonth < started) {
     // This is months before the file was begun. If the file was still written to a year later, the line is from then.
     const Time later = FromDate(YearOf(nearest.best) + 1, head.month, head.day) + head.timeOfDay;
     return later > nearest.best && later <= limit ? later : nearest.best;
@@ -189,9 +190,12 @@ bool Timeline::IsPlainStep(Change change, const LineHead& head, Time shown, size
   if (file != currentFile || (change != Change::kNone && change != Change::kGoesOn) || step > kLongestSuspend) {
     return false;
   }
-  const Time drift = kernelStep == kNoTime ? 0 : step - kernelStep;
   const bool mayHoldBoot = file == kNoFile || files[file].started == kNoTime;
-  return drift >= -kDrift && !(mayHoldBoot && (IsLost(shown) || drift > kDrift));
+  if (kernelStep == kNoTime || (mayHoldBoot && IsLost(shown))) {
+    return !mayHoldBoot && step <= kSkipSlack;
+  }
+  const Time drift = step - kernelStep;
+  return drift >= -kDrift && (drift <= kDrift || !mayHoldBoot);
 }
 
 bool Timeline::Add(Place place, const LineHead& head, bool isNext) {

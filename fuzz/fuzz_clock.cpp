@@ -1,0 +1,215 @@
+// A phone's life with a log of it: boots, clocks that are lost and set again or never, set back and forth, corrected by
+// seconds, suspends, new years and leap days. What the log's stamps say of it must be the truth, whether every line is
+// told or, as far as that does, only the first of each block.
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <string>
+
+#include "choices.h"
+#include "quillog/clock/timeline.h"
+
+namespace {
+
+using namespace TimeText;
+
+struct Logged {
+  std::string text;
+  Place place;
+  Time real, shown, kernel;  // milliseconds
+  int boot;
+  bool beginsBlock, isLost;
+  Time time = kNoTime, lived = 0;
+};
+
+struct Life {
+  explicit Life(Choices& choices) : choose(choices) {
+    isNamed = choose.Below(2) == 0, hasKernel = choose.Below(3) != 2;
+    const size_t season = choose.Below(3);
+    const Time start = FromDate(season == 2 ? 2028 : 2026,
+                                season == 0   ? 6
+                                : season == 1 ? 12
+                                              : 2,
+                                season == 1 ? 29 : 10);
+    mayLose = season != 1;  // on New Year's Day a clock that was set looks like a lost one
+    zone = Chosen(105) * 15 * kMinute - 12 * kHour;
+    real = start;
+    StartBoot();
+    for (bool hasNews = false; !choose.AtEnd() && lines.size() < 400 && real < start + 150 * kDay;) {
+      const size_t what = choose.Below(24);
+      if (what < 8 && !hasNews) Happen(what, Chosen(250) + 1);
+      Pass((choose.Below(3) == 0 ? 10 * kSecond : 200) * (Chosen(250) + 1));
+      Log(kernel, hasNews || what > 20, "");
+      hasNews = what < 8 && !hasNews;  // what comes and goes within a block is not to be known
+    }
+    files.back().changed = std::max(real, Shown());
+    Derive();
+  }
+
+  std::vector<Logged> lines;
+  std::vector<Timeline::File> files;
+  std::vector<BootEnd> ends;
+  bool hasKernel;
+
+ private:
+  Time Chosen(size_t count) { return static_cast<Time>(choose.Below(count)); }
+  Time Shown() const { return real + offset; }
+  bool IsLost() const { return Shown() < FromDate(2000, 1, 1); }
+  void Pass(Time step) { real += step, kernel += step; }
+
+  void StartFile() {
+    if (!files.empty()) files.back().changed = lines.back().shown;
+    if (!isNamed && !files.empty()) return;
+    files.push_back({lines.size() * 10 + 5, isNamed ? Shown() / 1000 * 1000 : kNoTime, kNoTime});
+  }
+  void StartBoot() {
+    ends.push_back(BootEnd::kUnknown);
+    const bool loses = mayLose && (!hasKernel || choose.Below(2) == 1);  // without the kernel's clock no other shows
+    kernel = 5000 + Chosen(15000);
+    offset = loses ? zone + kernel - real : choose.Below(4) == 3 && !IsLost() ? offset : 0;
+    StartFile();
+    for (Time late = Chosen(4); late > 0; --late) Log(400 - late * 100, false, "");
+    Log(kernel, false, "");
+  }
+  void Reboot(Time amount) {
+    Pass(20 * kSecond);
+    const bool isOrderly = hasKernel && choose.Below(2) == 1;
+    Log(kernel, false, isOrderly ? "reboot: Restarting system" : "");
+    ends.back() = isOrderly ? BootEnd::kRestart : hasKernel ? BootEnd::kCut : BootEnd::kUnknown;
+    real += 30 * kSecond + amount * (choose.Below(2) == 1 ? kHour : kSecond);
+    StartBoot();
+  }
+  void Happen(size_t what, Time amount) {
+    const bool isLost = IsLost();
+    if (what == 0 && (hasKernel || mayLose)) Reboot(amount);
+    if (what == 1) real += amount * (isLost ? kMinute : kHour);  // suspend
+    if (what == 2) offset = 0;
+    if (what == 3 && (hasKernel || !isLost) && offset > -10 * kDay) offset -= amount * (isLost ? kMinute : kHour);
+    if (what == 4 && !isLost && offset < kHour * 20) offset += mayLose && amount > 200 ? 40 * kDay : kHour;
+    if (what == 5 && !isLost) offset += amount % 2 == 0 ? 3 * kSecond : -3 * kSecond;
+    if (what == 6 && isNamed && hasKernel && mayLose && !isLost) offset = zone + kernel - real, what = 7;
+    if (what == 7) StartFile();
+  }
+  void Log(Time atKernel, bool beginsBlock, const char* text) {
+    const Place place = lines.size() * 10 + 10;
+    std::string stamp = Iso(Shown(), hasKernel);
+    stamp[10] = ' ';
+    char clock[40];
+    snprintf(clock, sizeof clock, " <6>[%5d.%06d][    T1] ", static_cast<int>(atKernel / 1000),
+             static_cast<int>(atKernel % 1000 * 1000));
+    const bool beginsFile = files.back().place == place - 5;
+    lines.push_back({hasKernel ? stamp.substr(5) + clock + text : stamp + " >  1", place, real,
+                     hasKernel ? Shown() : Shown() - (Shown() % 1000 + 1000) % 1000, atKernel, static_cast<int>(ends.size()) - 1,
+                     beginsBlock || beginsFile, IsLost()});
+  }
+  /// The times of lost clocks, and what was lived.
+  void Derive() {
+    for (size_t i = 0; i < lines.size(); ++i) {
+      Logged& line = lines[i];
+      size_t from = i;
+      const auto isHere = [&](size_t at) { return at < lines.size() && lines[at].boot == line.boot; };
+      while (isHere(from) && lines[from].isLost) --from;
+      for (from = isHere(from) ? from : i; isHere(from) && lines[from].isLost;) ++from;
+      if (isHere(from)) line.time = line.real + lines[from].shown - lines[from].real;
+      if (i == 0) continue;
+      const Logged& before = lines[i - 1];
+      const Time step = line.shown - before.shown, kernelStep = hasKernel ? line.kernel - before.kernel : 0;
+      const bool jumps = step < -kSecond || line.isLost != before.isLost || (hasKernel && step - kernelStep > kMonth);
+      const bool boots = line.boot != before.boot;
+      line.lived = before.lived + std::max<Time>(0, boots && (line.isLost || before.isLost) ? 0
+                                                    : jumps && !boots                       ? kernelStep
+                                                                                            : step);
+    }
+  }
+
+  Choices& choose;
+  bool isNamed, mayLose;
+  Time real, kernel = 0, offset = 0, zone;
+};
+
+void Check(bool holds, const Life& life, size_t i, const char* what) {
+  if (holds) return;
+  for (size_t at = i < 12 ? 0 : i - 12; at < std::min(i + 12, life.lines.size()); ++at) {
+    const Logged& line = life.lines[at];
+    fprintf(stderr, "%s %zu boot %d %s lost %d block %d %s\n", at == i ? "*" : " ", at, line.boot, line.text.c_str(),
+            line.isLost, line.beginsBlock, Iso(line.real, true).c_str());
+  }
+  fprintf(stderr, "%s\n", what);
+  abort();
+}
+
+LineHead HeadOf(const Logged& line) {
+  return LineHead::Parse(line.text.data(), line.text.size());
+}
+
+void Tell(Timeline& timeline, const Life& life, bool sparsely) {
+  const auto add = [&](size_t i, bool isNext) {
+    const LineHead head = HeadOf(life.lines[i]);
+    if (!timeline.Add(life.lines[i].place, head, isNext)) return false;
+    timeline.NoteEnd(BootEndIn(&life.lines[i].text[head.textAt], life.lines[i].text.size() - head.textAt));
+    return true;
+  };
+  size_t told = 0;
+  for (size_t i = 0; i < life.lines.size(); ++i) {
+    const bool isLast = i + 1 == life.lines.size();
+    if (sparsely && !isLast && (!life.lines[i].beginsBlock || add(i, told == i))) {
+      told = life.lines[i].beginsBlock ? i + 1 : told;
+      continue;
+    }
+    for (; told <= i; ++told) Check(add(told, true), life, told, "refused");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Choices choose(data, size);
+  const bool sparsely = choose.Below(2) == 1;
+  const Time around = static_cast<Time>(choose.Below(65536)), last = static_cast<Time>(choose.Below(65536)) * 100;
+  const Life life(choose);
+  Timeline timeline;
+  for (const Timeline::File& file : life.files) timeline.AddFile(file);
+  Tell(timeline, life, sparsely);
+  const std::vector<Boot> boots = timeline.Boots();
+  Check(boots.size() == life.ends.size(), life, 0, "other boots");
+  const Logged& middle = life.lines[static_cast<size_t>(around) % life.lines.size()];
+  Timeline::Range range, lived = timeline.Last(last);
+  range.since = middle.real - 2 * kMinute, range.until = middle.real + around * kSecond;
+  Place next = timeline.NextWanted(range, 0), nextLived = timeline.NextWanted(lived, 0);
+  Time before = INT64_MIN;
+  for (size_t i = 0; i < life.lines.size(); ++i) {
+    const Logged& line = life.lines[i];
+    const Moment moment = timeline.At(line.place, HeadOf(line));
+    Check(moment.boot == line.boot && moment.shown == line.shown, life, i, Iso(moment.shown, true).c_str());
+    Check(boots[static_cast<size_t>(line.boot)].end == life.ends[static_cast<size_t>(line.boot)], life, i, "other end");
+    const TimeSource source = !line.isLost           ? TimeSource::kStamped
+                              : line.time != kNoTime ? TimeSource::kDerived
+                                                     : TimeSource::kNone;
+    Check(moment.source == source, life, i, "other source");
+    const Time wrong = source == TimeSource::kNone ? 0
+                       : line.isLost               ? moment.time - line.time
+                                                   : moment.time - line.shown;
+    Check(std::abs(wrong) <= (line.isLost ? kHour : 0), life, i, "other time");
+
+    const auto after = std::find_if(life.lines.begin() + static_cast<std::ptrdiff_t>(i), life.lines.end(),
+                                    [](const Logged& other) { return other.time != kNoTime; });
+    Time low = moment.time, high = moment.time;
+    if (low == kNoTime) {
+      const Time behind = after == life.lines.end() ? INT64_MAX : timeline.At(after->place, HeadOf(*after)).time;
+      low = std::min(before, behind), high = std::max(before, behind);
+    } else
+      before = moment.time;
+    const bool isWanted = high >= range.since && low <= range.until;
+    Check(timeline.Wants(range, line.place, moment) == isWanted, life, i, "other range");
+    if (isWanted) Check(next <= line.place, life, i, "passed over"), next = timeline.NextWanted(range, line.place + 1);
+    const Time left = life.lines.back().lived - line.lived - last;
+    const bool isLived = timeline.Wants(lived, line.place, moment);
+    Check(std::abs(left) < 10 * kMinute || isLived == (left < 0), life, i, "other last minutes");
+    if (isLived)
+      Check(nextLived <= line.place, life, i, "last minutes passed over"),
+          nextLived = timeline.NextWanted(lived, line.place + 1);
+  }
+  return 0;
+}
