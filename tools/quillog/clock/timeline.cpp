@@ -162,7 +162,7 @@ Time Timeline::ShownBy(const LineHead& head, size_t file) const {
 }
 
 /// What happened between the line before and this one.
-Timeline::Change Timeline::ChangeTo(const LineHead& head, Time shown, bool isNewFile) const {
+Stretch::Begin Timeline::ChangeTo(const LineHead& head, Time shown) const {
   const Stretch& run = runs.back();
   const Time step = shown - lastShown;
   const Time kernelStep = KernelStep(head);
@@ -171,23 +171,20 @@ Timeline::Change Timeline::ChangeTo(const LineHead& head, Time shown, bool isNew
   const bool hasClock = kernelStep != kNoTime;
   const bool isPolled = run.lastKernelClock == kNoKernelClock;
   if (hasClock ? kernelStep < -kBackStep : isPolled && isLost && (!wasLost || step < -kBackStep)) {
-    return Change::kBoot;
-  }
-  if (hasClock && isNewFile && ends.back() != BootEnd::kUnknown && step - kernelStep > kDrift) {
-    return Change::kBoot;
+    return Stretch::Begin::kBoot;
   }
   if (step < -kBackStep || wasLost != isLost || (hasClock && step - kernelStep > kLongestSuspend)) {
-    return Change::kJump;
+    return Stretch::Begin::kJump;
   }
-  return shown - run.firstShown > kLongestStretch ? Change::kGoesOn : Change::kNone;
+  return shown - run.firstShown > kLongestStretch ? Stretch::Begin::kGoesOn : Stretch::Begin::kNone;
 }
 
 /// True when nothing that matters can have happened among lines between the line before and this one. A boot begins a
 /// file, but one without a time in its name may go on from boot to boot; a lost clock may show the same in each.
-bool Timeline::IsPlainStep(Change change, const LineHead& head, Time shown, size_t file) const {
+bool Timeline::IsPlainStep(Stretch::Begin change, const LineHead& head, Time shown, size_t file) const {
   const Time step = shown - lastShown;
   const Time kernelStep = KernelStep(head);
-  if (file != currentFile || (change != Change::kNone && change != Change::kGoesOn) || step > kLongestSuspend) {
+  if (file != currentFile || (change != Stretch::Begin::kNone && change != Stretch::Begin::kGoesOn)) {
     return false;
   }
   const bool mayHoldBoot = file == kNoFile || files[file].started == kNoTime;
@@ -205,11 +202,11 @@ bool Timeline::Add(Place place, const LineHead& head, bool isNext) {
     return true;
   }
   const bool isNewFile = file != currentFile;
-  const Change change = runs.empty() ? Change::kBoot : ChangeTo(head, shown, isNewFile);
+  const Stretch::Begin change = runs.empty() ? Stretch::Begin::kBoot : ChangeTo(head, shown);
   if (!isNext && !runs.empty() && !IsPlainStep(change, head, shown, file)) {
     return false;
   }
-  if (runs.empty() || (change != Change::kNone && runs.size() < kMostStretches)) {
+  if (runs.empty() || (change != Stretch::Begin::kNone && runs.size() < kMostStretches)) {
     Begin(change, isNewFile && file != kNoFile ? files[file].place : place, head, shown);
   }
   Stretch& run = runs.back();
@@ -227,15 +224,13 @@ bool Timeline::Add(Place place, const LineHead& head, bool isNext) {
   return true;
 }
 
-void Timeline::Begin(Change change, Place first, const LineHead& head, Time shown) {
+void Timeline::Begin(Stretch::Begin change, Place first, const LineHead& head, Time shown) {
   Stretch run;
-  run.begin = change == Change::kBoot   ? Stretch::Begin::kBoot
-              : change == Change::kJump ? Stretch::Begin::kJump
-                                        : Stretch::Begin::kGoesOn;
+  run.begin = change;
   run.first = first;
   run.firstShown = shown;
   run.source = IsLost(shown) ? TimeSource::kNone : TimeSource::kStamped;
-  if (change == Change::kBoot) {
+  if (change == Stretch::Begin::kBoot) {
     if (!ends.empty() && ends.back() == BootEnd::kUnknown && head.kernelClock != kNoKernelClock) {
       ends.back() = BootEnd::kCut;
     }
@@ -243,7 +238,7 @@ void Timeline::Begin(Change change, Place first, const LineHead& head, Time show
     run.before = !runs.empty() && IsSet(lastShown) && IsSet(shown) ? std::max<Time>(shown - lastShown, 0) : 0;
   } else {
     // Without the kernel's clock nothing is known to have passed.
-    run.before = std::max<Time>(change == Change::kGoesOn ? shown - lastShown : KernelStep(head), 0);
+    run.before = std::max<Time>(change == Stretch::Begin::kGoesOn ? shown - lastShown : KernelStep(head), 0);
     run.lastKernelClock = runs.back().lastKernelClock;
   }
   run.boot = static_cast<int>(ends.size()) - 1;

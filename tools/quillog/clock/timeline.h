@@ -29,9 +29,10 @@ struct Moment {
 /// A run of the log in which the clock ran on: from a boot or a jump of the clock to the next.
 struct Stretch {
   enum class Begin {
-    kBoot,   ///< or the log's beginning
-    kJump,   ///< the clock was set
-    kGoesOn  ///< nothing happened; a stretch is not longer than some months, so that each line's year is clear
+    kNone,    ///< no stretch begins so
+    kGoesOn,  ///< nothing happened; a stretch is not longer than some months, so that each line's year is clear
+    kJump,    ///< of the clock
+    kBoot     ///< or the log's beginning
   };
   Begin begin = Begin::kBoot;
   int boot = 0;
@@ -113,7 +114,6 @@ class Timeline {
 
  private:
   static constexpr size_t kNoFile = SIZE_MAX;
-  enum class Change { kNone, kGoesOn, kJump, kBoot };
   struct Mark {
     Place place;
     Time shown;
@@ -124,9 +124,9 @@ class Timeline {
   size_t FileAt(Place place) const;
   Time KernelStep(const LineHead& head) const;
   Time ShownBy(const LineHead& head, size_t file) const;
-  Change ChangeTo(const LineHead& head, Time shown, bool isNewFile) const;
-  bool IsPlainStep(Change change, const LineHead& head, Time shown, size_t file) const;
-  void Begin(Change change, Place first, const LineHead& head, Time shown);
+  Stretch::Begin ChangeTo(const LineHead& head, Time shown) const;
+  bool IsPlainStep(Stretch::Begin change, const LineHead& head, Time shown, size_t file) const;
+  void Begin(Stretch::Begin change, Place first, const LineHead& head, Time shown);
   void Derive();
   void AddMark(Place place, Time shown);
 
