@@ -20,7 +20,7 @@ struct Logged {
   Place place;
   Time real, shown, kernel;  // milliseconds
   int boot;
-  bool beginsBlock, isLost;
+  bool beginsFile, beginsBlock, isLost;
   Time time = kNoTime, lived = 0;
 };
 
@@ -28,23 +28,20 @@ struct Life {
   explicit Life(Choices& choices) : choose(choices) {
     isNamed = choose.Below(2) == 0, hasKernel = choose.Below(3) != 2;
     const size_t season = choose.Below(3);
-    const Time start = FromDate(season == 2 ? 2028 : 2026,
-                                season == 0   ? 6
-                                : season == 1 ? 12
-                                              : 2,
-                                season == 1 ? 29 : 10);
+    const Time start = FromStamp(season == 0 ? "20260610-000000" : season == 1 ? "20261229-000000" : "20280210-000000");
+    const bool isCalm = choose.Below(4) == 3;
     mayLose = season != 1;  // on New Year's Day a clock that was set looks like a lost one
     zone = Chosen(105) * 15 * kMinute - 12 * kHour;
     real = start;
     StartBoot();
     for (bool hasNews = false; !choose.AtEnd() && lines.size() < 400 && real < start + 250 * kDay;) {
       const size_t what = choose.Below(24);
-      if (what < 8 && !hasNews) Happen(what, Chosen(250) + 1);
+      if (what < 8 && !hasNews) Happen(isCalm ? 1 : what, Chosen(250) + 1);
       Pass((what == 23 ? 100 * kSecond : choose.Below(3) == 0 ? 10 * kSecond : 200) * (Chosen(250) + 1));
       Log(kernel, hasNews || what > 20, "");
       hasNews = what < 8 && !hasNews;  // what comes and goes within a block is not to be known
     }
-    files.back().changed = std::max(real, Shown());
+    files.back().changed = isNamed && !lines.front().isLost ? kNoTime : std::max(real, Shown());
     Derive();
   }
 
@@ -60,9 +57,8 @@ struct Life {
   void Pass(Time step) { real += step, kernel += step; }
 
   void StartFile() {
-    if (!files.empty()) files.back().changed = lines.back().shown;
-    if (!isNamed && !files.empty()) return;
-    files.push_back({lines.size() * 10 + 5, isNamed ? Shown() / 1000 * 1000 : kNoTime, kNoTime});
+    if (isNamed || files.empty())
+      files.push_back({lines.size() * 10 + 5, isNamed ? Shown() / 1000 * 1000 : kNoTime, kNoTime});
   }
   void StartBoot() {
     ends.push_back(BootEnd::kUnknown);
@@ -77,14 +73,15 @@ struct Life {
     Pass(20 * kSecond);
     const bool isOrderly = hasKernel && choose.Below(2) == 1;
     Log(kernel, false, isOrderly ? "reboot: Restarting system" : "");
+    if (isOrderly && amount % 2 == 0) Pass(20 * kSecond), Log(kernel, false, "last words");
     ends.back() = isOrderly ? BootEnd::kRestart : hasKernel ? BootEnd::kCut : BootEnd::kUnknown;
-    real += 30 * kSecond + amount * (choose.Below(2) == 1 ? kHour : kSecond);
+    real += 30 * kSecond + amount * (choose.Below(2) == 1 && !IsLost() ? kHour : kSecond);
     StartBoot();
   }
   void Happen(size_t what, Time amount) {
     const bool isLost = IsLost();
     if (what == 0 && (hasKernel || mayLose)) Reboot(amount);
-    if (what == 1) real += amount * (isLost ? kMinute : kHour);  // suspend
+    if (what == 1) Log(kernel, false, "reboot: Restarting system"), real += ((amount + 2) * (isLost ? kMinute : kHour));
     if (what == 2) offset = 0;
     if (what == 3 && (hasKernel || !isLost) && offset > -10 * kDay) offset -= amount * (isLost ? kMinute : kHour);
     if (what == 4 && !isLost && offset < kHour * 20) offset += mayLose && amount > 200 ? 40 * kDay : kHour;
@@ -104,7 +101,7 @@ struct Life {
     const bool beginsFile = files.back().place == place - 5;
     lines.push_back({hasKernel ? stamp.substr(5) + clock + text : stamp + " >  1", place, real,
                      hasKernel ? Shown() : Shown() - (Shown() % 1000 + 1000) % 1000, atKernel,
-                     static_cast<int>(ends.size()) - 1, beginsBlock || beginsFile || isFlushed, IsLost()});
+                     static_cast<int>(ends.size()) - 1, beginsFile, beginsBlock || beginsFile || isFlushed, IsLost()});
   }
   /// The times of lost clocks, and what was lived.
   void Derive() {
@@ -119,10 +116,8 @@ struct Life {
       const Logged& before = lines[i - 1];
       const Time step = line.shown - before.shown, kernelStep = hasKernel ? line.kernel - before.kernel : 0;
       const bool jumps = step < -kSecond || line.isLost != before.isLost || (hasKernel && step - kernelStep > kMonth);
-      const bool boots = line.boot != before.boot;
-      line.lived = before.lived + std::max<Time>(0, boots && (line.isLost || before.isLost) ? 0
-                                                    : jumps && !boots                       ? kernelStep
-                                                                                            : step);
+      const bool boots = line.boot != before.boot, isUnknown = boots && (line.isLost || before.isLost);
+      line.lived = before.lived + std::max<Time>(isUnknown ? 0 : jumps && !boots ? kernelStep : step, 0);
     }
   }
 
@@ -133,10 +128,9 @@ struct Life {
 
 void Check(bool holds, const Life& life, size_t i, const char* what) {
   if (holds) return;
-  for (size_t at = i < 12 ? 0 : i - 12; at < std::min(i + 12, life.lines.size()); ++at) {
-    const Logged& line = life.lines[at];
-    fprintf(stderr, "%s %zu boot %d %s lost %d block %d %s\n", at == i ? "*" : " ", at, line.boot, line.text.c_str(),
-            line.isLost, line.beginsBlock, Iso(line.real, true).c_str());
+  for (const Logged& line : life.lines) {
+    fprintf(stderr, "%s%s boot %d %s at %s\n", &line == &life.lines[i] ? "* " : "  ", line.beginsBlock ? "- " : "  ",
+            line.boot, line.text.c_str(), Iso(line.real, true).c_str());
   }
   fprintf(stderr, "%s\n", what);
   abort();
@@ -153,14 +147,12 @@ void Tell(Timeline& timeline, const Life& life, bool sparsely) {
     timeline.NoteEnd(BootEndIn(&life.lines[i].text[head.textAt], life.lines[i].text.size() - head.textAt));
     return true;
   };
-  size_t told = 0;
-  for (size_t i = 0; i < life.lines.size(); ++i) {
-    const bool isLast = i + 1 == life.lines.size();
-    if (sparsely && !isLast && (!life.lines[i].beginsBlock || add(i, told == i))) {
-      told = life.lines[i].beginsBlock ? i + 1 : told;
-      continue;
-    }
-    for (; told <= i; ++told) Check(add(told, true), life, told, "refused");
+  for (size_t i = 0, told = 0; i < life.lines.size(); ++i) {
+    const bool isTold = life.lines[i].beginsBlock && add(i, told == i);
+    if (isTold) told = i + 1;
+    // All lines are told up to one that does not fit, and up to the last.
+    const bool tellsAll = !sparsely || life.lines[i].beginsBlock || i + 1 == life.lines.size();
+    for (; tellsAll && told <= i; ++told) Check(add(told, true), life, told, "refused");
   }
 }
 
@@ -178,31 +170,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(boots.size() == life.ends.size(), life, 0, "other boots");
   const Logged& middle = life.lines[static_cast<size_t>(around) % life.lines.size()];
   Timeline::Range range, lived = timeline.Last(last);
-  range.since = middle.real - 2 * kMinute, range.until = middle.real + around * kSecond;
+  range.since = (middle.isLost ? middle.real : middle.shown) - 2 * kMinute;
+  range.until = range.since + around / 64 * kSecond;
   Place next = timeline.NextWanted(range, 0), nextLived = timeline.NextWanted(lived, 0);
   Time before = INT64_MIN;
   for (size_t i = 0; i < life.lines.size(); ++i) {
     const Logged& line = life.lines[i];
     const Moment moment = timeline.At(line.place, HeadOf(line));
+    Check(!line.beginsFile || timeline.At(line.place - 5, LineHead()).boot == line.boot, life, i, "a title's boot");
     Check(moment.boot == line.boot && moment.shown == line.shown, life, i, Iso(moment.shown, true).c_str());
     Check(boots[static_cast<size_t>(line.boot)].end == life.ends[static_cast<size_t>(line.boot)], life, i, "other end");
-    const TimeSource source = !line.isLost           ? TimeSource::kStamped
-                              : line.time != kNoTime ? TimeSource::kDerived
-                                                     : TimeSource::kNone;
+    using Source = TimeSource;
+    const Source source = line.time == kNoTime ? Source::kNone : line.isLost ? Source::kDerived : Source::kStamped;
     Check(moment.source == source, life, i, "other source");
-    const Time wrong = source == TimeSource::kNone ? 0
-                       : line.isLost               ? moment.time - line.time
-                                                   : moment.time - line.shown;
-    Check(std::abs(wrong) <= (!line.isLost ? 0 : life.hasKernel ? 30 * kSecond : kHour), life, i, "other time");
-
-    const auto after = std::find_if(life.lines.begin() + static_cast<std::ptrdiff_t>(i), life.lines.end(),
-                                    [](const Logged& other) { return other.time != kNoTime; });
-    Time low = moment.time, high = moment.time;
-    if (low == kNoTime) {
-      const Time behind = after == life.lines.end() ? INT64_MAX : timeline.At(after->place, HeadOf(*after)).time;
-      low = std::min(before, behind), high = std::max(before, behind);
-    } else
-      before = moment.time;
+    const Time right = !line.isLost ? 0 : life.hasKernel ? 30 * kSecond : kHour;
+    Check(line.time == kNoTime || std::abs(moment.time - line.time) <= right, life, i, "other time");
+    // What has no time is between those that have.
+    size_t after = i;
+    while (after < life.lines.size() && life.lines[after].time == kNoTime) ++after;
+    const bool isLast = after == life.lines.size();
+    const Time behind = isLast ? INT64_MAX : timeline.At(life.lines[after].place, HeadOf(life.lines[after])).time;
+    before = after == i ? moment.time : before;
+    const Time low = std::min(before, behind), high = std::max(before, behind);
     const bool isWanted = high >= range.since && low <= range.until;
     Check(timeline.Wants(range, line.place, moment) == isWanted, life, i, "other range");
     if (isWanted) Check(next <= line.place, life, i, "passed over"), next = timeline.NextWanted(range, line.place + 1);
@@ -210,8 +199,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool isLived = timeline.Wants(lived, line.place, moment);
     Check(std::abs(left) < 10 * kMinute || isLived == (left < 0), life, i, "other last minutes");
     if (isLived)
-      Check(nextLived <= line.place, life, i, "last minutes passed over"),
-          nextLived = timeline.NextWanted(lived, line.place + 1);
+      Check(nextLived <= line.place, life, i, "left out"), nextLived = timeline.NextWanted(lived, line.place + 1);
   }
   return 0;
 }

@@ -28,6 +28,10 @@ bool IsSet(Time time) {
   return time != kNoTime && !IsLost(time);
 }
 
+Time IfSet(Time time) {
+  return IsSet(time) ? time : kNoTime;
+}
+
 Time Distance(Time a, Time b) {
   return a > b ? a - b : b - a;
 }
@@ -77,33 +81,20 @@ void Timeline::AddFile(const File& file) {
   }
 }
 
-/// The times nearest to a file at which the clock was surely set.
-struct Timeline::Around {
-  Time before = kNoTime;
-  Time after = kNoTime;  ///< the file's own last change where no better is known
-};
-
-Timeline::Around Timeline::TimesAround(size_t file) const {
-  Around around;
+/// When the clock was surely set, at the end of a file or behind it; kNoTime: nothing tells.
+Time Timeline::SetTimeAfter(size_t file) const {
   if (file == kNoFile) {
-    return around;
+    return kNoTime;
   }
-  const auto setTime = [this](size_t i) {
-    const File& other = files[i];
-    return IsSet(other.started) ? other.started : IsSet(other.changed) ? other.changed : kNoTime;
-  };
-  for (size_t i = file; i > 0 && file - i < kFarthestFile && around.before == kNoTime; --i) {
-    around.before = setTime(i - 1);
-  }
-  around.after = files[file].changed;
-  const bool isKnown = files[file].started == kNoTime && IsSet(around.after);
+  const Time changed = IfSet(files[file].changed);
+  const bool isKnown = files[file].started == kNoTime && changed != kNoTime;
   for (size_t i = file + 1; !isKnown && i < files.size() && i - file < kFarthestFile; ++i) {
-    if (const Time time = setTime(i); time != kNoTime) {
-      around.after = time;
-      break;
+    const Time started = IfSet(files[i].started);
+    if (const Time time = started != kNoTime ? started : IfSet(files[i].changed); time != kNoTime) {
+      return time;
     }
   }
-  return around;
+  return changed;
 }
 
 size_t Timeline::FileAt(Place place) const {
@@ -120,7 +111,8 @@ Time Timeline::KernelStep(const LineHead& head) const {
 }
 
 /// What the clock showed. A day without a year is in the one that puts it nearest to the line before, or to the time in
-/// the name of the file; where the clock was lost, the files before and after tell the year. kNoTime: there is no such
+/// the name of the file; where the clock was lost, the lines before and the files after tell
+/// the year. kNoTime: there is no such
 /// day.
 Time Timeline::ShownBy(const LineHead& head, size_t file) const {
   const Time kernelStep = KernelStep(head);
@@ -132,14 +124,13 @@ Time Timeline::ShownBy(const LineHead& head, size_t file) const {
     const Time day = FromDate(head.year, head.month, head.day);
     return day == kNoTime ? kNoTime : day + head.timeOfDay;
   }
-  const Around around = TimesAround(file);
   const Time started = file == kNoFile ? kNoTime : files[file].started;
   const Time reference = file != currentFile && started != kNoTime ? started : lastShown;
-  const Time limit = IsSet(around.after) ? around.after + kMonth : INT64_MAX;
+  const Time after = SetTimeAfter(file);
+  const Time limit = after != kNoTime ? after + kMonth : INT64_MAX;
   Nearest nearest;
   if (!IsSet(reference)) {
-    nearest.Offer(head, around.before, limit, INT64_MAX);
-    nearest.Offer(head, IsSet(around.after) ? around.after : kNoTime, limit, INT64_MAX);
+    nearest.Offer(head, after, limit, INT64_MAX);
     nearest.Offer(head, lastSet, limit, INT64_MAX);
   }
   // A lost clock runs on with the kernel's: when it is further ahead than that, it was set.
@@ -371,10 +362,6 @@ Timeline::Range Timeline::Last(Time duration) const {
       return range;
     }
     left -= length + run.before;
-    if (left < 0) {
-      range.from = run.first;
-      return range;
-    }
   }
   return range;
 }

@@ -118,9 +118,8 @@ class Timeline {
     Place place;
     Time shown;
   };
-  struct Around;
 
-  Around TimesAround(size_t file) const;
+  Time SetTimeAfter(size_t file) const;
   size_t FileAt(Place place) const;
   Time KernelStep(const LineHead& head) const;
   Time ShownBy(const LineHead& head, size_t file) const;
