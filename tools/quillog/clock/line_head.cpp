@@ -107,7 +107,9 @@ LineHead ParseStreamed(const char* text, size_t size) {
   }
   head.textAt = sizeof kStreamed - 1;
   head.textAt += ParseLevel(text + head.textAt, size - head.textAt, head);
-  head.textAt += ParseKernelClock(text + head.textAt, size - head.textAt, head);
+  if (head.level >= 0) {  // other nodes may write numbers in brackets too
+    head.textAt += ParseKernelClock(text + head.textAt, size - head.textAt, head);
+  }
   return head;
 }
 

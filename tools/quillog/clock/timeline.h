@@ -36,7 +36,7 @@ struct Stretch {
   };
   Begin begin = Begin::kBoot;
   int boot = 0;
-  Place first = 0;  ///< of a stamped line
+  Place first = 0;  ///< of a stamped line, or of the file that it is the first of
   Place last = 0;
   Time firstShown = kNoTime;
   Time lastShown = kNoTime;
@@ -56,15 +56,16 @@ struct Boot {
 
 /// The time in a log, in the order of the log.
 ///
-/// It is told of files and of stamped lines, samples, in the order of the log, and finds boots (the kernel's clock
-/// falls back; without one, the clock falls back to 1970) and jumps of the clock (it goes back; a lost clock, from
-/// before 2000, is set; it advances by a month that the kernel's clock knows nothing of). Anything else by which the
-/// wall clock gains on the kernel's is suspend, and a stamp that lags is a line that was read late.
+/// It is told of files and of stamped lines, in the order of the log, and finds boots (the kernel's clock falls back;
+/// without one, the clock falls back to 1970) and jumps of the clock (it goes back; a lost clock, from before 2000, is
+/// set; it advances by a month that the kernel's clock knows nothing of). Anything else by which the wall clock gains
+/// on the kernel's is suspend, and what it loses is a line that was read late.
 ///
-/// Not every line has to be told: the first one of each block will do, while Add() takes it. The same samples given at
-/// any density find the same boots.
+/// Not every line has to be told: the first stamped one of each compressed block will do, while Add() takes it, and all
+/// of the log's last block. What happens within a block and leaves no trace in the next is not found.
 ///
-/// Memory: 32 bytes a file that is told of, and 6 MiB at most for a log of any length.
+/// Memory: 24 bytes a file, and 3 MiB at most for a log of any length. Changes after the first 32768 boots and jumps
+/// are not told apart; marks of where a time is get sparser. Not for two threads at a time, not even the questions.
 class Timeline {
  public:
   struct File {
@@ -94,22 +95,23 @@ class Timeline {
   /// A line that tells how its boot ends, right after Add() of it. It is forgotten when the boot goes on.
   void NoteEnd(BootEnd end);
 
-  /// The moment of a stamped line. What is added later may turn kNone into kDerived.
-  /// Without a stamp: that of a sample before, so a caller that knows the line before takes that line's.
+  /// The moment of a stamped line that was told or lies between two that were. What is added later may turn kNone into
+  /// kDerived. Without a stamp: that of a line before it, or of the stretch's first; who knows the line before takes
+  /// its.
   Moment At(Place place, const LineHead& head) const;
 
   const std::vector<Stretch>& stretches() const { return runs; }
   std::vector<Boot> Boots() const;
 
-  /// The range of the last `duration` milliseconds as they were lived: sums inside stretches; across a boot what the
-  /// wall clock shows when it was set on both sides and went on, otherwise nothing; across a jump what the kernel's
-  /// clock shows, otherwise nothing.
+  /// The range of the last `duration` milliseconds as they were lived: inside a stretch what its clock showed; across a
+  /// boot the same when the clock was set on both sides and went on; across a jump what the kernel's clock showed;
+  /// where neither tells, nothing. Lines that are told later are in it.
   Range Last(Time duration) const;
   /// True when a line with that moment is wanted. A moment without a time is wanted when it may be in the range, as
   /// its neighbours in the log say.
   bool Wants(const Range& range, Place place, const Moment& moment) const;
-  /// From here on there may be wanted lines, at `from` or behind; `from` or the place of a sample. kNoPlace: there are
-  /// none.
+  /// Where wanted lines may begin, at `from` or behind it: `from`, a told line's place, or a file's. kNoPlace: there
+  /// are none. What is told later may be wanted all the same.
   Place NextWanted(const Range& range, Place from) const;
 
  private:
