@@ -159,6 +159,7 @@ void Tell(Timeline& timeline, const Life& life, bool sparsely) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  LineHead::Parse(reinterpret_cast<const char*>(data), size);  // any bytes
   Choices choose(data, size);
   const bool sparsely = choose.Below(2) == 1;
   const Time around = static_cast<Time>(choose.Below(65536)), last = static_cast<Time>(choose.Below(65536)) * 100;
