@@ -16,7 +16,7 @@ bool Query::SetPattern(const std::string& expression, bool ignoreCase, bool inve
     *error = text;
     return false;
   }
-  const bool isPlain = expression.find_first_of(".[\\()*+?{|^$\n") == std::string::npos && !ignoreCase && !inverted;
+  const bool isPlain = expression.find_first_of(".[\\()*+?{|^$\n") == std::string::npos && !ignoreCase;
   literal = isPlain ? expression : "";
   hasPattern = true;
   invert = inverted;
@@ -24,7 +24,7 @@ bool Query::SetPattern(const std::string& expression, bool ignoreCase, bool inve
 }
 
 const char* Query::Find(const char* from, const char* end) const {
-  return literal.empty()
+  return literal.empty() || invert
              ? from
              : static_cast<const char*>(memmem(from, static_cast<size_t>(end - from), literal.data(), literal.size()));
 }
@@ -44,6 +44,9 @@ bool Query::Matches(const Line& line) const {
   }
   if (!hasPattern) {
     return true;
+  }
+  if (!literal.empty()) {
+    return (memmem(line.text, line.size, literal.data(), literal.size()) != nullptr) != invert;
   }
   // The line is no C string: its end is given instead.
   regmatch_t range = {};
