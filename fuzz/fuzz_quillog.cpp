@@ -110,39 +110,24 @@ class Case {
   std::vector<Damage> damages;
 };
 
-/// Checks lines as they come against those logged.
-class Model {
- public:
-  explicit Model(const Case& logged) : all(logged) {}
-
-  void Check(const Line& line) {
-    if (!line.verified && all.junkInMember) return;
-    const std::string text(line.text, line.size);
-    while (next < all.lines.size() && all.lines[next] != text) ++next;
-    // The last line of a file need not be finished.
-    if (next == all.lines.size() && (line.ended || all.lines.empty())) {
-      fprintf(stderr, "never logged, or twice: \"%s\"\n", text.c_str());
-      abort();
-    }
-    next += next < all.lines.size() ? 1 : 0;
-  }
-
- private:
-  const Case& all;
-  size_t next = 0;
-};
-
 void CheckTruth(Choices& choose) {
   const Case log(choose);
-  Model model(log);
   LineReader::Options how;
   how.growing = true;
   LineReader reader(how);
   reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, {});
+  size_t next = 0;
   for (int pass = 0; pass < 2; ++pass) {
     Line line;
     for (Item item; (item = reader.Next(&line)) != Item::kEnd;) {
-      if (item == Item::kLine) model.Check(line);
+      if (item != Item::kLine || (!line.verified && log.junkInMember)) continue;
+      const std::string text(line.text, line.size);
+      while (next < log.lines.size() && log.lines[next] != text) ++next;
+      // The last line of a file need not be finished.
+      if (next++ >= log.lines.size() && (line.ended || log.lines.empty())) {
+        fprintf(stderr, "never logged, or twice: \"%s\"\n", text.c_str());
+        abort();
+      }
     }
     reader.NoteSuccessor();
   }

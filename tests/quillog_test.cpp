@@ -140,6 +140,19 @@ struct Wreck {
   }
 };
 
+/// Archives five files, the newest first.
+void Pack(const std::string& archive, const std::vector<std::string>& texts) {
+  std::vector<std::string> paths;
+  std::vector<char*> names;
+  for (const std::string& text : texts) {
+    paths.push_back("/tmp/pack/cat." + std::to_string(paths.size() + 1));
+    WriteFile(paths.back(), text);
+  }
+  std::filesystem::create_directories(std::filesystem::path(archive).parent_path());
+  for (std::string& path : paths) names.push_back(path.data());
+  EXPECT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
+}
+
 size_t Count(const std::string& text, const std::string& part) {
   size_t count = 0;
   for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
@@ -313,15 +326,9 @@ TEST(Csv, PutsValuesUnderTheirNames) {
 // What a killed packing leaves, step by step.
 TEST(Factory, FilesAreReadInOrderWhereverARotationStopped) {
   const auto pack = [](const std::string& archive, const std::string& prefix) {
-    std::vector<std::string> paths;
-    std::vector<char*> names;
-    for (int number = 1; number <= 5; ++number) {
-      paths.push_back("/tmp/pack/cat." + std::to_string(number));
-      WriteFile(paths.back(), prefix + std::to_string(number) + "\n");
-    }
-    std::filesystem::create_directories(std::filesystem::path(archive).parent_path());
-    for (std::string& path : paths) names.push_back(path.data());
-    EXPECT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
+    std::vector<std::string> texts;
+    for (int number = 1; number <= 5; ++number) texts.push_back(prefix + std::to_string(number) + "\n");
+    Pack(archive, texts);
   };
   const std::string output = kOutput;
   pack(output + "-1.tar.gz", "a");
@@ -377,21 +384,17 @@ TEST(Lnav, KnowsBothKindsOfLines) {
 
 // What is missing between files is said, and a wrap of the index is no gap.
 TEST(Missing, FilesAreNamed) {
-  const struct {
-    const char* files;
-    const char* says;
-    int status;
-  } cases[] = {
-      {".I998.20261122-210405.gz .I999.20261122-210406.gz .I000.20261122-210407.gz", "", 0},
+  const std::string cases[][2] = {
+      {".I998.20261122-210405.gz .I999.20261122-210406.gz .I000.20261122-210407.gz", ""},
       {".I997.20261122-210405.gz .I000.20261122-210408.gz",
-       "2 files missing: I998 and I999, between 2026-11-22T21:04:01 and 2026-11-22T21:04:02", 1},
-      {".4 .1 ", "2 files missing: .3 and .2, between", 1},
-      {".3 .1 ", "1 file missing: .2, between", 0},  // as after a rotation that was broken off
-      {".2 .1 ", "", 0},
+       "2 files missing: I998 and I999, between 2026-11-22T21:04:01 and 2026-11-22T21:04:02"},
+      {".4 .1 ", "2 files missing: .3 and .2, between"},
+      {".3 .1 ", "1 file missing: .2, between"},  // no damage: a rotation that was broken off leaves this too
+      {".2 .1 ", ""},
   };
-  for (const auto& test : cases) {
+  for (const auto& [files, says] : cases) {
     std::filesystem::remove_all("/data/log/t");
-    std::istringstream names(test.files);
+    std::istringstream names(files);
     int second = 1;
     for (std::string name; names >> name; ++second) {
       const std::string line = "11-22 21:04:0" + std::to_string(second) + ".000 a\n";
@@ -399,9 +402,9 @@ TEST(Missing, FilesAreNamed) {
     }
     for (const char* arguments : {"", "--verify"}) {
       const Result result = Quillog(arguments);
-      EXPECT_EQ(result.status, test.status) << test.files << result.errors;
-      EXPECT_NE(result.errors.find(test.says), std::string::npos) << test.files << result.errors;
-      EXPECT_EQ(result.errors.empty(), *test.says == '\0') << result.errors;
+      EXPECT_EQ(result.status, says[0] == '2' ? 1 : 0) << files << result.errors;
+      EXPECT_NE(result.errors.find(says), std::string::npos) << files << result.errors;
+      EXPECT_EQ(result.errors.empty(), says.empty()) << result.errors;
     }
   }
 }
@@ -412,18 +415,10 @@ TEST(Rescue, TellsWhatWasLogged) {
   Clock clock;
   clock.Set(2026, 11, 22);
   std::string logged;
-  std::vector<std::string> paths;
-  std::vector<char*> names;
-  for (int number = 5; number > 0; --number) {
-    const std::string text = clock.Lines(2000);
-    paths.insert(paths.begin(), "/tmp/cat." + std::to_string(number));
-    WriteFile(paths.front(), text);
-    logged += text;
-  }
-  for (std::string& path : paths) names.push_back(path.data());
+  std::vector<std::string> texts(5);
+  for (size_t i = 5; i-- > 0; logged += texts[i]) texts[i] = clock.Lines(2000);
   const std::string archive = std::string(kOutput) + "-0.tar.gz";
-  std::filesystem::create_directories("/data/log/t");
-  ASSERT_TRUE(tar_zip_files(5, names.data(), archive.c_str(), 0));
+  Pack(archive, texts);
   const std::string bytes = ReadFile(archive);
   const std::vector<std::string> lines = Lines(logged);
   const std::set<std::string> known(lines.begin(), lines.end());
@@ -444,11 +439,11 @@ TEST(Rescue, TellsWhatWasLogged) {
   EXPECT_EQ(Quillog("").text, logged);
   EXPECT_NE(Quillog("").errors.find("bytes after the archive"), std::string::npos);
   std::filesystem::remove(archive);
-  const std::string pack = "cd /tmp; for n in 5 4 3 2 1; do gzip -c cat.$n; done > " + std::string(kOutput) +
+  const std::string pack = "cd /tmp/pack; for n in 5 4 3 2 1; do gzip -c cat.$n; done > " + std::string(kOutput) +
                            ".I000.20261122-000000.gz; cat cat.5 | gzip -9 > /tmp/odd.gz";
   ASSERT_EQ(system(pack.c_str()), 0);
   EXPECT_TRUE(Quillog("").text == logged);
-  EXPECT_EQ(Quillog("/tmp/odd.gz").text, ReadFile("/tmp/cat.5"));
+  EXPECT_EQ(Quillog("/tmp/odd.gz").text, texts[4]);
 }
 
 // Whatever is named gets an answer, soon.

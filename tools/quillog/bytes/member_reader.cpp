@@ -86,11 +86,13 @@ bool MemberReader::Look(Tail tail, Piece* piece) {
       return true;
     }
     const bool isHeader = AtHeader(position);
-    if ((isHeader && ReadMember(piece)) || OpenForeign()) {
-      if (foreign == nullptr) {
+    if (AtGzip()) {
+      if (ReadMember(piece)) {
         return true;
       }
-      continue;
+      if (OpenForeign(isHeader)) {
+        continue;
+      }
     }
     if (!isHeader && window.IsEnd(window.EndOfZeros(position))) {
       summary.state = summary.state == FileState::kClosed ? FileState::kZeroTail : summary.state;
@@ -139,7 +141,14 @@ bool MemberReader::AtHeader(uint64_t at) {
   return available >= sizeof kHeader && memcmp(bytes, kHeader, sizeof kHeader) == 0;
 }
 
-/// False: the member at the position is not whole and sound.
+/// True when a gzip member begins at the position, a writer's or another's.
+bool MemberReader::AtGzip() {
+  size_t available = 0;
+  const uint8_t* bytes = window.At(position, sizeof kHeader, &available);
+  return available >= sizeof kHeader && memcmp(bytes, kMagic, sizeof kMagic) == 0 && (bytes[3] & kNoFlags) == 0;
+}
+
+/// False: the member at the position is not whole and sound, or it has more text than a writer's.
 bool MemberReader::ReadMember(Piece* piece) {
   size_t available = 0;
   const uint8_t* bytes = window.At(position, kMostBytes, &available);
@@ -197,24 +206,17 @@ MemberReader::Outcome MemberReader::Decode(const uint8_t* bytes, size_t size) {
   return Outcome::kContradiction;
 }
 
-/// True when another packer's member is at the position: it has another header, or more text than a writer's member,
-/// and it begins with lines.
-bool MemberReader::OpenForeign() {
-  size_t available = 0;
-  const uint8_t* bytes = window.At(position, kMostBytes, &available);
-  if (available < sizeof kHeader || memcmp(bytes, kMagic, sizeof kMagic) != 0 || (bytes[3] & kNoFlags) != 0) {
-    return false;
-  }
-  const bool isOther = !AtHeader(position);
-  Decode(bytes, available);
+/// True when another packer's member is at the position, after ReadMember(): it has another header, or more text than a
+/// writer's member, and it begins with lines.
+bool MemberReader::OpenForeign(bool isHeader) {
   const bool hasLines = memchr(text.get(), '\n', textSize) != nullptr && memchr(text.get(), '\0', textSize) == nullptr;
-  if (!hasLines || !(isOther || textSize > LogFormat::kBlockArea)) {
+  if (!hasLines || (isHeader && textSize <= LogFormat::kBlockArea)) {
     return false;
   }
   foreign = std::make_unique<GzipSource>(range, position);
   verdict = foreign->Check();
   check = TextCheck();
-  if (verdict != GzipSource::Verdict::kWhole && !isOther) {
+  if (verdict != GzipSource::Verdict::kWhole && isHeader) {
     foreign = nullptr;  // a broken member of a writer's, in which bytes contradict themselves
   }
   return foreign != nullptr;

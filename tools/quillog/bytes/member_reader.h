@@ -38,10 +38,11 @@ class MemberReader : public FileReader {
 
   bool Look(Tail tail, Piece* piece);
   bool AtHeader(uint64_t at);
+  bool AtGzip();
   bool ReadMember(Piece* piece);
   bool Inflate(const uint8_t* bytes, size_t size);
   Outcome Decode(const uint8_t* bytes, size_t size);
-  bool OpenForeign();
+  bool OpenForeign(bool isHeader);
   bool ReadForeign(Piece* piece);
   bool Settled();
   bool MayBeWholeByNow();

@@ -206,6 +206,10 @@ Item LogReader::TellGap(size_t next) {
   const bool isListed = current < output.files.size() && output.files[current].path == before.path;
   const Time from = isListed ? NewestTime(output, current, current + 1) : kNoTime;
   const Time to = OldestTime(output, next, next + 1);
+  if ((options.since != kNoTime && to != kNoTime && to < options.since) ||
+      (options.until != kNoTime && from != kNoTime && from > options.until)) {
+    return Item::kLine;  // it is not in what was asked for
+  }
   const std::string many = std::to_string(missing.count) + (missing.count == 1 ? " file" : " files");
   note = many + (renewed ? " rotated away before reading came to " : " missing: ") + missing.names + ", between " +
          (from == kNoTime ? "-" : TimeText::Iso(from, false)) + " and " +
