@@ -2,9 +2,10 @@
 
 #include <errno.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
+
+#include "platform/seek.h"
 
 const uint8_t* ByteWindow::At(uint64_t offset, size_t wanted, size_t* available) {
   const bool inside = offset >= start && offset < start + size;
