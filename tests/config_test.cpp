@@ -37,11 +37,14 @@ std::string BuiltIn(const char* name) {
 }  // namespace
 
 TEST(Config, SampleGivesTheBuiltInServicesWhateverTheProperties) {
-  // CMake puts the sample beside this program.
+  // CMake puts the samples beside this program.
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
-  WriteFile(ConfigCase::kPath, Device::ReadFile(program.parent_path() / "quilcat_config.xml"));
+  const auto fromSample = [&](const char* file, const char* name) {
+    WriteFile(ConfigCase::kPath, Device::ReadFile(program.parent_path() / file));
+    return FromFile(name);
+  };
   const std::string none = BuiltIn("kmsglogcat2");
-  EXPECT_EQ(FromFile("thermallogcat")[0], '0');
+  EXPECT_EQ(fromSample("quilcat_samples.xml", "thermallogcat")[0], '0');
   const std::string kModes[] = {"", "factory", "normal"}, kTypes[] = {"", "eng", "user"};
   for (size_t i = 0; i < 3 * 3 * 2 * 2; ++i) {
     const std::string mode = kModes[i % 3], type = kTypes[i / 3 % 3];
@@ -53,12 +56,12 @@ TEST(Config, SampleGivesTheBuiltInServicesWhateverTheProperties) {
     Device::SetProperty("init.svc.recovery", recovery ? "running" : "stopped");
     const bool factory = mode == "factory" || (type == "eng" && !vexa);
     const std::string keeps = "on_write_failure  : 1\n";
-    std::string kernel = FromFile("kmsglogcat");
+    std::string kernel = fromSample("quilcat_config.xml", "kmsglogcat");
     kernel.erase(kernel.find(keeps), keeps.size());
     EXPECT_EQ(kernel[0], '0');
     EXPECT_NE(kernel.find(factory ? "writeMode         : 1\n" : "writeMode         : 0\n"), std::string::npos);
     EXPECT_EQ(BuiltIn("kmsglogcat"), recovery ? none : kernel);
-    const std::string charge = FromFile("chargelogcat");
+    const std::string charge = fromSample("quilcat_samples.xml", "chargelogcat");
     EXPECT_EQ(charge[0], '0');
     EXPECT_EQ(BuiltIn("chargelogcat"), recovery ? none : charge);
   }

@@ -176,6 +176,7 @@ TEST_F(LogFileTest, TheFirstRotationRemovesTheFilesOfTheOtherMode) {
 
 TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
   Shell("mkdir -p " + kOut + ".1");
+  Device::SetProperty("ro.crypto.type", "file");
   const std::string tooLong = "/data/" + std::string(249, 'x'), longName = "/data/log/out/" + std::string(256, 'x');
   const std::tuple<std::string, Mode, std::string, int> cases[] = {
       {"", kMapped, "bugreport dir is invalide.\ncreate bugreports dir error!!\n", 1},
@@ -185,6 +186,8 @@ TEST_F(LogFileTest, ReportsWhatCannotBeSetUp) {
            "/log] err\ncouldn't open output file!!\n",
        1},
       {longName, kFactory, "open file[" + longName + "] err\ncouldn't open output file!!\n", 1},
+      {"/data/new/sub/log", kFactory,
+       "mkdir_p: [/data/new] is not made by init: remove it before init is to, or that may ask for a wipe\n", 0},
       {kOut, kMapped, "refreshSymlink unlink [" + kOut + "] fail\nrefreshSymlink unlink [" + kOut + ".1] fail\n", 0},
   };
   for (const auto& [path, mode, errors, result] : cases) {

@@ -299,9 +299,9 @@ TEST(Quilcheck, ClashesAreThoseOfTheCleanUp) {
 }
 
 TEST(Quilcheck, SampleHasNoErrorAndRowsAreTheDaemons) {
-  const std::unique_ptr<Report> sample = CheckText(Device::ReadFile(Beside("quilcat_config.xml")), "");
+  const std::unique_ptr<Report> sample = CheckText(Device::ReadFile(Beside("quilcat_samples.xml")), "");
   ExpectFindings(*sample,
-                 {"* warning: cpuSets big*", "* warning: *monitor_dir collects nothing*",
+                 {"* warning: no service kms*", "* warning: cpuSets big*", "* warning: *monitor_dir collects nothing*",
                   "* warning: *poll_cmd collects nothing*", "* warning: logStyle interval has no effect*"},
                  "");
   EXPECT_TRUE(SchemaAccepts(sample->document.get()));

@@ -77,8 +77,8 @@ std::string IndexedFiles::pathOf(int32_t index) const {
   return timeStamp != nullptr ? FileNames::indexed(outputFilePath, index, timeStamp.get()) : std::string();
 }
 
-std::vector<std::string> IndexedFiles::takeSurplus(size_t count) {
-  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(std::min(count, logFileVec.size()));
+std::vector<std::string> IndexedFiles::takeSurplus(uint64_t count) {
+  const auto kept = logFileVec.end() - static_cast<std::ptrdiff_t>(std::min<uint64_t>(count, logFileVec.size()));
   std::vector<std::string> surplus(logFileVec.begin(), kept);
   logFileVec.erase(logFileVec.begin(), kept);
   return surplus;

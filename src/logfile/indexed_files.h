@@ -41,7 +41,7 @@ class IndexedFiles {
   void dropNewest() { logFileVec.pop_back(); }
 
   /// Takes the oldest names off the list until `count` are left, and returns them.
-  std::vector<std::string> takeSurplus(size_t count);
+  std::vector<std::string> takeSurplus(uint64_t count);
 
   /// Regular files in the directory that look like compressed files of this output but have no indexed name: full paths
   /// that hold the output's base name and ".gz". Old-style names are left out.

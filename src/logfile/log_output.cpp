@@ -70,7 +70,7 @@ size_t LogOutput::linesBeforeRotation(const char* data, size_t len) const {
   if (rotateSizeKB == 0 || len <= room) {
     return len;
   }
-  const void* feed = memrchr(data, '\n', room);
+  const void* feed = memrchr(data, '\n', static_cast<size_t>(room));
   if (feed == nullptr) {
     feed = memchr(data, '\n', len);
   }

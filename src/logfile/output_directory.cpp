@@ -15,6 +15,7 @@
 #include "logfile/change_owner.h"
 #include "logfile/directory_part.h"
 #include "platform/open_file.h"
+#include "platform/property.h"
 
 namespace {
 
@@ -25,6 +26,19 @@ constexpr int kAsPath = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 bool IsRoots(const struct stat& status) {
   return status.st_uid == 0 || status.st_uid == geteuid();
+}
+
+/// Warns where `path` is about to be made at the top of a /data whose files are encrypted. init gives such a directory
+/// its key as it makes it; where it finds one without, it may ask to wipe the device.
+void WarnOfKey(const char* path) {
+  constexpr char kData[] = "/data/";
+  constexpr size_t kLength = sizeof(kData) - 1;
+  char type[PROP_VALUE_MAX] = {};
+  property_get("ro.crypto.type", type, nullptr);
+  if (strcmp(type, "file") == 0 && strncmp(path, kData, kLength) == 0 && strchr(path + kLength, '/') == nullptr) {
+    fprintf(stderr, "mkdir_p: [%s] is not made by init: remove it before init is to, or that may ask for a wipe\n",
+            path);
+  }
 }
 
 /// A way down a path, level by level. Each is looked up in the one that was reached: what others do to the names above
@@ -55,6 +69,7 @@ class Descent {
 
   /// Makes `name` and goes on to it.
   bool Make(const char* name, const char* path, mode_t mode) {
+    WarnOfKey(path);
     if (mkdirat(directory.fd, name, mode) != 0) {
       if (errno == EEXIST && Enter(name, path)) {
         return true;  // another collector has just made it

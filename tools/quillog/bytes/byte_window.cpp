@@ -2,9 +2,10 @@
 
 #include <errno.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
+
+#include "platform/seek.h"
 
 const uint8_t* ByteWindow::At(uint64_t offset, size_t wanted, size_t* available) {
   const bool inside = offset >= start && offset < start + size;
@@ -75,7 +76,6 @@ bool ByteWindow::IsEnd(uint64_t offset) {
 }
 
 uint64_t ByteWindow::SkipHole(uint64_t offset) const {
-#ifdef SEEK_DATA
   if (offset >= start && offset < start + size) {
     return offset;
   }
@@ -85,9 +85,6 @@ uint64_t ByteWindow::SkipHole(uint64_t offset) const {
   }
   // Nothing but a hole up to the end, or the file system does not tell.
   return errno == ENXIO ? std::max(offset, End()) : offset;
-#else
-  return offset;
-#endif
 }
 
 uint64_t ByteWindow::End() const {

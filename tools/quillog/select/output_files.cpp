@@ -64,7 +64,8 @@ bool IsOfType(const dirent& entry, unsigned char type, const std::string& path) 
     return entry.d_type == type;
   }
   struct stat status = {};  // the file system does not tell
-  return lstat(path.c_str(), &status) == 0 && IFTODT(status.st_mode) == type;
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) == (type == DT_DIR) &&
+         S_ISREG(status.st_mode) == (type == DT_REG);
 }
 
 /// False: it cannot be read (errno).
