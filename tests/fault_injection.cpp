@@ -101,7 +101,6 @@ extern "C" {
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
 void* __real__Znwm(size_t size);
 ssize_t __real_read(int fd, void* buffer, size_t size);
-
 struct dirent* __real_readdir64(DIR* directory);
 
 struct dirent* __wrap_readdir64(DIR* directory) {
