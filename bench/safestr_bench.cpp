@@ -1,4 +1,4 @@
-// The formats that a log line passes through, printed by snprintf_s and by the platform's snprintf.
+// Formats of the kind that texts of a log have, printed by snprintf_s and by the platform's snprintf.
 
 #include <benchmark/benchmark.h>
 

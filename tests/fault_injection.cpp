@@ -85,6 +85,8 @@ WRAP(int, fdatasync, (int fd), (fd), "sync", EIO, -1)
 WRAP(int, deflateInit2_,
      (z_streamp stream, int level, int method, int bits, int memory, int strategy, const char* version, int size),
      (stream, level, method, bits, memory, strategy, version, size), "deflateInit", ENOMEM, Z_MEM_ERROR)
+extern "C" [[gnu::weak]] void* __real_libdeflate_alloc_compressor(int level);  // in the builds with libdeflate
+WRAP(void*, libdeflate_alloc_compressor, (int level), (level), "deflateInit", ENOMEM, nullptr)
 WRAP(tm*, localtime_r, (const time_t* time, tm* result), (time, result), "localtime", EOVERFLOW, nullptr)
 WRAP(int, pthread_create, (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
      (thread, attributes, run, argument), "thread", EAGAIN, EAGAIN)
@@ -99,7 +101,6 @@ extern "C" {
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
 void* __real__Znwm(size_t size);
 ssize_t __real_read(int fd, void* buffer, size_t size);
-
 struct dirent* __real_readdir64(DIR* directory);
 
 struct dirent* __wrap_readdir64(DIR* directory) {

@@ -66,9 +66,9 @@ TEST(LogMmap, KeepsWhatWasWrittenAndRefusesAWriteWhole) {
     };
     for (const size_t size : std::initializer_list<size_t>{65000, 536, 7, 65528, 1000}) {
       const std::string bytes = Noise(size, all.size());
-      for (const char* call : {"mmap", "ftruncate", "pwrite"}) {
+      for (const auto& [call, n] : {std::pair("mmap", 1), {"ftruncate", 1}, {"pwrite", 1}, {"pwrite", 16}}) {
         if (all.size() % kSegment + size < kSegment) continue;  // needs no other segment
-        const FailNthCall fault(call, 1);
+        const FailNthCall fault(call, n);
         refuses(bytes);
         EXPECT_TRUE(fault.happened());
       }

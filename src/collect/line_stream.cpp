@@ -1,6 +1,7 @@
 #include "collect/line_stream.h"
 
 #include <string.h>
+#include <sys/time.h>
 
 #include <algorithm>
 
@@ -13,17 +14,23 @@ namespace {
 
 constexpr size_t kTextLength = LineStream::kTextSize - 1;
 constexpr size_t kNoteSize = 128;
-constexpr size_t kStampSize = 19;  // "11-22 20:17:29.042 "
+constexpr size_t kMilliseconds = 15;  // where they are in a stamp
 
 }  // namespace
 
 bool LineClock::Update() {
+  timeval now = {};
   gettimeofday(&now, nullptr);
   if (now.tv_sec != second) {
     tm local;
-    usable = localTime(now.tv_sec, &local) && strftime(clock, sizeof clock, "%m-%d %H:%M:%S", &local) > 0;
+    usable = localTime(now.tv_sec, &local) && strftime(text, sizeof text, "%m-%d %H:%M:%S.000 ", &local) == kSize;
     second = now.tv_sec;
   }
+  const auto milliseconds = static_cast<unsigned>(now.tv_usec / 1000);
+  char* digits = text + kMilliseconds;
+  digits[0] = static_cast<char>('0' + milliseconds / 100);
+  digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
+  digits[2] = static_cast<char>('0' + milliseconds % 10);
   return usable;
 }
 
@@ -92,16 +99,20 @@ bool LineStream::EmitNotes() {
 
 /// Adds a line with its time to the run. One that is cut, and so has no line feed, ends the run.
 bool LineStream::AddLine(const char* line, size_t length) {
-  const size_t needed = std::min(length + kStampSize + 2, kTextSize);  // a line feed and the terminator
-  if (needed > sizeof run - runSize && !WriteRun()) {
+  if (std::min(LineClock::kSize + length + 1, kTextLength) > sizeof run - runSize && !WriteRun()) {
     return false;
   }
+  const size_t stampSize = clock.Update() ? LineClock::kSize : 0;
+  const size_t taken = std::min(length, kTextLength - stampSize);
   char* text = run + runSize;
-  const int result =
-      clock.Update() ? snprintf_s(text, needed, needed - 1, "%s.%03ld %s\n", clock.text(), clock.milliseconds(), line)
-                     : snprintf_s(text, needed, needed - 1, "%s\n", line);
-  runSize += FormattedLength(text, result);
-  return run[runSize - 1] == '\n' || WriteRun();
+  memcpy(text, clock.stamp(), stampSize);
+  memcpy(text + stampSize, line, taken);
+  runSize += stampSize + taken;
+  if (stampSize + taken == kTextLength) {
+    return WriteRun();
+  }
+  run[runSize++] = '\n';
+  return true;
 }
 
 /// Hands the run to the output. False: it did not take all.

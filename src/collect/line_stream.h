@@ -2,25 +2,25 @@
 #define QUILCAT_COLLECT_LINE_STREAM_H_
 
 #include <stddef.h>
-#include <sys/time.h>
 #include <time.h>
 
 #include "collect/column_format.h"
 #include "logfile/log_output.h"
 
-/// The time of a line's arrival, "11-22 20:17:29" and milliseconds. The text is made once a second and kept.
+/// The time of a line's arrival, "11-22 20:17:29.042 ". All but the milliseconds is made once a second and kept.
 class LineClock {
  public:
-  /// Takes the time. False: the local time is not to be had, and text() is of no use.
+  static constexpr size_t kSize = 19;  ///< of the text
+
+  /// Takes the time. False: the local time is not to be had, and stamp() is of no use.
   bool Update();
-  const char* text() const { return clock; }
-  long milliseconds() const { return static_cast<long>(now.tv_usec / 1000); }
+  /// kSize characters, until the next Update().
+  const char* stamp() const { return text; }
 
  private:
-  timeval now = {};
   time_t second = -1;
   bool usable = false;
-  char clock[32] = {};
+  char text[kSize + 1] = {};
 };
 
 /// Splits the bytes of a node into lines and writes each after the time of its arrival.

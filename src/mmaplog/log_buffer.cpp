@@ -7,32 +7,24 @@
 
 using namespace LogFormat;
 
-namespace {
-
-// The oldest zlib that the device may bring: its stream record is the one that later versions take as well.
-constexpr char kZlibVersion[] = "1.2.8";
-
-}  // namespace
-
 LogBuffer::LogBuffer(bool keepRefused) : keepsRefused(keepRefused) {
   MutexLock held(lock);
-  SetUpStream();
+  SetUpCompressor();
 }
 
 /// False: reported.
-bool LogBuffer::SetUpStream() {
-  streamReady = deflateInit2_(&stream, kDeflateLevel, Z_DEFLATED, kGzipWindowBits, kDeflateMemLevel, Z_DEFAULT_STRATEGY,
-                              kZlibVersion, static_cast<int>(sizeof stream)) == Z_OK;
-  if (!streamReady) {
-    fprintf(stderr, "LogBuffer:deflateInit2 failed.\n");
+bool LogBuffer::SetUpCompressor() {
+  if (compressor.SetUp()) {
+    return true;
   }
-  return streamReady;
+  fprintf(stderr, "LogBuffer:deflateInit2 failed.\n");
+  return false;
 }
 
 LogBuffer::~LogBuffer() {
   Flush();
   MutexLock held(lock);
-  if (deflateEnd(&stream) != Z_OK) {
+  if (!compressor.isSetUp()) {
     fprintf(stderr, "LogBuffer:deflateEnd failed.\n");
   }
 }
@@ -46,7 +38,7 @@ bool LogBuffer::Write(const void* data, size_t len) {
     return false;
   }
   MutexLock held(lock);
-  if (!streamReady && !SetUpStream()) {
+  if (!SetUpCompressor()) {
     return false;
   }
   if (len > inFree && keepsRefused) {
@@ -96,17 +88,10 @@ bool LogBuffer::AppendMember(uint32_t size) {
   if (size == 0) {
     return false;
   }
-  stream.next_in = inBuffer;
-  stream.avail_in = size;
-  stream.next_out = outBuffer + outUsed;
-  stream.avail_out = outFree;
-  const bool finished = deflate(&stream, Z_FINISH) == Z_STREAM_END;
-  if (finished) {
-    outFree = stream.avail_out;
-    outUsed = kBlockArea - outFree;
-  }
-  deflateReset(&stream);
-  return finished;
+  const auto length = static_cast<uint32_t>(compressor.Compress(inBuffer, size, outBuffer + outUsed, outFree));
+  outUsed += length;
+  outFree -= length;
+  return length != 0;
 }
 
 /// Passes the compressed bytes to the file, which keeps them or refuses them whole; they are gone in both cases, unless

@@ -3,8 +3,8 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <zlib.h>
 
+#include "mmaplog/compressor.h"
 #include "mmaplog/log_format.h"
 #include "thread/mutex.h"
 
@@ -17,7 +17,7 @@ class LogMmap;
 /// does).
 class LogBuffer {
  public:
-  /// Reports a deflate state that cannot be set up on standard error; the next Write() tries again.
+  /// Reports a compressor that cannot be set up on standard error; the next Write() tries again.
   ///
   /// With `keepRefused` nothing that was taken is dropped: a block that the file refuses stays, and text that has no
   /// room after it is not taken. Every Write() and Flush() offers the block to the file again.
@@ -32,7 +32,7 @@ class LogBuffer {
   void SetupMap(LogMmap* file);
 
   /// Appends `len` bytes of text. False: the text was dropped for lack of room (more than the 13108 bytes that are
-  /// always free) or of a deflate state, or the block that it completed had no file to go to, or was refused and
+  /// always free) or of a compressor, or the block that it completed had no file to go to, or was refused and
   /// dropped. A block that waits for another file than one that is over is none of these, as long as it fits. With
   /// `keepRefused`, false says that the text was not taken, whatever the reason; it may be offered again.
   bool Write(const void* data, size_t len) EXCLUDES(lock);
@@ -42,7 +42,7 @@ class LogBuffer {
   bool Flush() EXCLUDES(lock);
 
  private:
-  bool SetUpStream() REQUIRES(lock);
+  bool SetUpCompressor() REQUIRES(lock);
   bool Drain() REQUIRES(lock);
   bool AppendMember(uint32_t size) REQUIRES(lock);
   bool HandOver() REQUIRES(lock);
@@ -56,8 +56,7 @@ class LogBuffer {
   uint8_t outBuffer[LogFormat::kBlockArea] GUARDED_BY(lock);
   uint32_t outFree GUARDED_BY(lock) = LogFormat::kBlockArea;
   uint32_t outUsed GUARDED_BY(lock) = 0;
-  z_stream stream GUARDED_BY(lock) = {};
-  bool streamReady GUARDED_BY(lock) = false;
+  Compressor compressor GUARDED_BY(lock);
   const bool keepsRefused;
   LogMmap* target = nullptr;
   Mutex lock;

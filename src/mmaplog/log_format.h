@@ -10,6 +10,9 @@ namespace LogFormat {
 /// The file grows by segments of this many bytes, each at a multiple of it.
 constexpr uint32_t kSegmentSize = 65536;
 
+/// The system's pages are this large or, where they are larger, a multiple of it; a segment is a number of them.
+constexpr uint32_t kSmallestPage = 4096;
+
 /// Size of the area that collects text, and of the one that takes its compressed form.
 constexpr uint32_t kBlockArea = 65536;
 
@@ -17,7 +20,7 @@ constexpr uint32_t kBlockArea = 65536;
 /// always fits.
 constexpr uint32_t kBlockThreshold = 52429;
 
-constexpr int kDeflateLevel = 9;
+constexpr int kDeflateLevel = 9;          ///< of zlib
 constexpr int kGzipWindowBits = 15 + 16;  ///< 16 selects the gzip wrapper
 constexpr int kDeflateMemLevel = 8;
 

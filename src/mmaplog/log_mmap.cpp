@@ -13,6 +13,7 @@
 #include "mmaplog/segment_copy.h"
 
 using LogFormat::kSegmentSize;
+using LogFormat::kSmallestPage;
 
 namespace {
 
@@ -98,10 +99,16 @@ bool LogMmap::IsOwn() const {
 }
 
 /// Writes zeros over the segment at `offset`, so that its blocks exist: a store into a mapped hole of a full disk would
-/// end the process with SIGBUS. Before any data is copied there.
+/// end the process with SIGBUS. Before any data is copied there. A page a write: of a larger one the kernel may make
+/// one piece of its cache, and for each byte stored there later it would write all of that to disk.
 bool LogMmap::FillSegment(uint64_t offset) {
-  static uint8_t zeros[kSegmentSize];
-  return pwrite(fd, zeros, sizeof zeros, static_cast<off_t>(offset)) == static_cast<ssize_t>(sizeof zeros);
+  static uint8_t zeros[kSmallestPage];
+  for (uint64_t at = offset; at < offset + kSegmentSize; at += sizeof zeros) {
+    if (pwrite(fd, zeros, sizeof zeros, static_cast<off_t>(at)) != static_cast<ssize_t>(sizeof zeros)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 /// A file that does not let itself be cut is given up: its length tells nothing any more.

@@ -11,10 +11,9 @@
 #include "mmaplog/log_format.h"
 
 using LogFormat::kSegmentSize;
+using LogFormat::kSmallestPage;
 
 namespace {
-
-constexpr size_t kSmallestPage = 4096;
 
 /// What a thread is storing to.
 struct Copy {
