@@ -80,7 +80,7 @@ bool Build(const BuiltinService& service, QuilcatInfo_t* info) {
   info->maxCompressdFiles = service.mostFiles;
   info->cpu_set = service.cpuSet;
   if (service.modeFollowsDevice) {
-    info->writeMode = WriteModeOfDevice();
+    info->writeMode = WriteModeOfDevice(PropertyIs);
   }
   return AddNodes(service.nodes, service.nodeCount, group) &&
          CopyOptional(service.outputFilePath, &group->output_file_path) && CopyOptional(service.name, &info->name);

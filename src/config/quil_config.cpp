@@ -16,61 +16,61 @@ const char* OrNull(const char* text) {
 }
 
 /// Prints a setting that not every service has.
-void PrintIfSet(const char* name, size_t value) {
+void PrintIfSet(FILE* to, const char* name, size_t value) {
   if (value != 0) {
-    fprintf(stderr, "%-18s: %zu\n", name, value);
+    fprintf(to, "%-18s: %zu\n", name, value);
   }
 }
 
-void PrintTexts(const char* name, const QuilcatStrList_t* entry) {
+void PrintTexts(FILE* to, const char* name, const QuilcatStrList_t* entry) {
   for (; entry != nullptr; entry = entry->next) {
-    fprintf(stderr, "%-18s: %s\n", name, OrNull(entry->str));
+    fprintf(to, "%-18s: %s\n", name, OrNull(entry->str));
   }
 }
 
-void PrintNodeSets(const QuilcatInputNodeSet_t* set) {
+void PrintNodeSets(FILE* to, const QuilcatInputNodeSet_t* set) {
   for (; set != nullptr; set = set->next) {
-    fprintf(stderr, "data_path         : %s\n", OrNull(set->data_path));
-    fprintf(stderr, "title_path        : %s\n", OrNull(set->title_path));
-    fprintf(stderr, "title             : %s\n", OrNull(set->title));
-    fprintf(stderr, "width             : %zu\n", set->width);
-    PrintTexts("alter_data_path", set->alter_data_path);
+    fprintf(to, "data_path         : %s\n", OrNull(set->data_path));
+    fprintf(to, "title_path        : %s\n", OrNull(set->title_path));
+    fprintf(to, "title             : %s\n", OrNull(set->title));
+    fprintf(to, "width             : %zu\n", set->width);
+    PrintTexts(to, "alter_data_path", set->alter_data_path);
   }
 }
 
-void PrintDirectory(const QuilcatStrList_t* directory) {
+void PrintDirectory(FILE* to, const QuilcatStrList_t* directory) {
   if (directory != nullptr) {
-    fprintf(stderr, "inputDirPath      : %s\n", OrNull(directory->str));
-    PrintTexts("pickNode", directory->next);
+    fprintf(to, "inputDirPath      : %s\n", OrNull(directory->str));
+    PrintTexts(to, "pickNode", directory->next);
   }
 }
 
-void PrintInputs(const QuilcatGroup_t& group) {
+void PrintInputs(FILE* to, const QuilcatGroup_t& group) {
   switch (InputKindOf(group.style)) {
     case INPUT_NONE:
       break;
     case INPUT_NODE_SETS:
-      PrintNodeSets(NodeSets(&group));
+      PrintNodeSets(to, NodeSets(&group));
       break;
     case INPUT_DIRECTORY:
-      PrintDirectory(StringList(&group));
+      PrintDirectory(to, StringList(&group));
       break;
     case INPUT_COMMANDS:
-      PrintTexts("command", StringList(&group));
+      PrintTexts(to, "command", StringList(&group));
       break;
   }
 }
 
-void PrintGroup(const QuilcatGroup_t& group) {
-  fprintf(stderr, "~~~~~~ QuilcatGroup begin ~~~~~~\n");
-  fprintf(stderr, "polling_interval  : %zu\n", group.polling_interval);
-  fprintf(stderr, "failureRetry      : %zu\n", group.failureRetry);
-  fprintf(stderr, "style             : %zu\n", static_cast<size_t>(group.style));
-  fprintf(stderr, "output_file_path  : %s\n", OrNull(group.output_file_path));
-  fprintf(stderr, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
-  PrintIfSet("on_write_failure", static_cast<size_t>(group.on_write_failure));
-  PrintInputs(group);
-  fprintf(stderr, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
+void PrintGroup(FILE* to, const QuilcatGroup_t& group) {
+  fprintf(to, "~~~~~~ QuilcatGroup begin ~~~~~~\n");
+  fprintf(to, "polling_interval  : %zu\n", group.polling_interval);
+  fprintf(to, "failureRetry      : %zu\n", group.failureRetry);
+  fprintf(to, "style             : %zu\n", static_cast<size_t>(group.style));
+  fprintf(to, "output_file_path  : %s\n", OrNull(group.output_file_path));
+  fprintf(to, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
+  PrintIfSet(to, "on_write_failure", static_cast<size_t>(group.on_write_failure));
+  PrintInputs(to, group);
+  fprintf(to, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
 }
 
 bool NodeSetsAreValid(const QuilcatInputNodeSet_t* set) {
@@ -148,19 +148,19 @@ int QuilConfig::checkQuilcatInfo(const QuilcatInfo_t* info) {
   return 0;
 }
 
-void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
-  fprintf(stderr, "------------- printQuilcatInfo begin -------------\n");
-  fprintf(stderr, "name              : %s\n", OrNull(info->name));
-  fprintf(stderr, "rotate_size_kbytes: %zu\n", info->rotate_size_kbytes);
-  fprintf(stderr, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
-  fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
-  fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
-  PrintIfSet("sync_seconds", info->sync_seconds);
-  PrintIfSet("empty_files", static_cast<size_t>(info->empty_files));
+void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info, FILE* to) {
+  fprintf(to, "------------- printQuilcatInfo begin -------------\n");
+  fprintf(to, "name              : %s\n", OrNull(info->name));
+  fprintf(to, "rotate_size_kbytes: %zu\n", info->rotate_size_kbytes);
+  fprintf(to, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
+  fprintf(to, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
+  fprintf(to, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
+  PrintIfSet(to, "sync_seconds", info->sync_seconds);
+  PrintIfSet(to, "empty_files", static_cast<size_t>(info->empty_files));
   for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
-    PrintGroup(*group);
+    PrintGroup(to, *group);
   }
-  fprintf(stderr, "------------- printQuilcatInfo end ---------------\n");
+  fprintf(to, "------------- printQuilcatInfo end ---------------\n");
 }
 
 void QuilConfig::free_config_file(QuilcatInfo_t* info) {

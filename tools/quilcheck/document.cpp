@@ -17,6 +17,7 @@ namespace {
 constexpr size_t kLargestFile = size_t{128} * 1024;
 constexpr long kMostEntityText = 1024L * 1024;
 constexpr int kDeepestEntity = 64;
+constexpr char kIdles[] = ": a process that needs this file idles";
 
 const char* Plain(const xmlChar* text) {
   return reinterpret_cast<const char*>(text);
@@ -51,18 +52,6 @@ bool ReadFile(int fd, std::string* text, std::string* reason) {
   return true;
 }
 
-bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
-  // A fifo must not hold up the open.
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  const bool read = ReadFile(fd, text, reason);
-  close(fd);
-  return read;
-}
-
 #if LIBXML_VERSION >= 21200
 using ParserError = const xmlError;
 #else
@@ -76,11 +65,8 @@ void AddParserError(void* context, ParserError* error) {
   }
   std::replace(text.begin(), text.end(), '\n', ' ');
   auto* findings = static_cast<Findings*>(context);
-  if (error->level == XML_ERR_FATAL) {
-    findings->Error(error->line, "not well-formed: " + text + ": a process that needs this file idles");
-  } else {
-    findings->Warning(error->line, text);
-  }
+  const bool isFatal = error->level == XML_ERR_FATAL;
+  findings->AddOfParser(error->line, isFatal, isFatal ? "not well-formed: " + text + kIdles : text);
 }
 
 xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findings) {
@@ -110,20 +96,9 @@ void SpendText(xmlDoc* document, const xmlNode* node, int depth, long* budget) {
   }
 }
 
-/// The next node in document order, without recursion; entities are not entered.
-xmlNode* Next(xmlNode* node) {
-  if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
-    return node->children;
-  }
-  while (node != nullptr && node->next == nullptr) {
-    node = node->parent;
-  }
-  return node != nullptr ? node->next : nullptr;
-}
-
 bool TextIsBounded(xmlDoc* document) {
   long budget = kMostEntityText;
-  for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = Next(node)) {
+  for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = NextOf(node)) {
     if (node->type != XML_ELEMENT_NODE) {
       continue;
     }
@@ -136,6 +111,18 @@ bool TextIsBounded(xmlDoc* document) {
 
 }  // namespace
 
+bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
+  // A fifo must not hold up the open.
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    *reason = strerror(errno);
+    return false;
+  }
+  const bool read = ReadFile(fd, text, reason);
+  close(fd);
+  return read;
+}
+
 bool Document::Load(const std::string& path, Findings* findings, std::string* reason) {
   std::string text;
   if (!ReadPath(path, &text, reason)) {
@@ -147,9 +134,26 @@ bool Document::Load(const std::string& path, Findings* findings, std::string* re
     return false;
   }
   if (document == nullptr && findings->All().empty()) {
-    findings->Error(1, "not well-formed: a process that needs this file idles");
+    findings->AddOfParser(1, true, std::string("not well-formed") + kIdles);
   }
   return true;
+}
+
+xmlNode* NextOf(xmlNode* node) {
+  if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+    return node->children;
+  }
+  while (node != nullptr && node->next == nullptr) {
+    node = node->parent;
+  }
+  return node != nullptr ? node->next : nullptr;
+}
+
+bool IsInside(const xmlNode* node, const xmlNode* element) {
+  while (node != nullptr && node != element) {
+    node = node->parent;
+  }
+  return node != nullptr;
 }
 
 int LineOf(const xmlNode* node) {

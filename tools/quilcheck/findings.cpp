@@ -1,18 +1,105 @@
 #include "quilcheck/findings.h"
 
 #include <algorithm>
+#include <sstream>
+
+#include "quilcheck/document.h"
 
 namespace Quilcheck {
 
-void Findings::Add(int line, Severity severity, std::string text) {
-  list.push_back({line, severity, std::move(text), service, ""});
+namespace {
+
+constexpr char kPage[] =
+#include "quilcheck_page.inc"
+    ;
+
+constexpr const char* kSeverities[] = {"note", "warning", "error"};
+
+// | `title-waits` | error | What it is, and what to do. |
+std::map<std::string, Rule> ReadRules() {
+  std::map<std::string, Rule> rules;
+  std::istringstream page(kPage);
+  for (std::string line; std::getline(page, line);) {
+    for (const Severity severity : {Severity::Note, Severity::Warning, Severity::Error}) {
+      const std::string separator = std::string("` | ") + NameOf(severity) + " | ";
+      const size_t end = line.find(separator);
+      if (line.rfind("| `", 0) == 0 && end != std::string::npos) {
+        const size_t text = end + separator.size();
+        rules[line.substr(3, end - 3)] = {severity, line.substr(text, line.rfind(" |") - text)};
+      }
+    }
+  }
+  return rules;
+}
+
+}  // namespace
+
+const std::map<std::string, Rule>& Rules() {
+  static const std::map<std::string, Rule> rules = ReadRules();
+  return rules;
+}
+
+const char* NameOf(Severity severity) {
+  return kSeverities[static_cast<size_t>(severity)];
+}
+
+void Findings::Add(const xmlNode* element, const char* id, std::string text, std::string otherService) {
+  list.push_back({element, LineOf(element), id, Rules().at(id).severity, std::move(text), service, otherService});
+}
+
+void Findings::AddOfParser(int line, bool isFatal, std::string text) {
+  list.push_back({nullptr, line, "xml", isFatal ? Severity::Error : Severity::Warning, std::move(text), "", ""});
+}
+
+template <typename Test>
+bool Findings::TakeOut(Test test) {
+  const auto rest = std::remove_if(list.begin(), list.end(), test);
+  const bool isAny = rest != list.end();
+  list.erase(rest, list.end());
+  return isAny;
+}
+
+// <!-- quilcheck: allow title-waits: the reason -->
+void Findings::Allow(const xmlNode* comment) {
+  std::istringstream words(reinterpret_cast<const char*>(comment->content));
+  std::string tool, allow, id, reason;
+  if (!(words >> tool >> allow >> id) || tool != "quilcheck:" || allow != "allow") {
+    return;
+  }
+  const xmlNode* element = comment->next;
+  while (element != nullptr && element->type != XML_ELEMENT_NODE) {
+    element = element->next;
+  }
+  const bool hasReason = id.back() == ':' && words >> reason;
+  id.erase(id.find_last_not_of(':') + 1);
+  const bool isUsed = hasReason && element != nullptr && TakeOut([&id, element](const Finding& finding) {
+                        return finding.id == id && IsInside(finding.element, element);
+                      });
+  const auto rule = Rules().find(id);
+  const bool isForOtherRun = rule != Rules().end() && rule->second.text.rfind("With `-", 0) == 0;
+  if (!isUsed && !(hasReason && isForOtherRun)) {
+    Add(comment, "allow-unused",
+        "the comment allows " + Quoted(id) +
+            (hasReason ? ", which was not found in the element after it" : " without a reason, so it allows nothing"));
+  }
+}
+
+void Findings::TakeOutAllowed(xmlDoc* document) {
+  for (xmlNode* node = document->children; node != nullptr; node = NextOf(node)) {
+    if (node->type == XML_COMMENT_NODE) {
+      Allow(node);
+    }
+  }
 }
 
 void Findings::KeepService(const std::string& name) {
-  const auto isOther = [&name](const Finding& finding) {
+  TakeOut([&name](const Finding& finding) {
     return !finding.service.empty() && finding.service != name && finding.otherService != name;
-  };
-  list.erase(std::remove_if(list.begin(), list.end(), isOther), list.end());
+  });
+}
+
+void Findings::TakeOutNotes() {
+  TakeOut([](const Finding& finding) { return finding.severity == Severity::Note; });
 }
 
 void Findings::Sort() {

@@ -1,7 +1,5 @@
 // What the daemon makes of a service and its groups.
 
-#include <map>
-
 #include "collect/column_format.h"
 #include "config/records.h"
 #include "logfile/file_names.h"
@@ -16,8 +14,6 @@ namespace Quilcheck {
 namespace {
 
 constexpr size_t kMostFiles = FileNames::kIndexes;
-// A start adds a file, and the oldest is told by the gap of one free index.
-constexpr size_t kMostOrdered = kMostFiles - 2;
 constexpr char kCosts[] = ": the service is invalid and its process idles";
 
 std::string Text(const char* text) {
@@ -28,18 +24,18 @@ bool HasAttribute(const xmlNode* element, const char* name) {
   return element != nullptr && AttributeOf(element, name).has_value();
 }
 
-int LineOfChild(const xmlNode* element, const char* name) {
+const xmlNode* ChildOrSelf(const xmlNode* element, const char* name) {
   const xmlNode* child = ChildOf(element, name);
-  return LineOf(child != nullptr ? child : element);
+  return child != nullptr ? child : element;
 }
 
-/// The line of the last child of that name, which is the one with an effect; without any, of the element itself.
-int LineOfSetting(const xmlNode* element, const char* name) {
+/// The last child of that name, which is the one with an effect; without any, the element itself.
+const xmlNode* SettingOf(const xmlNode* element, const char* name) {
   const xmlNode* last = element;
   for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
     last = IsElement(child, name) ? child : last;
   }
-  return LineOf(last);
+  return last;
 }
 
 /// What a group needs but lacks; null when nothing is missing.
@@ -67,11 +63,12 @@ class ServiceRules {
   void CheckGroups() const;
 
  private:
+  void CheckRotationSize() const;
+  void CheckFiles() const;
   void CheckGroup(const GroupReading& group) const;
   void CheckValidity(const GroupReading& group) const;
   void CheckInputs(const GroupReading& group) const;
   void CheckDropped(const GroupReading& group) const;
-  void CheckOutput(const GroupReading& group) const;
   void CheckStyle(const GroupReading& group) const;
   void CheckStream(const GroupReading& group) const;
   void CheckPoll(const GroupReading& group) const;
@@ -84,35 +81,50 @@ class ServiceRules {
 };
 
 void ServiceRules::CheckSettings() const {
-  const int line = LineOf(service.element);
   if (service.record->rotate_size_kbytes == 0) {
-    findings->Warning(LineOfSetting(service.element, "logRotateSizeKBytes"),
-                      "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
+    findings->Add(SettingOf(service.element, "logRotateSizeKBytes"), "rotation-never",
+                  "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
   }
+  CheckRotationSize();
+  CheckFiles();
+  if (service.record->empty_files == EMPTY_FILES_REMOVE && service.record->writeMode != WRITE_MMAP) {
+    findings->Add(SettingOf(service.element, "emptyFiles"), "no-effect", "emptyFiles has no effect in factory mode");
+  }
+  if (service.record->cpu_set == CPU_SET_BIG) {
+    findings->Add(SettingOf(service.element, "cpuSets"), "no-effect", "cpuSets big has no effect: it binds nothing");
+  }
+  if (service.groups.empty()) {
+    findings->Add(service.element, "invalid", "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
+  }
+}
+
+void ServiceRules::CheckRotationSize() const {
+  const size_t size = service.record->rotate_size_kbytes, gigabyte = size_t{1} << 20;
+  if (size >= gigabyte) {
+    const bool isTooLarge = service.record->writeMode == WRITE_MMAP && size > ConfigGrammar::kMostMappedKilobytes;
+    findings->Add(SettingOf(service.element, "logRotateSizeKBytes"), "rotation-large",
+                  "logRotateSizeKBytes counts KiB: files grow to " + std::to_string(size / gigabyte) + " GiB" +
+                      (isTooLarge ? ", more than the 2 GiB that a file can have" : "") +
+                      (size % 1024 == 0 ? "; did you mean " + std::to_string(size / 1024) + '?' : ""));
+  }
+}
+
+void ServiceRules::CheckFiles() const {
+  const xmlNode* setting = SettingOf(service.element, "maxCompressdFiles");
   const size_t files = service.record->maxCompressdFiles;
   const bool isMapped = service.record->writeMode == WRITE_MMAP;
   if (files == 0) {
-    findings->Warning(
-        LineOfSetting(service.element, "maxCompressdFiles"),
+    findings->Add(
+        setting, "files-none",
         std::string("maxCompressdFiles is 0 or missing: ") +
             (isMapped ? "no log is kept at a rotation" : "five rotated files are kept, and no archive is made"));
-  } else if (isMapped && files > kMostOrdered) {
-    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
-                      std::string("maxCompressdFiles is above 998: with a file of each index a start takes 000 for the "
-                                  "oldest, and deletes the newest first") +
-                          (files > kMostFiles ? "; the daemon takes 1000" : ""));
+  } else if (isMapped && files > ConfigGrammar::kMostOrderedFiles) {
+    findings->Add(setting, "files-many",
+                  std::string("maxCompressdFiles is above 998: with a file of each index a start takes 000 for the "
+                              "oldest, and deletes the newest first") +
+                      (files > kMostFiles ? "; the daemon takes 1000" : ""));
   } else if (files > kMostFiles) {
-    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
-                      "maxCompressdFiles is above 1000: the daemon takes 1000");
-  }
-  if (service.record->empty_files == EMPTY_FILES_REMOVE && !isMapped) {
-    findings->Warning(LineOfSetting(service.element, "emptyFiles"), "emptyFiles has no effect in factory mode");
-  }
-  if (service.record->cpu_set == CPU_SET_BIG) {
-    findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
-  }
-  if (service.groups.empty()) {
-    findings->Error(line, "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
+    findings->Add(setting, "files-many", "maxCompressdFiles is above 1000: the daemon takes 1000");
   }
 }
 
@@ -123,8 +135,9 @@ void ServiceRules::CheckGroups() const {
     collects = collects || group.Streams() || group.Polls();
   }
   if (service.valid && !collects) {
-    findings->Error(LineOf(service.element), "service " + Quoted(service.name) +
-                                                 " collects nothing: of its styles neither streams nor polls a node");
+    findings->Add(
+        service.element, "collects-nothing",
+        "service " + Quoted(service.name) + " collects nothing: of its styles neither streams nor polls a node");
   }
 }
 
@@ -132,7 +145,6 @@ void ServiceRules::CheckGroup(const GroupReading& group) const {
   CheckValidity(group);
   CheckInputs(group);
   CheckDropped(group);
-  CheckOutput(group);
   CheckStyle(group);
   if (group.Streams()) {
     CheckStream(group);
@@ -142,29 +154,29 @@ void ServiceRules::CheckGroup(const GroupReading& group) const {
 }
 
 void ServiceRules::CheckValidity(const GroupReading& group) const {
-  const int line = LineOf(group.element);
   if (group.record->output_file_path == nullptr) {
-    findings->Error(line, std::string("group without outputFilePath") + kCosts);
+    findings->Add(group.element, "invalid", std::string("group without outputFilePath") + kCosts);
   }
   const char* missing = MissingInput(group);
   if (missing != nullptr) {
-    findings->Error(line, std::string("group without ") + missing + kCosts);
+    findings->Add(group.element, "invalid", std::string("group without ") + missing + kCosts);
   }
 }
 
 void ServiceRules::CheckInputs(const GroupReading& group) const {
   for (const NodeSetReading& set : group.nodeSets) {
     if (set.record->data_path == nullptr && set.record->alter_data_path == nullptr) {
-      findings->Error(LineOf(set.element),
-                      std::string("inputNodeSet with neither dataPath nor alterdataPath") + kCosts);
+      findings->Add(set.element, "invalid",
+                    std::string("inputNodeSet with neither dataPath nor alterdataPath") + kCosts);
     }
   }
   for (const TextReading& text : group.texts) {
     if (text.record->str == nullptr) {
       const bool isDirectory = group.record->style == STYLE_MONITOR_DIR;
-      findings->Error(LineOf(text.element), std::string(isDirectory ? "inputDirSet without an inputDirPath"
-                                                                    : "inputCmdSet whose first command has no text") +
-                                                kCosts);
+      findings->Add(text.element, "invalid",
+                    std::string(isDirectory ? "inputDirSet without an inputDirPath"
+                                            : "inputCmdSet whose first command has no text") +
+                        kCosts);
     }
   }
 }
@@ -180,27 +192,20 @@ void ServiceRules::CheckDropped(const GroupReading& group) const {
     } else if (input.style == STYLE_MONITOR_DIR && name == "inputDirSet") {
       why = " is the second of its group";
     }
-    findings->Error(LineOf(input.element), name + why + ": the daemon passes over it");
-  }
-}
-
-void ServiceRules::CheckOutput(const GroupReading& group) const {
-  const std::string output = group.Output();
-  if (!output.empty() && output.front() == '/' && output.rfind("/data/", 0) != 0) {
-    findings->Warning(LineOf(group.output), "outputFilePath " + Quoted(output) +
-                                                " is outside /data: other partitions are read-only or small");
+    findings->Add(input.element, "input-dropped", name + why + ": the daemon passes over it");
   }
 }
 
 void ServiceRules::CheckStyle(const GroupReading& group) const {
   const std::string keyword = group.style != nullptr ? AttributeOf(group.style, "value").value_or("") : "";
   if (group.record->input != nullptr && !keyword.empty() && keyword != StyleName(group)) {
-    findings->Error(LineOf(group.style), "logStyle value=" + Quoted(keyword) +
-                                             " comes after inputs of its group: the daemon keeps " + StyleName(group));
+    findings->Add(
+        group.style, "style-late",
+        "logStyle value=" + Quoted(keyword) + " comes after inputs of its group: the daemon keeps " + StyleName(group));
   }
   if (group.record->style == STYLE_MONITOR_DIR || group.record->style == STYLE_POLL_CMD) {
-    findings->Warning(LineOf(group.style),
-                      "a group of style " + StyleName(group) + " collects nothing: its log stays empty");
+    findings->Add(group.style, "group-idle",
+                  "a group of style " + StyleName(group) + " collects nothing: its log stays empty");
   }
   if (!group.Polls()) {
     WithoutEffect(group.style, "interval", "only poll_node has one");
@@ -217,7 +222,7 @@ void ServiceRules::CheckStyle(const GroupReading& group) const {
 
 void ServiceRules::WithoutEffect(const xmlNode* element, const char* name, const std::string& why) const {
   if (HasAttribute(element, name)) {
-    findings->Warning(LineOf(element), NameOf(element) + ' ' + name + " has no effect: " + why);
+    findings->Add(element, "no-effect", NameOf(element) + ' ' + name + " has no effect: " + why);
   }
 }
 
@@ -228,41 +233,36 @@ void ServiceRules::CheckStream(const GroupReading& group) const {
   const NodeSetReading& first = group.nodeSets.front();
   const std::string path = Text(first.record->data_path);
   if (first.record->data_path == nullptr && first.record->alter_data_path != nullptr) {
-    findings->Error(LineOf(first.element),
-                    "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
+    findings->Add(first.element, "stream-path",
+                  "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
   }
   if (!SampleTime(path).empty()) {
-    findings->Error(LineOfChild(first.element, "dataPath"),
-                    "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
-  }
-  const bool isTrace = path.rfind("/sys/kernel/debug/", 0) == 0 || path.rfind("/sys/kernel/tracing/", 0) == 0;
-  if (path.rfind("/sys/", 0) == 0 && !isTrace) {
-    findings->Warning(LineOfChild(first.element, "dataPath"),
-                      "a value in /sys has an end: streamed, it is read again and again without a pause; did you mean "
-                      "poll_node?");
+    findings->Add(ChildOrSelf(first.element, "dataPath"), "stream-path",
+                  "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
   }
   for (size_t i = 1; i < group.nodeSets.size(); ++i) {
-    findings->Warning(LineOf(group.nodeSets[i].element),
-                      "a stream reads its group's first inputNodeSet only: this one has no effect");
+    findings->Add(group.nodeSets[i].element, "no-effect",
+                  "a stream reads its group's first inputNodeSet only: this one has no effect");
   }
   for (const char* name : {"titlePath", "title", "width", "alterdataPath"}) {
     const xmlNode* child = ChildOf(first.element, name);
     if (child != nullptr && first.record->data_path != nullptr) {
-      findings->Warning(LineOf(child), std::string(name) + " has no effect: a stream has no columns");
+      findings->Add(child, "no-effect", std::string(name) + " has no effect: a stream has no columns");
     }
   }
 }
 
 void ServiceRules::CheckPoll(const GroupReading& group) const {
   if (group.record->polling_interval == 0) {
-    findings->Warning(LineOf(group.style), "logStyle interval is 0 or missing: the daemon polls without a pause");
+    findings->Add(group.style, "poll-fast", "logStyle interval is 0 or missing: the daemon polls without a pause");
   }
   for (const NodeSetReading& set : group.nodeSets) {
     if (set.record->data_path != nullptr && set.record->alter_data_path != nullptr) {
-      findings->Warning(LineOfChild(set.element, "alterdataPath"), "alterdataPath has no effect beside a dataPath");
+      findings->Add(ChildOrSelf(set.element, "alterdataPath"), "no-effect",
+                    "alterdataPath has no effect beside a dataPath");
     }
     if (set.record->title != nullptr && set.record->title_path != nullptr) {
-      findings->Warning(LineOfChild(set.element, "titlePath"), "titlePath has no effect beside a title");
+      findings->Add(ChildOrSelf(set.element, "titlePath"), "no-effect", "titlePath has no effect beside a title");
     }
     CheckWidth(set);
   }
@@ -274,24 +274,26 @@ void ServiceRules::CheckWidth(const NodeSetReading& set) const {
   if (width == 0) {
     return;
   }
-  const int line = LineOfChild(set.element, "width");
+  const xmlNode* child = ChildOrSelf(set.element, "width");
   const std::string path = Text(set.record->data_path);
   const std::string time = SampleTime(path);
   const std::string sample = time.empty() ? ColumnFormat::kReadFailure : time;
   if (width < sample.size() && sample.front() != '\n') {  // a stamp that begins a new line need not line up
-    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
-                                (time.empty() ? Quoted(sample) : "the date") + ", which has " +
-                                std::to_string(sample.size()) + " characters: it moves the columns behind it");
+    findings->Add(child, "width",
+                  "width " + std::to_string(width) + " is too narrow for " +
+                      (time.empty() ? Quoted(sample) : "the date") + ", which has " + std::to_string(sample.size()) +
+                      " characters: it moves the columns behind it");
   }
   if (width > ColumnFormat::kWidest) {
     const std::string most = std::to_string(ColumnFormat::kWidest);
-    findings->Warning(line, "width " + std::to_string(width) + " is more than " + most + ": the daemon writes " + most +
-                                " characters");
+    findings->Add(child, "width",
+        "width " + std::to_string(width) + " is more than " + most + ": the daemon writes " + most + " characters");
   }
   const std::string title = Text(set.record->title);
   if (width < title.size()) {
-    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for the title " + Quoted(title) +
-                                ": heading and columns do not line up");
+    findings->Add(child, "headings",
+                  "width " + std::to_string(width) + " is too narrow for the title " + Quoted(title) +
+                      ": heading and columns do not line up");
   }
 }
 
@@ -307,39 +309,16 @@ void ServiceRules::CheckHeadings(const GroupReading& group) const {
   for (size_t i = 0; i + 1 < headed; ++i) {
     const NodeSetReading& set = group.nodeSets[i];
     if (!hasHeading(set)) {
-      findings->Warning(LineOf(set.element),
-                        "a column without a title before one that has it: heading and columns do not line up");
+      findings->Add(set.element, "headings",
+                    "a column without a title before one that has it: heading and columns do not line up");
     } else if (set.record->title != nullptr && set.record->width == 0) {
-      findings->Warning(LineOf(set.element),
-                        "a column with a title and no width before another one: heading and columns do not line up");
+      findings->Add(set.element, "headings",
+                    "a column with a title and no width before another one: heading and columns do not line up");
     }
   }
 }
 
 }  // namespace
-
-void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings) {
-  std::map<std::string, std::pair<const ServiceReading*, int>> readers;
-  for (const ServiceReading& service : services) {
-    for (const GroupReading& group : service.groups) {
-      const std::string path =
-          group.Streams() && !group.nodeSets.empty() ? Text(group.nodeSets.front().record->data_path) : "";
-      if (path.empty() || path.front() != '/') {
-        continue;
-      }
-      const int line = LineOfChild(group.nodeSets.front().element, "dataPath");
-      const auto [first, isNew] = readers.emplace(NormalPath(path), std::pair(&service, line));
-      if (!isNew) {
-        findings->SetService(service.name);
-        findings->Warning(line,
-                          "dataPath " + Quoted(path) + " is streamed in line " + std::to_string(first->second.second) +
-                              " too: a node that gives each line once, as /proc/kmsg does, gives it to one of them");
-        findings->AlsoAbout(first->second.first->name);
-        findings->SetService("");
-      }
-    }
-  }
-}
 
 void CheckService(const ServiceReading& service, Findings* findings) {
   const ServiceRules rules(service, findings);

@@ -1,10 +1,12 @@
 // quilcheck: says what the daemon will make of a configuration file, before it ships.
 
+#include <ctype.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "quilcheck/grammar.h"
 #include "quilcheck/report.h"
 
 using namespace Quilcheck;
@@ -19,13 +21,22 @@ constexpr char kUsage[] =
     "Checks a configuration file; without FILE, the one that the daemon would take.\n\n"
     "  -s, --service NAME      this service only\n"
     "  -q, --quiet             findings only, no tables\n"
+    "  -v, --verbose           notes too\n"
     "  -W, --warnings          warnings count as errors\n"
     "  -o, --output text|json  form of the report\n"
     "  -p, --property KEY=VALUE\n"
     "                          assumes a system property\n"
     "  -r, --root DIR          looks up nodes and directories in DIR, an unpacked image\n"
+    "      --rc FILE           compares the services with those that this init file starts\n"
+    "      --disk SIZE         what all logs may take together: 512M, 2G\n"
+    "      --explain ID        tells about a rule; the id is behind each finding\n"
+    "      --help-elements     tells what a file consists of\n"
+    "      --schema            the same for editors, as an XML Schema\n"
+    "      --version\n"
     "  -h, --help\n\n"
     "Status: 0 nothing that counts, 1 findings that count, 2 unreadable.\n";
+
+enum { kRc = 256, kDisk, kExplain, kElements, kSchema, kVersion };
 
 struct Options {
   Request request;
@@ -45,6 +56,44 @@ void AddProperty(const std::string& text, Properties* properties) {
     Refuse("-p takes KEY=VALUE, not " + Quoted(text));
   }
   (*properties)[text.substr(0, equals)] = text.substr(equals + 1);
+}
+
+/// "512M": KiB.
+unsigned long long ReadSize(const std::string& text) {
+  constexpr char kUnits[] = "KMGT";
+  char* unit = nullptr;
+  unsigned long long size = strtoull(text.c_str(), &unit, 10);
+  const char* known = *unit != '\0' ? strchr(kUnits, toupper(static_cast<unsigned char>(*unit))) : nullptr;
+  if (!isdigit(static_cast<unsigned char>(text[0])) || known == nullptr || unit[1] != '\0' || size == 0 ||
+      size > 1 << 20) {
+    Refuse("--disk takes a size, 512M say, not " + Quoted(text));
+  }
+  return size << 10 * (known - kUnits);
+}
+
+[[noreturn]] void Print(const std::string& text) {
+  fputs(text.c_str(), stdout);
+  exit(0);
+}
+
+[[noreturn]] void Explain(const std::string& id) {
+  const auto rule = Rules().find(id);
+  if (rule == Rules().end()) {
+    std::vector<std::string> ids;
+    for (const auto& [known, unused] : Rules()) {
+      ids.push_back(known);
+    }
+    Refuse("no rule has the id " + Quoted(id) + HintAmong(ids, id));
+  }
+  std::string text, line = id + " (" + NameOf(rule->second.severity) + "):";
+  for (const std::string& word : Words(rule->second.text)) {
+    if (line.size() + word.size() > 78) {
+      text += line + '\n';
+      line = " ";
+    }
+    line += ' ' + word;
+  }
+  Print(text + line + '\n');
 }
 
 void ApplyOption(int letter, const char* value, Options* options) {
@@ -70,9 +119,25 @@ void ApplyOption(int letter, const char* value, Options* options) {
     case 'r':
       options->request.root = value;
       break;
+    case 'v':
+      options->request.notes = true;
+      break;
+    case kRc:
+      options->request.initFile = value;
+      break;
+    case kDisk:
+      options->request.diskKilobytes = ReadSize(value);
+      break;
+    case kExplain:
+      Explain(value);
+    case kElements:
+      Print(ElementTable());
+    case kSchema:
+      Print(Schema());
+    case kVersion:
+      Print("quilcheck " QUILCAT_VERSION "\n");
     case 'h':
-      fputs(kUsage, stdout);
-      exit(0);
+      Print(kUsage);
     default:
       fputs(kUsage, stderr);
       exit(kUnreadable);
@@ -80,14 +145,24 @@ void ApplyOption(int letter, const char* value, Options* options) {
 }
 
 Options ReadOptions(int argc, char** argv) {
-  static constexpr option kLong[] = {
-      {"service", required_argument, nullptr, 's'},  {"quiet", no_argument, nullptr, 'q'},
-      {"warnings", no_argument, nullptr, 'W'},       {"output", required_argument, nullptr, 'o'},
-      {"property", required_argument, nullptr, 'p'}, {"root", required_argument, nullptr, 'r'},
-      {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0}};
+  static constexpr option kLong[] = {{"service", required_argument, nullptr, 's'},
+                                     {"quiet", no_argument, nullptr, 'q'},
+                                     {"warnings", no_argument, nullptr, 'W'},
+                                     {"output", required_argument, nullptr, 'o'},
+                                     {"property", required_argument, nullptr, 'p'},
+                                     {"root", required_argument, nullptr, 'r'},
+                                     {"help", no_argument, nullptr, 'h'},
+                                     {"verbose", no_argument, nullptr, 'v'},
+                                     {"rc", required_argument, nullptr, kRc},
+                                     {"disk", required_argument, nullptr, kDisk},
+                                     {"explain", required_argument, nullptr, kExplain},
+                                     {"help-elements", no_argument, nullptr, kElements},
+                                     {"schema", no_argument, nullptr, kSchema},
+                                     {"version", no_argument, nullptr, kVersion},
+                                     {nullptr, 0, nullptr, 0}};
   Options options;
   int letter;
-  while ((letter = getopt_long(argc, argv, "s:qWo:p:r:h", kLong, nullptr)) != -1) {
+  while ((letter = getopt_long(argc, argv, "s:qvWo:p:r:h", kLong, nullptr)) != -1) {
     ApplyOption(letter, optarg, &options);
   }
   if (argc - optind > 1) {
@@ -105,8 +180,8 @@ Options ReadOptions(int argc, char** argv) {
 void PrintText(const Report& report, bool quiet) {
   const std::string file = Printable(report.file);
   for (const Finding& finding : report.findings.All()) {
-    printf("%s:%d: %s: %s\n", file.c_str(), finding.line, finding.severity == Severity::Error ? "error" : "warning",
-           Printable(finding.text).c_str());
+    printf("%s:%d: %s: %s [%s]\n", file.c_str(), finding.line, NameOf(finding.severity),
+           Printable(finding.text).c_str(), finding.id.c_str());
   }
   if (quiet) {
     return;
@@ -114,6 +189,8 @@ void PrintText(const Report& report, bool quiet) {
   for (const ServiceReading& service : report.services) {
     fputs(Summary(service).c_str(), stdout);
   }
+  const unsigned long long total = TotalKilobytes(report);
+  printf("\nall logs together: at most %s\n", total != 0 ? SizeText(total).c_str() : "without bound");
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 // What outputs do to each other.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <map>
 #include <set>
 #include <string_view>
 
-#include "config/records.h"
+#include "config/quil_config.h"
 #include "logfile/file_names.h"
 #include "quilcheck/document.h"
 #include "quilcheck/report.h"
@@ -24,15 +26,16 @@ using Suffixes = std::set<std::string, std::less<>>;
 
 /// One output, its paths spelled as in the file: the daemon compares and measures them so.
 struct Output {
-  Output(const ServiceReading& owner, const GroupReading& group)
+  Output(const ServiceReading& owner, const GroupReading& group, const Root* root)
       : service(&owner),
-        line(LineOf(group.output)),
+        element(group.output),
         path(group.Output()),
         directory(path.substr(0, path.rfind('/'))),
         base(path.substr(path.rfind('/') + 1)),
         mapped(owner.record->writeMode == WRITE_MMAP),
         archives(static_cast<int>(FilesKept(owner))),
-        normal(NormalPath(path)),
+        placeDirectory(root != nullptr ? root->Resolved(directory) : NormalPath(directory)),
+        place(placeDirectory + '/' + base),
         madeNames(MadeNames()),
         replacedSuffixes(ReplacedSuffixes()),
         directoryHasBase((directory + '/').find(base) != std::string::npos),
@@ -85,14 +88,25 @@ struct Output {
     return hasBase && hasGz && !isLink && (mapped || isIndexed);
   }
 
+  /// Whether `name` of its directory is that of a file, link or directory of its own, now or at some time.
+  bool Uses(const std::string& name) const {
+    if (name == base || (mapped && name == FileNames::previousLink(base))) {
+      return true;
+    }
+    return mapped ? FileNames::parseIndexed(name).output == base
+                  : FileNames::outputOfRotated(name) == base || FileNames::outputOfArchive(name) == base ||
+                        FileNames::outputOfPackingDirectory(name) == base;
+  }
+
   const ServiceReading* service;
-  int line;
+  const xmlNode* element;
   std::string path;
   std::string directory;
   std::string base;
   bool mapped;
-  int archives;        ///< kept in factory mode
-  std::string normal;  ///< its path as others may spell it
+  int archives;                ///< kept in factory mode
+  std::string placeDirectory;  ///< without links and steps, like the next
+  std::string place;
   std::vector<std::pair<std::string, bool>> madeNames;
   Suffixes replacedSuffixes;
   bool directoryHasBase;
@@ -109,84 +123,196 @@ std::string TakenFile(const Output& output, const Output& victim) {
   return "";
 }
 
-void Report(const Output& first, const Output& second, const std::string& text, Findings* findings) {
-  findings->SetService(first.service->name);
-  findings->Error(first.line, text);
-  findings->AlsoAbout(second.service->name);
-  findings->SetService("");
+using Directories = std::map<std::string, std::vector<const Output*>>;
+
+std::string LineText(const Output& output) {
+  return "the output in line " + std::to_string(LineOf(output.element));
 }
 
-void CheckPair(const Output& first, const Output& second, Findings* findings) {
-  const auto report = [findings](const Output& output, const Output& victim) {
-    const std::string file = TakenFile(output, victim);
-    if (!file.empty()) {
-      Report(output, victim,
-             "the clean-up of outputFilePath " + Quoted(output.path) + " takes " + Quoted(file) +
-                 ", a file of the output in line " + std::to_string(victim.line) +
-                 "; did you mean a directory for each?",
-             findings);
+/// Checks the outputs of all services; its methods are the rules.
+class OutputRules {
+ public:
+  OutputRules(const std::vector<Output>& all, const Root* top, Findings* list)
+      : outputs(all), root(top), findings(list) {
+    for (const Output& output : outputs) {
+      directories[output.placeDirectory].push_back(&output);
     }
-  };
-  report(first, second);
-  report(second, first);
-}
+  }
 
-void CompareOutputs(const std::vector<Output>& outputs, Findings* findings) {
-  // Only outputs in one directory meet.
-  std::map<std::string, std::vector<const Output*>> directories;
-  std::map<std::string, const Output*> byPath;
-  for (const Output& output : outputs) {
-    const auto [first, isNew] = byPath.emplace(output.normal, &output);
-    if (!isNew) {
-      Report(output, *first->second,
-             "outputFilePath " + Quoted(output.path) + " is that of line " + std::to_string(first->second->line) +
-                 ": two groups write into one log",
-             findings);
-    }
-    std::vector<const Output*>& neighbours = directories[NormalPath(output.directory)];
-    for (const Output* earlier : neighbours) {
-      if (earlier->normal != output.normal && findings->All().size() < kMostFindings) {
-        CheckPair(*earlier, output, findings);
+  void CheckPlace(const Output& output) const;
+  void CheckPath(const Output& output) const;
+  void CheckNesting(const Output& output) const;
+  void ComparePairs() const;
+  void CheckNode(const NodeUse& node) const;
+
+ private:
+  void Add(const Output& output, const char* id, const std::string& text, const std::string& other = "") const {
+    findings->SetService(output.service->name);
+    findings->Add(output.element, id, "outputFilePath " + Quoted(output.path) + ' ' + text, other);
+    findings->SetService("");
+  }
+  const Output* UserOf(const std::string& place) const;
+  void ComparePair(const Output& first, const Output& second) const;
+  bool CheckTaken(const Output& output, const Output& victim) const;
+
+  const std::vector<Output>& outputs;
+  Directories directories;
+  const Root* const root;
+  Findings* const findings;
+};
+
+/// The output whose file, link or directory `place` is; null when it is nobody's.
+const Output* OutputRules::UserOf(const std::string& place) const {
+  const size_t slash = place.rfind('/');
+  const auto neighbours = directories.find(place.substr(0, slash));
+  if (neighbours != directories.end()) {
+    for (const Output* output : neighbours->second) {
+      if (output->Uses(place.substr(slash + 1))) {
+        return output;
       }
     }
-    neighbours.push_back(&output);
+  }
+  return nullptr;
+}
+
+void OutputRules::CheckPlace(const Output& output) const {
+  // Of what is in /data, a device without this program has all but /data/log.
+  static const std::set<std::string> kForeign = {
+      "adb",          "anr",        "app",       "backup",     "bootchart",      "cache",
+      "dalvik-cache", "data",       "drm",       "local",      "lost+found",     "media",
+      "misc",         "nfc",        "ota",       "property",   "resource-cache", "ss",
+      "system",       "system_ce",  "system_de", "tombstones", "user",           "user_de",
+      "vendor",       "unencrypted"};
+  const std::string& directory = output.placeDirectory;
+  const std::string inData = directory.rfind("/data/", 0) == 0 ? directory.substr(6) : "";
+  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(output.directory + '/') : std::nullopt;
+  const bool isOthers = found.has_value() && found->st_uid != 0 && found->st_uid != geteuid();
+  if (directory == "/data" || directory.empty() || isOthers ||
+      kForeign.count(inData.substr(0, inData.find('/'))) != 0) {
+    Add(output, "output-foreign",
+        "is in a directory of others: the daemon gives " + Quoted(directory.empty() ? "/" : directory) +
+            " to root:system, with mode 0775; did you mean a directory in /data/log?");
+  } else if ((directory + '/').rfind("/data/log/", 0) != 0) {
+    Add(output, "output-place",
+        inData.empty() ? "is outside /data: other partitions are read-only or small"
+                       : "is outside /data/log, where the label and the policy expect logs");
   }
 }
 
-/// An output that stands where another one needs a directory.
-void CheckNesting(const std::vector<Output>& outputs, Findings* findings) {
-  std::map<std::string, const Output*> byPath;
-  for (const Output& output : outputs) {
-    byPath.emplace(output.normal, &output);
-  }
-  for (const Output& output : outputs) {
-    std::string directory = NormalPath(output.directory);
-    while (!directory.empty()) {
-      const auto found = byPath.find(directory);
-      if (found != byPath.end()) {
-        Report(output, *found->second,
-               "outputFilePath " + Quoted(output.path) + " needs a directory where line " +
-                   std::to_string(found->second->line) + " has a log",
-               findings);
-      }
-      directory.erase(directory.rfind('/'));
+/// Looks at what stands in the way.
+void OutputRules::CheckPath(const Output& output) const {
+  for (size_t end = output.place.find('/', 1); end != std::string::npos; end = output.place.find('/', end + 1)) {
+    const std::string directory = output.place.substr(0, end);
+    const std::optional<struct stat> found = root->StatusOf(directory);
+    if (found.has_value() && !S_ISDIR(found->st_mode)) {
+      Add(output, "output-blocked", "needs a directory where " + Quoted(directory) + " is none: nothing is logged");
+      return;
     }
   }
+  const std::optional<struct stat> found = root->StatusOf(output.place);
+  if (found.has_value() && S_ISDIR(found->st_mode)) {
+    Add(output, "output-blocked", "is a directory; did you mean a file in it?");
+  }
+}
+
+/// An output where another one has a file, below one, or in the place of a configuration.
+void OutputRules::CheckNesting(const Output& output) const {
+  for (std::string directory = output.placeDirectory; !directory.empty(); directory.erase(directory.rfind('/'))) {
+    const Output* other = UserOf(directory);
+    if (other != nullptr) {
+      Add(output, "output-shared", "needs a directory where " + LineText(*other) + " has a file or its own directory",
+          other->service->name);
+    }
+  }
+  for (const std::string configuration : QuilConfig::kCandidates) {
+    if (UserOf(configuration) == &output) {
+      Add(output, "output-node", "takes the place of the configuration " + Quoted(configuration));
+    }
+  }
+}
+
+/// Only outputs in one directory meet.
+void OutputRules::ComparePairs() const {
+  for (const auto& [directory, neighbours] : directories) {
+    for (size_t i = 1; i < neighbours.size(); ++i) {
+      for (size_t k = 0; k < i && findings->All().size() < kMostFindings; ++k) {
+        ComparePair(*neighbours[k], *neighbours[i]);
+      }
+    }
+  }
+}
+
+void OutputRules::ComparePair(const Output& first, const Output& second) const {
+  if (first.place == second.place) {
+    Add(second, "output-shared",
+        "is that of line " + std::to_string(LineOf(first.element)) + ": two groups write into one log",
+        first.service->name);
+    return;
+  }
+  const bool isTaken = CheckTaken(first, second);
+  if (!CheckTaken(second, first) && !isTaken && first.Uses(second.base)) {
+    Add(second, "output-shared", "has a name that " + LineText(first) + " gives to files of its own",
+        first.service->name);
+  }
+}
+
+bool OutputRules::CheckTaken(const Output& output, const Output& victim) const {
+  const std::string file = TakenFile(output, victim);
+  if (!file.empty()) {
+    Add(output, "output-shared",
+        "has a clean-up that takes " + Quoted(file) + ", a file of " + LineText(victim) +
+            "; did you mean a directory for each?",
+        victim.service->name);
+  }
+  return !file.empty();
+}
+
+void OutputRules::CheckNode(const NodeUse& node) const {
+  const Output* output = UserOf(node.place);
+  if (output != nullptr) {
+    findings->SetService(node.service->name);
+    findings->Add(node.element, "output-node",
+                  NameOf(node.element) + ' ' + Quoted(node.path) + " is a file of " + LineText(*output) +
+                      ": the log takes the place of the node, and feeds itself or gives nothing",
+                  output->service->name);
+    findings->SetService("");
+  }
+}
+
+bool NamesFile(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name != "." && name != "..";
 }
 
 }  // namespace
 
-void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings) {
+bool HasUsableOutput(const GroupReading& group) {
+  const std::string path = group.Output();
+  return !path.empty() && path.front() == '/' && NamesFile(path);
+}
+
+void CheckOutputs(const std::vector<ServiceReading>& services, const std::vector<NodeUse>& nodes, const Root* root,
+                  Findings* findings) {
   std::vector<Output> outputs;
   for (const ServiceReading& service : services) {
     for (const GroupReading& group : service.groups) {
       if (HasUsableOutput(group)) {
-        outputs.emplace_back(service, group);
+        outputs.emplace_back(service, group, root);
       }
     }
   }
-  CompareOutputs(outputs, findings);
-  CheckNesting(outputs, findings);
+  const OutputRules rules(outputs, root, findings);
+  for (const Output& output : outputs) {
+    rules.CheckPlace(output);
+    rules.CheckNesting(output);
+    if (root != nullptr) {
+      rules.CheckPath(output);
+    }
+  }
+  rules.ComparePairs();
+  for (const NodeUse& node : nodes) {
+    rules.CheckNode(node);
+  }
 }
 
 }  // namespace Quilcheck

@@ -9,6 +9,8 @@
 #include "quilcheck/document.h"
 #include "quilcheck/rules.h"
 
+using namespace ConfigGrammar;
+
 namespace Quilcheck {
 
 namespace {
@@ -34,10 +36,11 @@ bool IsBlank(const xmlNode* text) {
 /// Finds what is neither element nor attribute: the daemon does not read it.
 void CheckBetweenElements(const xmlNode* node, Findings* findings) {
   if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && !IsBlank(node)) {
-    findings->Error(LineOf(node), "text in <" + NameOf(node->parent) +
-                                      ">: the daemon passes over it; did you mean value=\"...\" in the tag?");
+    findings->Add(
+        node, "text-ignored",
+        "text in <" + NameOf(node->parent) + ">: the daemon passes over it; did you mean value=\"...\" in the tag?");
   } else if (node->type == XML_ENTITY_REF_NODE) {
-    findings->Error(LineOf(node), "entity " + NameOf(node) + " in place of elements: the daemon passes over it");
+    findings->Add(node, "text-ignored", "entity " + NameOf(node) + " in place of elements: the daemon passes over it");
   }
 }
 
@@ -45,7 +48,7 @@ void CheckBetweenElements(const xmlNode* node, Findings* findings) {
 void CheckNamespaces(const xmlNode* element, Findings* findings) {
   for (const xmlNs* space = element->nsDef; space != nullptr; space = space->next) {
     if (!IsSchemaInstance(space)) {
-      findings->Warning(LineOf(element), NameOf(element) + ": a namespace has no effect, and the schema knows none");
+      findings->Add(element, "no-effect", NameOf(element) + ": a namespace has no effect, and the schema knows none");
     }
   }
 }
@@ -54,42 +57,40 @@ void CheckRootAttributes(const xmlNode* root, Findings* findings) {
   for (const xmlAttr* attribute = root->properties; attribute != nullptr; attribute = attribute->next) {
     if (!NamesSchema(attribute)) {
       const std::string name = reinterpret_cast<const char*>(attribute->name);
-      findings->Warning(LineOf(root), "the root element's attribute " + Quoted(name) + " has no effect");
+      findings->Add(root, "no-effect", "the root element's attribute " + Quoted(name) + " has no effect");
     }
   }
 }
 
-void CheckAttributes(const xmlNode* element, const ElementRule& rule, Findings* findings) {
-  const int line = LineOf(element);
+void CheckAttributes(const xmlNode* element, const Element& row, Findings* findings) {
   for (const xmlAttr* attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
     const std::string name = reinterpret_cast<const char*>(attribute->name);
-    if (!NamesSchema(attribute) && FindAttribute(rule, name) == nullptr) {
-      findings->Error(line, std::string(rule.name) + ": unknown attribute " + Quoted(name) +
-                                ": the daemon passes over it" + HintForAttribute(rule, name));
+    if (!NamesSchema(attribute) && FindAttribute(row, name) == nullptr) {
+      findings->Add(element, "attribute-unknown",
+                    std::string(row.name) + ": unknown attribute " + Quoted(name) + ": the daemon passes over it" +
+                        HintForAttribute(row, name));
     }
   }
-  for (const AttributeRule* attribute = rule.attributes; attribute->name != nullptr; ++attribute) {
+  for (const Attribute* attribute = row.attributes; attribute->name != nullptr; ++attribute) {
     const std::optional<std::string> text = AttributeOf(element, attribute->name);
     if (text.has_value()) {
-      CheckValue(rule, *attribute, *text, line, findings);
-    } else if (attribute->required) {
-      const bool isWriteMode = rule.name == std::string("writeMode");
-      findings->Error(line, std::string(rule.name) + " without " + attribute->name + ": the daemon " +
-                                (isWriteMode ? "takes factory" : "finds nothing in it"));
+      CheckValue(element, row, *attribute, *text, findings);
+    } else if (row.Needs(*attribute)) {
+      findings->Add(element, "value-missing",
+                    std::string(row.name) + " without " + attribute->name + ": the daemon " +
+                        (attribute->otherwise >= 0 ? Otherwise(*attribute) : "finds nothing in it"));
     }
   }
 }
 
-void CheckRepeat(const xmlNode* element, const ElementRule& rule, std::map<std::string, int>* firstLines,
+void CheckRepeat(const xmlNode* element, const Element& row, std::map<std::string, int>* firstLines,
                  Findings* findings) {
-  const auto [first, isNew] = firstLines->emplace(rule.name, LineOf(element));
-  if (isNew || rule.repeat == Repeat::All) {
-    return;
+  const auto [first, isNew] = firstLines->emplace(row.name, LineOf(element));
+  if (!isNew && row.repeat != Repeat::Adds && !row.HoldsOthers()) {
+    findings->Add(
+        element, "again",
+        std::string(row.name) + " again (first in line " + std::to_string(first->second) + "): " + WhichCounts(row));
   }
-  const bool isStyle = rule.name == std::string("logStyle");
-  findings->Warning(LineOf(element), std::string(rule.name) + " again (first in line " + std::to_string(first->second) +
-                                         "): " + (isStyle ? "of each attribute " : "") + "the " +
-                                         (rule.repeat == Repeat::First ? "first" : "last") + " one counts");
 }
 
 }  // namespace
@@ -106,18 +107,19 @@ void CheckStructure(const xmlNode* parent, const std::string& parentName, Findin
       continue;
     }
     const std::string name = NameOf(node);
-    const ElementRule* rule = FindRule(parentName, name);
-    if (rule == nullptr) {
+    const Element* row = Find(parentName.c_str(), name.c_str());
+    if (row == nullptr) {
       const std::string where = parentName == kRoot ? "the root element" : parentName;
-      findings->Error(LineOf(node), "element " + Quoted(name) + " does not belong in " + where +
-                                        ": the daemon passes over it" + HintForElement(parentName, name));
+      findings->Add(node, "element-unknown",
+                    "element " + Quoted(name) + " does not belong in " + where + ": the daemon passes over it" +
+                        HintForElement(parentName, name));
       continue;
     }
     if (parentName == kRoot) {
       findings->SetService(AttributeOf(node, "name").value_or(""));
     }
-    CheckAttributes(node, *rule, findings);
-    CheckRepeat(node, *rule, &firstLines, findings);
+    CheckAttributes(node, *row, findings);
+    CheckRepeat(node, *row, &firstLines, findings);
     CheckStructure(node, name, findings);
     if (parentName == kRoot) {
       findings->SetService("");

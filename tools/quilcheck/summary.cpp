@@ -68,16 +68,9 @@ std::string Column(std::string text, size_t width) {
   return text;
 }
 
-std::string Size(unsigned long long kilobytes) {
-  if (kilobytes >= 1024 && kilobytes % 1024 == 0) {
-    return std::to_string(kilobytes / 1024) + " MiB";
-  }
-  return std::to_string(kilobytes) + " KiB";
-}
-
 std::string Rotation(const ServiceReading& service) {
   const size_t size = service.record->rotate_size_kbytes;
-  return size == 0 ? "never" : "a new file after " + Size(size) + " of text";
+  return size == 0 ? "never" : "a new file after " + SizeText(size) + " of text";
 }
 
 std::string Kept(const ServiceReading& service) {
@@ -98,12 +91,38 @@ std::string MostDisk(const ServiceReading& service) {
   const size_t files = FilesKept(service);
   const std::string sum = "(1 + " + std::to_string(files) + ')';
   const std::string count = mapped ? sum : files == 0 ? "6" : "5 x " + sum;
-  const std::string total = Size(MostKilobytes(service)) + " for each output: " + count + " x ";
+  const std::string total = SizeText(MostKilobytes(service)) + " for each output: " + count + " x ";
   if (mapped && size < kLeastMapped) {
-    return total + Size(kLeastMapped) + ", which a file takes while it is open";
+    return total + SizeText(kLeastMapped) + ", which a file takes while it is open";
   }
-  return total + Size(size) +
+  return total + SizeText(size) +
          (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
+}
+
+/// KiB of text that one output holds at least once it is full.
+unsigned long long KeptKilobytes(const ServiceReading& service) {
+  const unsigned long long size = service.record->rotate_size_kbytes, files = FilesKept(service);
+  return service.record->writeMode == WRITE_MMAP ? files * size
+                                                 : std::max(files, 1ULL) * FileNames::kFilesPerArchive * size;
+}
+
+std::string Days(double days) {
+  return days < 2 ? Formatted("%.1f hours", days * 24) : Formatted("%.1f days", days);
+}
+
+/// How far back a full log reaches.
+std::string Reach(const ServiceReading& service, const GroupReading& group) {
+  const double bytes = static_cast<double>(KeptKilobytes(service)) * 1024;
+  if (group.Streams()) {
+    return Days(bytes / 1e6) + " back at 1 MB of text a day";
+  }
+  size_t row = 1;
+  for (const NodeSetReading& set : group.nodeSets) {
+    row += std::max<size_t>(Column(Value(*set.record), set.record->width).size(), 1);
+  }
+  const double interval = static_cast<double>(group.record->polling_interval);
+  return Days(bytes / static_cast<double>(row) * interval / 86400) + " back at rows of " + std::to_string(row) +
+         " bytes";
 }
 
 std::string GroupTable(const GroupReading& group) {
@@ -129,7 +148,7 @@ std::string GroupTable(const GroupReading& group) {
   return table + Row("heading row", HeadingRow(group)) + Row("row", SampleRow(group));
 }
 
-std::string GroupSummary(size_t number, const GroupReading& group) {
+std::string GroupSummary(size_t number, const ServiceReading& service, const GroupReading& group) {
   std::string text = Formatted("  group %zu, %s", number, StyleName(group).c_str());
   if (group.Polls()) {
     const size_t interval = group.record->polling_interval;
@@ -142,7 +161,13 @@ std::string GroupSummary(size_t number, const GroupReading& group) {
     const bool retries = group.record->on_write_failure == WRITE_FAILURE_RETRY;
     text += retries ? ", tries a failed read or write again" : ", ends at a failed read or write";
   }
-  return text + '\n' + Row("output", group.Output()) + GroupTable(group);
+  text += '\n' + Row("output", group.Output());
+  const bool hasReach =
+      service.record->rotate_size_kbytes != 0 && (group.Streams() || group.record->polling_interval != 0);
+  if ((group.Streams() || group.Polls()) && hasReach) {
+    text += Row("reaches", Reach(service, group));
+  }
+  return text + GroupTable(group);
 }
 
 }  // namespace
@@ -192,6 +217,28 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
   return (files == 0 ? FileNames::kFilesPerArchive + 1 : FileNames::kFilesPerArchive * (files + 1)) * size;
 }
 
+unsigned long long TotalKilobytes(const Report& report) {
+  unsigned long long total = 0;
+  for (const ServiceReading& service : report.services) {
+    for (const GroupReading& group : service.groups) {
+      if (service.valid && HasUsableOutput(group)) {
+        if (service.record->rotate_size_kbytes == 0) {
+          return 0;
+        }
+        total += MostKilobytes(service);
+      }
+    }
+  }
+  return total;
+}
+
+std::string SizeText(unsigned long long kilobytes) {
+  if (kilobytes >= 1024 && kilobytes % 1024 == 0) {
+    return std::to_string(kilobytes / 1024) + " MiB";
+  }
+  return std::to_string(kilobytes) + " KiB";
+}
+
 std::string HeadingRow(const GroupReading& group) {
   std::string row;
   bool begun = false;
@@ -228,7 +275,7 @@ std::string Summary(const ServiceReading& service) {
   text += Row("CPUs", service.record->cpu_set == CPU_SET_LITTLE ? "0 to 3" : "all");
   size_t number = 0;
   for (const GroupReading& group : service.groups) {
-    text += GroupSummary(++number, group);
+    text += GroupSummary(++number, service, group);
   }
   return text;
 }

@@ -14,6 +14,7 @@
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
+using namespace ConfigGrammar;
 using QuilCommon::kLongestText;
 
 namespace Quilcheck {
@@ -102,20 +103,20 @@ std::string PathProblem(Kind kind, const std::string& path) {
     return " is not an absolute path" + (isNowhere ? consequence : ": it depends on where the daemon was started") +
            (kind == Kind::Column ? HintAmong(times, path) : "");
   }
-  if (kind != Kind::Directory && !NamesFile(path)) {
-    const std::string end = path.substr(path.rfind('/') + 1);
-    return " ends in \"" + (end.empty() ? "/" : end) + '"' +
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (kind != Kind::Directory && (name.empty() || name == "." || name == "..")) {
+    return " ends in \"" + (name.empty() ? "/" : name) + '"' +
            (isOutput ? ": the daemon makes hidden files there, in factory mode none; did you mean a name behind it?"
                      : consequence);
   }
-  if (isOutput && path.size() - path.rfind('/') - 1 > kLongestBase) {
+  if (isOutput && name.size() > kLongestBase) {
     return " has a file name of more than " + std::to_string(kLongestBase) +
            " bytes, too long with an index behind it: nothing is logged";
   }
   return "";
 }
 
-std::string KeywordProblem(const AttributeRule& attribute, const std::string& text) {
+std::string KeywordProblem(const Attribute& attribute, const std::string& text) {
   const std::vector<std::string> words = Words(attribute.keywords);
   if (std::find(words.begin(), words.end(), text) != words.end()) {
     return "";
@@ -125,9 +126,7 @@ std::string KeywordProblem(const AttributeRule& attribute, const std::string& te
   for (const std::string& word : words) {
     all += (all.empty() ? "" : ", ") + word;
   }
-  return " is no keyword: " +
-         std::string(attribute.keywords == std::string("mmap factory") ? "the daemon takes factory"
-                                                                       : "the daemon passes over it") +
+  return " is no keyword: the daemon " + Otherwise(attribute) +
          (hint.empty() ? (words.size() == 1 ? "; there is " : "; there are ") + all : hint);
 }
 
@@ -139,18 +138,31 @@ bool HasOuterBlank(const std::string& text) {
 
 }  // namespace
 
-void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
+std::string Otherwise(const Attribute& attribute) {
+  if (attribute.otherwise < 0) {
+    return "passes over it";
+  }
+  const auto code = static_cast<uint32_t>(attribute.otherwise);
+  return "takes " + (code < attribute.firstCode ? "none" : Words(attribute.keywords)[code - attribute.firstCode]);
+}
+
+void CheckValue(const xmlNode* element, const Element& row, const Attribute& attribute, const std::string& text,
                 Findings* findings) {
-  const std::string what = std::string(element.name) + ' ' + attribute.name + '=' + Quoted(text);
+  const std::string what = std::string(row.name) + ' ' + attribute.name + '=' + Quoted(text);
   std::string problem;
+  const char* id = "path";
   bool isPath = false;
   switch (attribute.kind) {
     case Kind::Number:
     case Kind::Kilobytes:
     case Kind::Seconds:
+      id = "number";
       problem = NumberProblem(attribute.kind, text);
       break;
     case Kind::Keyword:
+    case Kind::Style:
+    case Kind::WriteMode:
+      id = "keyword";
       problem = KeywordProblem(attribute, text);
       break;
     case Kind::Output:
@@ -162,6 +174,7 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
       break;
     case Kind::Name:
       if (text.empty() || text.size() > kLongestText) {
+        id = "name";
         problem = (text.empty() ? " is empty" : kTooLong) + ": nothing can be started by it";
       }
       break;
@@ -169,13 +182,13 @@ void CheckValue(const ElementRule& element, const AttributeRule& attribute, cons
       break;
   }
   if (!problem.empty()) {
-    findings->Error(line, what + problem);
+    findings->Add(element, id, what + problem);
   } else if (text.size() > kLongestText) {
-    findings->Warning(line, what + kTooLong + ": the daemon stores an empty text");
+    findings->Add(element, "text-long", what + kTooLong + ": the daemon stores an empty text");
   } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
-    findings->Warning(line, what + " begins or ends with a blank: the daemon takes it for a part of it");
+    findings->Add(element, "blank", what + " begins or ends with a blank: the daemon takes it for a part of it");
   } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
-    findings->Warning(line, what + " looks like a pattern: the daemon takes it as it stands");
+    findings->Add(element, "pattern", what + " looks like a pattern: the daemon takes it as it stands");
   }
 }
 

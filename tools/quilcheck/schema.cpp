@@ -1,0 +1,147 @@
+// The grammar for people and for editors.
+
+#include <algorithm>
+
+#include "quilcheck/grammar.h"
+
+using namespace ConfigGrammar;
+
+namespace Quilcheck {
+
+namespace {
+
+constexpr char kTypes[] = R"(<?xml version="1.0" encoding="UTF-8"?>
+<!-- Made by quilcheck from its grammar. What it refuses is wrong; what it cannot say, quilcheck finds. -->
+<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">
+  <xs:simpleType name="blank">
+    <xs:restriction base="xs:token"><xs:maxLength value="0"/></xs:restriction>
+  </xs:simpleType>
+  <xs:simpleType name="number">
+    <xs:restriction base="xs:nonNegativeInteger"><xs:maxInclusive value="2147483647"/></xs:restriction>
+  </xs:simpleType>
+  <!-- The daemon counts bytes, which are at least as many as characters. -->
+  <xs:simpleType name="text"><xs:restriction base="xs:string"><xs:maxLength value="255"/></xs:restriction></xs:simpleType>
+  <xs:simpleType name="name"><xs:restriction base="text"><xs:minLength value="1"/></xs:restriction></xs:simpleType>
+  <xs:simpleType name="directory"><xs:restriction base="text"><xs:pattern value="/[\s\S]*"/></xs:restriction></xs:simpleType>
+  <xs:simpleType name="path"><xs:restriction base="text"><xs:pattern value="/[\s\S]*[^/]"/></xs:restriction></xs:simpleType>
+  <xs:simpleType name="column">
+    <xs:restriction base="text"><xs:pattern value="/[\s\S]*[^/]|(DateTime|CurrentTime)[\s\S]*"/></xs:restriction>
+  </xs:simpleType>
+  <xs:element name="quilcatConfigs">
+    <xs:complexType><xs:sequence><xs:element name="quilcat" type="quilcat" maxOccurs="unbounded"/></xs:sequence></xs:complexType>
+    <xs:unique name="serviceName"><xs:selector xpath="quilcat"/><xs:field xpath="@name"/></xs:unique>
+  </xs:element>
+)";
+
+struct KindNames {
+  const char* forPeople;
+  const char* type;  ///< of the schema
+};
+
+KindNames NamesOf(Kind kind) {
+  switch (kind) {
+    case Kind::Name:
+      return {"text, 1 to 255 bytes", "name"};
+    case Kind::Number:
+      return {"number", "number"};
+    case Kind::Kilobytes:
+      return {"number of KiB", "number"};
+    case Kind::Seconds:
+      return {"number of seconds", "number"};
+    case Kind::Keyword:
+    case Kind::Style:
+    case Kind::WriteMode:
+      return {"keyword", nullptr};
+    case Kind::Output:
+    case Kind::Node:
+      return {"path", "path"};
+    case Kind::Column:
+      return {"path or time", "column"};
+    case Kind::Directory:
+      return {"path", "directory"};
+    case Kind::Text:
+      return {"text", "text"};
+  }
+  return {};
+}
+
+std::string TypeForPeople(const Attribute& attribute) {
+  std::string text;
+  for (const std::string& word : Words(attribute.keywords != nullptr ? attribute.keywords : "")) {
+    text += (text.empty() ? "`" : ", `") + word + '`';
+  }
+  return text.empty() ? NamesOf(attribute.kind).forPeople : text;
+}
+
+std::string AttributeType(const Element& element, const Attribute& attribute) {
+  std::string text = std::string("<xs:attribute name=\"") + attribute.name + '"';
+  text += element.Needs(attribute) ? " use=\"required\"" : "";
+  if (attribute.keywords == nullptr) {
+    return text + " type=\"" + NamesOf(attribute.kind).type + "\"/>\n";
+  }
+  text += "><xs:simpleType><xs:restriction base=\"xs:string\">\n";
+  for (const std::string& word : Words(attribute.keywords)) {
+    text += "        <xs:enumeration value=\"" + word + "\"/>\n";
+  }
+  return text + "      </xs:restriction></xs:simpleType></xs:attribute>\n";
+}
+
+std::string WithoutMarks(std::string text) {
+  for (const char* mark : {"`", "[", "]"}) {
+    text.erase(std::remove(text.begin(), text.end(), *mark), text.end());
+  }
+  return text;
+}
+
+std::string Documentation(const std::string& text) {
+  return "    <xs:annotation><xs:documentation>" + WithoutMarks(text) + "</xs:documentation></xs:annotation>\n";
+}
+
+std::string TypeOf(const Element& element) {
+  std::string content, attributes, meaning = element.HoldsOthers() ? element.meaning : "";
+  for (const Element* child = kElements; child->name != nullptr; ++child) {
+    if (std::string(child->parent) == element.name) {
+      content += std::string("      <xs:element name=\"") + child->name + "\" type=\"" + child->name + "\"/>\n";
+    }
+  }
+  for (const Attribute* attribute = element.attributes; attribute->name != nullptr; ++attribute) {
+    attributes += "      " + AttributeType(element, *attribute);
+    meaning += (meaning.empty() ? "" : "; ") + std::string(attribute->name) + ": " + attribute->meaning;
+  }
+  const std::string inside = element.HoldsOthers() ? "    <xs:choice minOccurs=\"1\" maxOccurs=\"unbounded\">\n" +
+                                                         content + "    </xs:choice>\n" + attributes
+                                                   : "    <xs:simpleContent><xs:extension base=\"blank\">\n" +
+                                                         attributes + "    </xs:extension></xs:simpleContent>\n";
+  return std::string("  <xs:complexType name=\"") + element.name + "\">\n" + Documentation(meaning) + inside +
+         "  </xs:complexType>\n";
+}
+
+}  // namespace
+
+std::string ElementTable() {
+  std::string table = "| In | Element | Attribute | Default | Again | Meaning |\n|---|---|---|---|---|---|\n";
+  for (const Element* element = kElements; element->name != nullptr; ++element) {
+    const std::string parent = *element->parent != '\0' ? element->parent : "root";
+    std::string name = std::string("`") + element->name + '`', again = WhichCounts(*element);
+    if (element->HoldsOthers()) {
+      table += "| " + parent + " | " + name + " | | | " + again + " | " + element->meaning + " |\n";
+    }
+    for (const Attribute* attribute = element->attributes; attribute->name != nullptr; ++attribute) {
+      const bool isFirst = !element->HoldsOthers() && attribute == element->attributes;
+      table += "| " + (isFirst ? parent + " | " + name : " | ") + " | `" + attribute->name +
+               "`: " + TypeForPeople(*attribute) + " | " + attribute->fallback + " | " + (isFirst ? again : "") +
+               " | " + attribute->meaning + " |\n";
+    }
+  }
+  return table;
+}
+
+std::string Schema() {
+  std::string text = kTypes;
+  for (const Element* element = kElements; element->name != nullptr; ++element) {
+    text += TypeOf(*element);
+  }
+  return text + "</xs:schema>\n";
+}
+
+}  // namespace Quilcheck
