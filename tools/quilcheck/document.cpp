@@ -109,6 +109,29 @@ bool TextIsBounded(xmlDoc* document) {
   return budget > 0;
 }
 
+bool IsText(const xmlNode* node) {
+  return (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && node->content != nullptr;
+}
+
+int LineFeeds(const std::string& text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+/// The line in which a text begins. The parser notes one in its middle, but those where tags and comments end.
+int BeginOfText(const xmlNode* text) {
+  int lineFeeds = 0;
+  const xmlNode* before = text;
+  do {
+    const xmlNode* up = before->prev == nullptr ? before->parent : nullptr;
+    before = up != nullptr ? up : before->prev;
+    while (up == nullptr && before->type == XML_ELEMENT_NODE && before->last != nullptr) {
+      before = before->last;
+    }
+    lineFeeds += IsText(before) ? LineFeeds(Plain(before->content)) : 0;
+  } while (IsText(before));
+  return lineFeeds + static_cast<int>(xmlGetLineNo(before));
+}
+
 }  // namespace
 
 bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
@@ -157,7 +180,11 @@ bool IsInside(const xmlNode* node, const xmlNode* element) {
 }
 
 int LineOf(const xmlNode* node) {
-  return static_cast<int>(xmlGetLineNo(node));
+  if (!IsText(node)) {
+    return static_cast<int>(xmlGetLineNo(node));
+  }
+  const std::string text = Plain(node->content);
+  return BeginOfText(node) + LineFeeds(text.substr(0, text.find_first_not_of(" \t\r\n")));
 }
 
 std::string NameOf(const xmlNode* node) {

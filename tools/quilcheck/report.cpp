@@ -37,7 +37,7 @@ void ReadServices(const Properties& properties, Report* report) {
   }
 }
 
-void CheckRoot(Report* report) {
+void CheckRoot(bool allServices, Report* report) {
   const xmlNode* root = report->document.Root();
   if (!IsElement(root, kUsualRoot)) {
     report->findings.Add(root, "root-name",
@@ -51,8 +51,8 @@ void CheckRoot(Report* report) {
                              (isService ? "; did you mean <quilcatConfigs> around <quilcat>?" : ""));
   }
   for (const char* name : QuilConfig::kBuiltInServices) {
-    if (std::none_of(report->services.begin(), report->services.end(),
-                     [name](const ServiceReading& service) { return service.name == name; })) {
+    if (allServices && std::none_of(report->services.begin(), report->services.end(),
+                                    [name](const ServiceReading& service) { return service.name == name; })) {
       report->findings.Add(
           root, "built-in-gone",
           std::string("no service ") + name + " in this file: with a file the built-in one is gone, its process idles");
@@ -91,7 +91,7 @@ void KeepService(const std::string& name, Report* report) {
 bool CheckAll(const Request& request, const Root* root, Report* report, std::string* reason) {
   CheckStructure(report->document.Root(), ConfigGrammar::kRoot, &report->findings);
   ReadServices(request.properties, report);
-  CheckRoot(report);
+  CheckRoot(request.service.empty(), report);
   for (const ServiceReading& service : report->services) {
     report->findings.SetService(service.name);
     CheckService(service, &report->findings);
