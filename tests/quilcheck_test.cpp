@@ -86,10 +86,11 @@ std::string Style(const std::string& attributes, const std::string& inputs = kNo
   return "<quilcatGroup><logStyle " + attributes + "/>" + kOut + '\n' + inputs + "</quilcatGroup>";
 }
 std::string Outputs(const std::vector<std::string>& paths) {
-  std::string groups;
+  std::string groups, node = "/dev/n";
   for (const std::string& path : paths) {
-    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + "><inputNodeSet><dataPath=/dev/n" +
-              (groups.empty() ? "" : std::to_string(groups.size())) + "></inputNodeSet></quilcatGroup>\n";
+    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + "><inputNodeSet><dataPath=" + node +
+              "></inputNodeSet></quilcatGroup>\n";
+    node += '1';
   }
   return groups;
 }
@@ -158,6 +159,9 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Poll(kNode + "<logStyle=poll_cmd>"), {"4 again: logStyle again*", "4 style-late: *the daemon keeps poll_node"}},
       {Poll("<inputNodeSet><dataPath=/d/ ><width=8192></inputNodeSet>"), {"4 blank: *blank*", "4 width: *8191*"}},
       // What collects nothing, or something else.
+      {kStream + "\n<cpuSets value='little'>x &lt;\n</cpuSets>\n<!--\n-->\nx",
+       {"4 text-ignored: *", "8 text-ignored: *"}},
+      {Poll("<inputNodeSet><dataPath=/d><width=0>\n<width=10></inputNodeSet>"), {"5 again: *the first above 0 counts"}},
       {Style("value='poll_cmd'", "<inputCmdSet><command=c></inputCmdSet>"),
        {"2 collects-nothing: *collects nothing*", "3 group-idle: *poll_cmd collects nothing*"}},
       {Style("value='monitor_dir'", "<inputDirSet><inputDirPath=/d/></inputDirSet><inputDirSet/>"),
@@ -167,6 +171,22 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Style("value='monitor_node'", "<inputNodeSet><dataPath=DateTime></inputNodeSet>"),
        {"4 stream-path: *is no path*"}},
       {Style("value='monitor_node'", "<inputNodeSet><dataPath=/sys/x></inputNodeSet>"), {"4 stream-ends: *poll_node?"}},
+      {Style("value='monitor_node'", "<inputNodeSet><dataPath=/proc/meminfo></inputNodeSet>"), {"4 stream-ends: *"}},
+      // What waits, and what a log does to others.
+      {Poll("<inputNodeSet><dataPath=/dev/kmsg><titlePath=/proc/../proc/kmsg></inputNodeSet>"),
+       {"4 poll-waits: *", "4 title-waits: *"}},
+      {Poll("<inputNodeSet><alterdataPath=/data/log/s/s.I000.20260101-000000.gz></inputNodeSet>"),
+       {"4 output-node: *is a file of the output in line 3*"}},
+      {Outputs({"/dev/n"}), {"3 output-place: *", "3 output-node: *"}},
+      {Outputs({"/system/etc/quilcat_config.xml"}), {"3 output-place: *", "3 output-node: *configuration*"}},
+      {Outputs({"/data/log", "/data/system/x/y", "/data/other/x"}),
+       {"3 output-foreign: *\"/data\" to root:system*", "4 output-foreign: *", "5 output-place: *outside /data/log*"}},
+      {"<logRotateSizeKBytes=4194304>" + kStream, {"3 again: *", "3 rotation-large: *4 GiB*2 GiB*mean 4096?"}},
+      // What is accepted.
+      {kStream + "<!-- quilcheck: allow no-effect: on purpose -->\n<cpuSets=big>", {}},
+      {kStream + "<!-- quilcheck: allow no-effect -->\n<cpuSets=big>", {"3 allow-unused: *reason*", "4 no-effect: *"}},
+      {"<!-- quilcheck: allow oops: it is so -->" + kStream + "<!-- quilcheck: allow disk: later -->\n<cpuSets=little>",
+       {"3 allow-unused: *\"oops\"*"}},
       // What has no effect.
       {Style("value='monitor_node' interval='5' failureRetry='3'"),
        {"3 no-effect: logStyle interval has no effect*", "3 no-effect: logStyle failureRetry has no effect*"}},
@@ -198,6 +218,8 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {"<writeMode=factory>" + Outputs({"/data/log/a/x", "/data/log/a/x.5"}),
        {"3 output-shared: *takes \"/data/log/a/x.5\"*", "4 output-shared: *takes \"/data/log/a/x.5\"*"}},
       {"<writeMode=factory>" + Outputs({"/data/log/a/log", "/data/log/a/logcat"}), {}},
+      {"<writeMode=factory>" + Outputs({"/data/log/a/x", "/data/log/a/x-7.tar.gz", "/data/log/a/x_tmp/y"}),
+       {"4 output-shared: *gives to files of its own", "5 output-shared: *needs a directory*"}},
       {Outputs({"/data/log/a/x", "/data/log/a/x/y/z"}),
        {"4 output-shared: *needs a directory where the output in line 3 has*"}},
   };
@@ -376,6 +398,11 @@ TEST(Quilcheck, RootIsLookedUp) {
   std::filesystem::remove("/data/root/dev/n");
   EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
   ExpectFindings(*CheckText(Service(Outputs({"/data/log/new/log"})), "s", "/data/root"), {}, "");
+  std::filesystem::create_symlink("n", "/data/root/dev/n1");
+  std::filesystem::create_symlink("n11", "/data/root/dev/n11");
+  ExpectFindings(
+      *CheckText(Service(Outputs({"/data/log/new/log", "/link/x/../log/new/log", "/data/log/x/y"})), "s", "/data/root"),
+      {"4 stream-shared: *", "4 output-shared: *is that of line 3*", "5 node-missing: *"}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/log/file></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/none><alterdataPath=/link/log></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/none>\n<alterdataPath=/no></inputNodeSet>")),
@@ -412,6 +439,17 @@ TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_EQ(Shell("-q -s s -o json"),
             "{\n\"file\": \"/system/etc/quilcat_config.xml\",\n\"errors\": 0,\n\"warnings\": 0,\n"
             "\"findings\": []\n}\nstatus 0\n");
+  EXPECT_EQ(Shell("-q -s s -p ro.build.version.vexa=1 --disk 384K"), "status 0\n");
+  EXPECT_NE(Shell("-q -s s --disk 0k").find("status 2"), std::string::npos);
+  EXPECT_NE(Shell("-q -s s --disk 9k").find(" may take 10 KiB, more than the 9 KiB "), std::string::npos);
+  WriteFile("/data/rc", "service a /system/bin/logwrapper \\\n /system/bin/quilcat -b ss\n  user root\n");
+  const std::string init = Shell("-q --rc /data/rc");
+  EXPECT_NE(init.find(":1: error: /data/rc:1 starts \"ss\""), std::string::npos) << init;
+  EXPECT_NE(init.find("[init-missing]"), std::string::npos) << init;
+  EXPECT_EQ(
+      Shell("--explain poll-fast"),
+      "poll-fast (warning): Without an interval rows are written without a pause, at\n  all of a CPU.\nstatus 0\n");
+  EXPECT_EQ(Shell("--version"), "quilcheck " QUILCAT_VERSION "\nstatus 0\n");
   Report odd;  // surrogate, overlong, beyond Unicode, cut short: no UTF-8
   odd.file = "\xed\xa0\x80 \xe0\x9f\xbf \xf4\x90\x80\x80 \xe2\x82\"\xc3\xa4\n";
   EXPECT_NE(Json(odd, false)
@@ -419,7 +457,8 @@ TEST(Quilcheck, OptionsAndStatus) {
             std::string::npos);
   WriteFile(kConfig, Service(kStream + "<oops/>"));
   EXPECT_NE(Shell("-q -o json").find(R"("text": "element \"oops\" does not belong)"), std::string::npos);
-  for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none"}) {
+  for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none",
+                            "--rc /none", "--explain none"}) {
     EXPECT_NE(Shell(wrong).find("status 2\n"), std::string::npos) << wrong;
   }
 }
