@@ -15,18 +15,22 @@ constexpr char kPage[] =
 
 constexpr const char* kSeverities[] = {"note", "warning", "error"};
 
-// | `title-waits` | error | What it is, and what to do. |
+// | `title-waits` | error | what the daemon does | What it is, and what to do. |
 std::map<std::string, Rule> ReadRules() {
   std::map<std::string, Rule> rules;
   std::istringstream page(kPage);
   for (std::string line; std::getline(page, line);) {
-    for (const Severity severity : {Severity::Note, Severity::Warning, Severity::Error}) {
-      const std::string separator = std::string("` | ") + NameOf(severity) + " | ";
-      const size_t end = line.find(separator);
-      if (line.rfind("| `", 0) == 0 && end != std::string::npos) {
-        const size_t text = end + separator.size();
-        rules[line.substr(3, end - 3)] = {severity, line.substr(text, line.rfind(" |") - text)};
-      }
+    std::istringstream row(line);
+    std::string cells[5];
+    for (std::string& cell : cells) {
+      std::getline(row, cell, '|');
+      cell.erase(0, cell.find_first_not_of(' '));
+      cell.erase(cell.find_last_not_of(' ') + 1);
+    }
+    const auto* level = std::find(std::begin(kSeverities), std::end(kSeverities), cells[2]);
+    if (level != std::end(kSeverities) && cells[1].size() > 2) {
+      const auto severity = static_cast<Severity>(level - kSeverities);
+      rules[cells[1].substr(1, cells[1].size() - 2)] = {severity, cells[3], cells[4]};
     }
   }
   return rules;
@@ -43,8 +47,11 @@ const char* NameOf(Severity severity) {
   return kSeverities[static_cast<size_t>(severity)];
 }
 
-void Findings::Add(const xmlNode* element, const char* id, std::string text, std::string otherService) {
-  list.push_back({element, LineOf(element), id, Rules().at(id).severity, std::move(text), service, otherService});
+void Findings::Add(const xmlNode* element, const char* id, const std::string& what, const std::string& hint,
+                   const std::string& otherService) {
+  const Rule& rule = Rules().at(id);
+  const std::string text = what + (rule.consequence.empty() ? "" : ": ") + rule.consequence + hint;
+  list.push_back({element, LineOf(element), id, rule.severity, text, service, otherService});
 }
 
 void Findings::AddOfParser(int line, bool isFatal, std::string text) {

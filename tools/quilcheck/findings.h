@@ -14,6 +14,7 @@ enum class Severity { Note, Warning, Error };
 /// What quilcheck looks for: a row of the table of rules in docs/configuration.md, which is compiled in.
 struct Rule {
   Severity severity;
+  std::string consequence;  ///< what the daemon does; may be empty
   std::string text;
 };
 
@@ -36,7 +37,9 @@ struct Finding {
 /// The findings about one file, ordered by line after a call of Sort.
 class Findings {
  public:
-  void Add(const xmlNode* element, const char* id, std::string text, std::string otherService = "");
+  /// The text becomes "WHAT: consequence of the rule; did you mean HINT?"
+  void Add(const xmlNode* element, const char* id, const std::string& what, const std::string& hint = "",
+           const std::string& otherService = "");
   void AddOfParser(int line, bool isFatal, std::string text);
 
   /// Sets the service that findings added from now on are about; empty: the file.

@@ -45,9 +45,8 @@ bool CheckInit(const std::string& file, const std::vector<ServiceReading>& servi
     missing.erase(name);
     if (!name.empty() && known.count(name) == 0) {
       findings->Add(top, "init-unknown",
-                    file + ':' + std::to_string(first) + " starts " + Quoted(name) +
-                        ", which is not in this file: its process idles" +
-                        HintAmong({known.begin(), known.end()}, name));
+                    file + ':' + std::to_string(first) + " starts " + Quoted(name) + ", which is not in this file",
+                    HintAmong({known.begin(), known.end()}, name));
     }
   }
   for (const ServiceReading& service : services) {

@@ -71,38 +71,27 @@ void AddGroup(const ServiceReading& service, const GroupReading& group, const Ro
   }
 }
 
-void CheckWay(const NodeUse& node, bool waits, bool ends, Findings* findings) {
-  const std::string what = NameOf(node.element) + ' ' + Quoted(node.path);
-  if (waits && node.way == NodeUse::GivesTitle) {
-    findings->Add(node.element, "title-waits", what + " waits for text, perhaps for ever: its group does not begin");
-  } else if (waits && node.way == NodeUse::Polls) {
-    findings->Add(node.element, "poll-waits",
-                  what +
-                      " waits for more text: the row is never finished, and the text is gone for whoever streams it; "
-                      "did you mean monitor_node?");
-  } else if (ends && node.way == NodeUse::Streams) {
-    findings->Add(node.element, "stream-ends",
-                  what +
-                      " has an end: streamed, it is logged once, then read again and again without a pause, and no "
-                      "new value is ever logged; did you mean poll_node?");
-  }
-}
-
 void CheckNode(const NodeUse& node, const Root* root, Findings* findings) {
-  const bool isKnown = IsKnownToWait(node.place) || IsKnownToEnd(node.place);
-  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(node.path) : std::nullopt;
   const std::string what = NameOf(node.element) + ' ' + Quoted(node.path);
+  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(node.path) : std::nullopt;
+  const mode_t mode = found.has_value() ? found->st_mode : 0;
+  const bool isKnown = IsKnownToWait(node.place) || IsKnownToEnd(node.place);
+  const bool waits = isKnown ? IsKnownToWait(node.place) : S_ISFIFO(mode);
+  const bool ends = isKnown ? IsKnownToEnd(node.place) : S_ISREG(mode);
   if (root != nullptr && !found.has_value()) {
-    findings->Add(
-        node.element, "node-missing",
-        what + " does not exist: " + (node.way == NodeUse::Streams ? "the log stays empty" : "it cannot be read"));
-  } else if (found.has_value() && (S_ISDIR(found->st_mode) || S_ISSOCK(found->st_mode))) {
-    findings->Add(node.element, "node-unreadable",
-                  what + (S_ISDIR(found->st_mode) ? " is a directory" : " is a socket") + ": it cannot be read");
-  } else if (found.has_value() && !isKnown) {
-    CheckWay(node, S_ISFIFO(found->st_mode), S_ISREG(found->st_mode), findings);
-  } else {
-    CheckWay(node, IsKnownToWait(node.place), IsKnownToEnd(node.place), findings);
+    findings->Add(node.element, "node-missing", what + " does not exist");
+    return;
+  }
+  if (S_ISDIR(mode) || S_ISSOCK(mode)) {
+    findings->Add(node.element, "node-unreadable", what + (S_ISDIR(mode) ? " is a directory" : " is a socket"));
+    return;
+  }
+  if (waits && node.way == NodeUse::GivesTitle) {
+    findings->Add(node.element, "title-waits", what + " waits for text, perhaps for ever");
+  } else if (waits && node.way == NodeUse::Polls) {
+    findings->Add(node.element, "poll-waits", what + " waits for more text", "; did you mean monitor_node?");
+  } else if (ends && node.way == NodeUse::Streams) {
+    findings->Add(node.element, "stream-ends", what + " has an end", "; did you mean poll_node?");
   }
 }
 
@@ -126,10 +115,9 @@ void CheckNodes(const std::vector<NodeUse>& nodes, const Root* root, Findings* f
     if (node.way == NodeUse::Streams) {
       const auto [first, isNew] = streams.emplace(node.place, &node);
       if (!isNew) {
+        const std::string line = std::to_string(LineOf(first->second->element));
         findings->Add(node.element, "stream-shared",
-                      "dataPath " + Quoted(node.path) + " is streamed in line " +
-                          std::to_string(LineOf(first->second->element)) +
-                          " too: a node that gives each line once, as /proc/kmsg does, gives it to one of them",
+                      "dataPath " + Quoted(node.path) + " is streamed in line " + line + " too", "",
                       first->second->service->name);
       }
     }

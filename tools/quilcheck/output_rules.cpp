@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <string_view>
 
 #include "config/quil_config.h"
 #include "logfile/file_names.h"
@@ -22,8 +21,6 @@ namespace {
 // Each output may clash with each; whoever has mended so many asks again.
 constexpr size_t kMostFindings = 10000;
 
-using Suffixes = std::set<std::string, std::less<>>;
-
 /// One output, its paths spelled as in the file: the daemon compares and measures them so.
 struct Output {
   Output(const ServiceReading& owner, const GroupReading& group, const Root* root)
@@ -37,7 +34,6 @@ struct Output {
         placeDirectory(root != nullptr ? root->Resolved(directory) : NormalPath(directory)),
         place(placeDirectory + '/' + base),
         madeNames(MadeNames()),
-        replacedSuffixes(ReplacedSuffixes()),
         directoryHasBase((directory + '/').find(base) != std::string::npos),
         directoryHasGz((directory + '/').find(FileNames::kGzip) != std::string::npos) {}
 
@@ -56,46 +52,26 @@ struct Output {
     return names;
   }
 
-  /// What stands behind its path in names that it removes or replaces whatever stands there. In mmap mode these are its
-  /// links, and what factory mode may have left.
-  Suffixes ReplacedSuffixes() const {
+  /// Whether `name` of its directory is that of a file, link or directory of its own, now or at some time. Whatever
+  /// stands there is removed or replaced.
+  bool Uses(const std::string& name) const {
     if (mapped) {
-      const std::vector<std::string> old = FileNames::oldStyle("");
-      Suffixes suffixes(old.begin(), old.end());
-      suffixes.insert({"", FileNames::previousLink("")});
-      return suffixes;
+      return name == base || name == FileNames::previousLink(base) || FileNames::parseIndexed(name).output == base;
     }
-    Suffixes suffixes = {"", FileNames::packingDirectory("")};
-    for (int number = 1; number <= FileNames::kFilesPerArchive; ++number) {
-      suffixes.insert(FileNames::rotated("", number));
-    }
-    for (int number = 0; number < archives; ++number) {
-      suffixes.insert(FileNames::archive("", number));
-    }
-    return suffixes;
+    return name == base || FileNames::outputOfRotated(name) == base ||
+           FileNames::outputOfPackingDirectory(name) == base || FileNames::outputOfArchive(name) == base;
   }
 
   /// Whether it takes a file `name` of its directory: by a file or link of its own, or in its clean-up. That takes what
-  /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name.
+  /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name; in mmap
+  /// mode what factory mode may have left, too.
   bool Takes(const std::string& name, bool isLink) const {
-    if (name.compare(0, base.size(), base) == 0 &&
-        replacedSuffixes.find(std::string_view(name).substr(base.size())) != replacedSuffixes.end()) {
-      return true;
-    }
+    const std::vector<std::string> old = FileNames::oldStyle(base);
     const bool hasBase = directoryHasBase || name.find(base) != std::string::npos;
     const bool hasGz = directoryHasGz || name.find(FileNames::kGzip) != std::string::npos;
     const bool isIndexed = name.size() == base.size() + FileNames::kSuffixLength;
-    return hasBase && hasGz && !isLink && (mapped || isIndexed);
-  }
-
-  /// Whether `name` of its directory is that of a file, link or directory of its own, now or at some time.
-  bool Uses(const std::string& name) const {
-    if (name == base || (mapped && name == FileNames::previousLink(base))) {
-      return true;
-    }
-    return mapped ? FileNames::parseIndexed(name).output == base
-                  : FileNames::outputOfRotated(name) == base || FileNames::outputOfArchive(name) == base ||
-                        FileNames::outputOfPackingDirectory(name) == base;
+    return Uses(name) || (mapped && std::find(old.begin(), old.end(), name) != old.end()) ||
+           (hasBase && hasGz && !isLink && (mapped || isIndexed));
   }
 
   const ServiceReading* service;
@@ -108,22 +84,9 @@ struct Output {
   std::string placeDirectory;  ///< without links and steps, like the next
   std::string place;
   std::vector<std::pair<std::string, bool>> madeNames;
-  Suffixes replacedSuffixes;
   bool directoryHasBase;
   bool directoryHasGz;
 };
-
-/// A file of `victim` that `output` takes; empty when there is none.
-std::string TakenFile(const Output& output, const Output& victim) {
-  for (const auto& [name, isLink] : victim.madeNames) {
-    if (output.Takes(name, isLink)) {
-      return victim.directory + '/' + name;
-    }
-  }
-  return "";
-}
-
-using Directories = std::map<std::string, std::vector<const Output*>>;
 
 std::string LineText(const Output& output) {
   return "the output in line " + std::to_string(LineOf(output.element));
@@ -146,9 +109,11 @@ class OutputRules {
   void CheckNode(const NodeUse& node) const;
 
  private:
-  void Add(const Output& output, const char* id, const std::string& text, const std::string& other = "") const {
+  void Add(const Output& output, const char* id, const std::string& text, const char* hint = "",
+           const Output* other = nullptr) const {
     findings->SetService(output.service->name);
-    findings->Add(output.element, id, "outputFilePath " + Quoted(output.path) + ' ' + text, other);
+    findings->Add(output.element, id, "outputFilePath " + Quoted(output.path) + ' ' + text, hint,
+                  other != nullptr ? other->service->name : "");
     findings->SetService("");
   }
   const Output* UserOf(const std::string& place) const;
@@ -156,7 +121,7 @@ class OutputRules {
   bool CheckTaken(const Output& output, const Output& victim) const;
 
   const std::vector<Output>& outputs;
-  Directories directories;
+  std::map<std::string, std::vector<const Output*>> directories;
   const Root* const root;
   Findings* const findings;
 };
@@ -176,57 +141,48 @@ const Output* OutputRules::UserOf(const std::string& place) const {
 }
 
 void OutputRules::CheckPlace(const Output& output) const {
-  // Of what is in /data, a device without this program has all but /data/log.
-  static const std::set<std::string> kForeign = {
-      "adb",          "anr",        "app",       "backup",     "bootchart",      "cache",
-      "dalvik-cache", "data",       "drm",       "local",      "lost+found",     "media",
-      "misc",         "nfc",        "ota",       "property",   "resource-cache", "ss",
-      "system",       "system_ce",  "system_de", "tombstones", "user",           "user_de",
-      "vendor",       "unencrypted"};
-  const std::string& directory = output.placeDirectory;
+  // What Android has in /data.
+  static const std::vector<std::string> kForeign = Words(
+      "adb anr app backup bootchart cache dalvik-cache data drm local lost+found media misc nfc ota property "
+      "resource-cache ss system system_ce system_de tombstones unencrypted user user_de vendor");
+  const std::string directory = output.placeDirectory.empty() ? "/" : output.placeDirectory;
   const std::string inData = directory.rfind("/data/", 0) == 0 ? directory.substr(6) : "";
-  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(output.directory + '/') : std::nullopt;
-  const bool isOthers = found.has_value() && found->st_uid != 0 && found->st_uid != geteuid();
-  if (directory == "/data" || directory.empty() || isOthers ||
-      kForeign.count(inData.substr(0, inData.find('/'))) != 0) {
-    Add(output, "output-foreign",
-        "is in a directory of others: the daemon gives " + Quoted(directory.empty() ? "/" : directory) +
-            " to root:system, with mode 0775; did you mean a directory in /data/log?");
+  const bool isForeign = std::count(kForeign.begin(), kForeign.end(), inData.substr(0, inData.find('/'))) != 0;
+  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(directory) : std::nullopt;
+  if (directory == "/" || directory == "/data" || isForeign ||
+      (found.has_value() && found->st_uid != 0 && found->st_uid != geteuid())) {
+    Add(output, "output-foreign", "is in " + Quoted(directory) + ", a directory of others",
+        "; did you mean /data/log?");
   } else if ((directory + '/').rfind("/data/log/", 0) != 0) {
     Add(output, "output-place",
-        inData.empty() ? "is outside /data: other partitions are read-only or small"
-                       : "is outside /data/log, where the label and the policy expect logs");
+        inData.empty() ? "is outside /data: other partitions are read-only or small" : "is outside /data/log");
   }
 }
 
 /// Looks at what stands in the way.
 void OutputRules::CheckPath(const Output& output) const {
-  for (size_t end = output.place.find('/', 1); end != std::string::npos; end = output.place.find('/', end + 1)) {
-    const std::string directory = output.place.substr(0, end);
-    const std::optional<struct stat> found = root->StatusOf(directory);
-    if (found.has_value() && !S_ISDIR(found->st_mode)) {
-      Add(output, "output-blocked", "needs a directory where " + Quoted(directory) + " is none: nothing is logged");
+  for (size_t end = 0; end != std::string::npos;) {
+    end = output.place.find('/', end + 1);
+    const std::string level = output.place.substr(0, end);
+    const std::optional<struct stat> found = root->StatusOf(level);
+    if (found.has_value() && S_ISDIR(found->st_mode) == (end == std::string::npos)) {
+      Add(output, "output-blocked",
+          end == std::string::npos ? "is a directory" : "needs a directory for " + Quoted(level));
       return;
     }
-  }
-  const std::optional<struct stat> found = root->StatusOf(output.place);
-  if (found.has_value() && S_ISDIR(found->st_mode)) {
-    Add(output, "output-blocked", "is a directory; did you mean a file in it?");
   }
 }
 
 /// An output where another one has a file, below one, or in the place of a configuration.
 void OutputRules::CheckNesting(const Output& output) const {
   for (std::string directory = output.placeDirectory; !directory.empty(); directory.erase(directory.rfind('/'))) {
-    const Output* other = UserOf(directory);
-    if (other != nullptr) {
-      Add(output, "output-shared", "needs a directory where " + LineText(*other) + " has a file or its own directory",
-          other->service->name);
+    if (const Output* other = UserOf(directory); other != nullptr) {
+      Add(output, "output-shared", "needs a directory where " + LineText(*other) + " has a file", "", other);
     }
   }
   for (const std::string configuration : QuilConfig::kCandidates) {
     if (UserOf(configuration) == &output) {
-      Add(output, "output-node", "takes the place of the configuration " + Quoted(configuration));
+      Add(output, "output-node", "is in the place of the configuration");
     }
   }
 }
@@ -244,36 +200,32 @@ void OutputRules::ComparePairs() const {
 
 void OutputRules::ComparePair(const Output& first, const Output& second) const {
   if (first.place == second.place) {
-    Add(second, "output-shared",
-        "is that of line " + std::to_string(LineOf(first.element)) + ": two groups write into one log",
-        first.service->name);
+    Add(second, "output-shared", "is " + LineText(first) + ", two groups write into one log", "", &first);
     return;
   }
   const bool isTaken = CheckTaken(first, second);
   if (!CheckTaken(second, first) && !isTaken && first.Uses(second.base)) {
-    Add(second, "output-shared", "has a name that " + LineText(first) + " gives to files of its own",
-        first.service->name);
+    Add(second, "output-shared", "has a name that " + LineText(first) + " gives to files of its own", "", &first);
   }
 }
 
 bool OutputRules::CheckTaken(const Output& output, const Output& victim) const {
-  const std::string file = TakenFile(output, victim);
-  if (!file.empty()) {
-    Add(output, "output-shared",
-        "has a clean-up that takes " + Quoted(file) + ", a file of " + LineText(victim) +
-            "; did you mean a directory for each?",
-        victim.service->name);
+  for (const auto& [name, isLink] : victim.madeNames) {
+    if (output.Takes(name, isLink)) {
+      const std::string file = Quoted(victim.directory + '/' + name);
+      Add(output, "output-shared", "has a clean-up that takes " + file + ", a file of " + LineText(victim),
+          "; did you mean a directory for each?", &victim);
+      return true;
+    }
   }
-  return !file.empty();
+  return false;
 }
 
 void OutputRules::CheckNode(const NodeUse& node) const {
-  const Output* output = UserOf(node.place);
-  if (output != nullptr) {
+  if (const Output* output = UserOf(node.place); output != nullptr) {
     findings->SetService(node.service->name);
     findings->Add(node.element, "output-node",
-                  NameOf(node.element) + ' ' + Quoted(node.path) + " is a file of " + LineText(*output) +
-                      ": the log takes the place of the node, and feeds itself or gives nothing",
+                  NameOf(node.element) + ' ' + Quoted(node.path) + " is a file of " + LineText(*output), "",
                   output->service->name);
     findings->SetService("");
   }

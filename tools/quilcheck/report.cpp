@@ -31,8 +31,7 @@ void ReadServices(const Properties& properties, Report* report) {
       continue;
     }
     report->findings.SetService(name);
-    report->findings.Add(node, "service-again",
-                         "service " + Quoted(name) + " again: the daemon reads the first one only");
+    report->findings.Add(node, "service-again", "service " + Quoted(name) + " again");
     report->findings.SetService("");
   }
 }
@@ -40,9 +39,7 @@ void ReadServices(const Properties& properties, Report* report) {
 void CheckRoot(bool allServices, Report* report) {
   const xmlNode* root = report->document.Root();
   if (!IsElement(root, kUsualRoot)) {
-    report->findings.Add(root, "root-name",
-                         "the root element is called " + Quoted(NameOf(root)) +
-                             ": the daemon takes any name, the schema knows quilcatConfigs only");
+    report->findings.Add(root, "root-name", "the root element is called " + Quoted(NameOf(root)));
   }
   if (report->services.empty()) {
     const bool isService = IsElement(root, "quilcat");
@@ -53,9 +50,7 @@ void CheckRoot(bool allServices, Report* report) {
   for (const char* name : QuilConfig::kBuiltInServices) {
     if (allServices && std::none_of(report->services.begin(), report->services.end(),
                                     [name](const ServiceReading& service) { return service.name == name; })) {
-      report->findings.Add(
-          root, "built-in-gone",
-          std::string("no service ") + name + " in this file: with a file the built-in one is gone, its process idles");
+      report->findings.Add(root, "built-in-gone", std::string("no service ") + name + " in this file");
     }
   }
 }

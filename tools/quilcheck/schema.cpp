@@ -33,36 +33,25 @@ constexpr char kTypes[] = R"(<?xml version="1.0" encoding="UTF-8"?>
   </xs:element>
 )";
 
-struct KindNames {
+/// For people, and in the schema; in the order of Kind.
+constexpr struct {
   const char* forPeople;
-  const char* type;  ///< of the schema
-};
+  const char* type;
+} kKinds[] = {{"text, 1 to 255 bytes", "name"},
+              {"number", "number"},
+              {"number of KiB", "number"},
+              {"number of seconds", "number"},
+              {"keyword", nullptr},
+              {"keyword", nullptr},
+              {"keyword", nullptr},
+              {"path", "path"},
+              {"path", "path"},
+              {"path or time", "column"},
+              {"path", "directory"},
+              {"text", "text"}};
 
-KindNames NamesOf(Kind kind) {
-  switch (kind) {
-    case Kind::Name:
-      return {"text, 1 to 255 bytes", "name"};
-    case Kind::Number:
-      return {"number", "number"};
-    case Kind::Kilobytes:
-      return {"number of KiB", "number"};
-    case Kind::Seconds:
-      return {"number of seconds", "number"};
-    case Kind::Keyword:
-    case Kind::Style:
-    case Kind::WriteMode:
-      return {"keyword", nullptr};
-    case Kind::Output:
-    case Kind::Node:
-      return {"path", "path"};
-    case Kind::Column:
-      return {"path or time", "column"};
-    case Kind::Directory:
-      return {"path", "directory"};
-    case Kind::Text:
-      return {"text", "text"};
-  }
-  return {};
+auto NamesOf(Kind kind) {
+  return kKinds[static_cast<size_t>(kind)];
 }
 
 std::string TypeForPeople(const Attribute& attribute) {

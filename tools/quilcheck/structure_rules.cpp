@@ -23,8 +23,12 @@ bool IsSchemaInstance(const xmlNs* space) {
          xmlStrcmp(space->href, reinterpret_cast<const xmlChar*>(kSchemaInstance)) == 0;
 }
 
+std::string AttributeName(const xmlAttr* attribute) {
+  return reinterpret_cast<const char*>(attribute->name);
+}
+
 bool NamesSchema(const xmlAttr* attribute) {
-  const std::string name = reinterpret_cast<const char*>(attribute->name);
+  const std::string name = AttributeName(attribute);
   return IsSchemaInstance(attribute->ns) && (name == "schemaLocation" || name == "noNamespaceSchemaLocation");
 }
 
@@ -36,11 +40,10 @@ bool IsBlank(const xmlNode* text) {
 /// Finds what is neither element nor attribute: the daemon does not read it.
 void CheckBetweenElements(const xmlNode* node, Findings* findings) {
   if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && !IsBlank(node)) {
-    findings->Add(
-        node, "text-ignored",
-        "text in <" + NameOf(node->parent) + ">: the daemon passes over it; did you mean value=\"...\" in the tag?");
+    findings->Add(node, "text-ignored", "text in <" + NameOf(node->parent) + '>',
+                  "; did you mean value=\"...\" in the tag?");
   } else if (node->type == XML_ENTITY_REF_NODE) {
-    findings->Add(node, "text-ignored", "entity " + NameOf(node) + " in place of elements: the daemon passes over it");
+    findings->Add(node, "text-ignored", "entity " + NameOf(node) + " in place of elements");
   }
 }
 
@@ -56,19 +59,19 @@ void CheckNamespaces(const xmlNode* element, Findings* findings) {
 void CheckRootAttributes(const xmlNode* root, Findings* findings) {
   for (const xmlAttr* attribute = root->properties; attribute != nullptr; attribute = attribute->next) {
     if (!NamesSchema(attribute)) {
-      const std::string name = reinterpret_cast<const char*>(attribute->name);
-      findings->Add(root, "no-effect", "the root element's attribute " + Quoted(name) + " has no effect");
+      findings->Add(root, "no-effect",
+                    "the root element's attribute " + Quoted(AttributeName(attribute)) + " has no effect");
     }
   }
 }
 
 void CheckAttributes(const xmlNode* element, const Element& row, Findings* findings) {
+  const std::string name = row.name;
   for (const xmlAttr* attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
-    const std::string name = reinterpret_cast<const char*>(attribute->name);
-    if (!NamesSchema(attribute) && FindAttribute(row, name) == nullptr) {
-      findings->Add(element, "attribute-unknown",
-                    std::string(row.name) + ": unknown attribute " + Quoted(name) + ": the daemon passes over it" +
-                        HintForAttribute(row, name));
+    const std::string own = AttributeName(attribute);
+    if (!NamesSchema(attribute) && FindAttribute(row, own) == nullptr) {
+      findings->Add(element, "attribute-unknown", name + ": unknown attribute " + Quoted(own),
+                    HintForAttribute(row, own));
     }
   }
   for (const Attribute* attribute = row.attributes; attribute->name != nullptr; ++attribute) {
@@ -77,8 +80,7 @@ void CheckAttributes(const xmlNode* element, const Element& row, Findings* findi
       CheckValue(element, row, *attribute, *text, findings);
     } else if (row.Needs(*attribute)) {
       findings->Add(element, "value-missing",
-                    std::string(row.name) + " without " + attribute->name + ": the daemon " +
-                        (attribute->otherwise >= 0 ? Otherwise(*attribute) : "finds nothing in it"));
+                    name + " without " + attribute->name + ": the daemon " + Otherwise(*attribute));
     }
   }
 }
@@ -110,9 +112,8 @@ void CheckStructure(const xmlNode* parent, const std::string& parentName, Findin
     const Element* row = Find(parentName.c_str(), name.c_str());
     if (row == nullptr) {
       const std::string where = parentName == kRoot ? "the root element" : parentName;
-      findings->Add(node, "element-unknown",
-                    "element " + Quoted(name) + " does not belong in " + where + ": the daemon passes over it" +
-                        HintForElement(parentName, name));
+      findings->Add(node, "element-unknown", "element " + Quoted(name) + " does not belong in " + where,
+                    HintForElement(parentName, name));
       continue;
     }
     if (parentName == kRoot) {

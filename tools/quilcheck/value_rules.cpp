@@ -26,13 +26,11 @@ const std::string kTooLong = " is longer than " + std::to_string(kLongestText) +
 // An indexed file adds index and time to the name of an output.
 constexpr size_t kLongestBase = NAME_MAX - FileNames::kSuffixLength;
 
-struct Unit {
+constexpr struct {
   Kind kind;
   const char* name;
   long factor;
-};
-
-constexpr Unit kUnits[] = {
+} kUnits[] = {
     {Kind::Kilobytes, "k", 1},       {Kind::Kilobytes, "kb", 1},       {Kind::Kilobytes, "kib", 1},
     {Kind::Kilobytes, "m", 1024},    {Kind::Kilobytes, "mb", 1024},    {Kind::Kilobytes, "mib", 1024},
     {Kind::Kilobytes, "g", 1 << 20}, {Kind::Kilobytes, "gb", 1 << 20}, {Kind::Kilobytes, "gib", 1 << 20},
@@ -46,7 +44,7 @@ const char* AfterBlanks(const char* text) {
 
 /// A hint which number was probably meant by `number` with a unit after it.
 std::string HintForUnit(Kind kind, long number, const char* unit) {
-  for (const Unit& known : kUnits) {
+  for (const auto& known : kUnits) {
     if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
       return "; did you mean " + std::to_string(number * known.factor) + '?';
     }
@@ -175,7 +173,7 @@ void CheckValue(const xmlNode* element, const Element& row, const Attribute& att
     case Kind::Name:
       if (text.empty() || text.size() > kLongestText) {
         id = "name";
-        problem = (text.empty() ? " is empty" : kTooLong) + ": nothing can be started by it";
+        problem = text.empty() ? " is empty" : kTooLong;
       }
       break;
     case Kind::Text:
@@ -184,11 +182,11 @@ void CheckValue(const xmlNode* element, const Element& row, const Attribute& att
   if (!problem.empty()) {
     findings->Add(element, id, what + problem);
   } else if (text.size() > kLongestText) {
-    findings->Add(element, "text-long", what + kTooLong + ": the daemon stores an empty text");
+    findings->Add(element, "text-long", what + kTooLong);
   } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
-    findings->Add(element, "blank", what + " begins or ends with a blank: the daemon takes it for a part of it");
+    findings->Add(element, "blank", what + " begins or ends with a blank");
   } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
-    findings->Add(element, "pattern", what + " looks like a pattern: the daemon takes it as it stands");
+    findings->Add(element, "pattern", what + " looks like a pattern");
   }
 }
 
