@@ -180,7 +180,7 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Outputs({"/dev/n"}), {"3 output-place: *", "3 output-node: *"}},
       {Outputs({"/system/etc/quilcat_config.xml"}), {"3 output-place: *", "3 output-node: *configuration*"}},
       {Outputs({"/data/log", "/data/system/x/y", "/data/other/x"}),
-       {"3 output-foreign: *\"/data\" to root:system*", "4 output-foreign: *", "5 output-place: *outside /data/log*"}},
+       {"3 output-foreign: *\"/data\"*to root:system*", "4 output-foreign: *", "5 output-place: *outside /data/log*"}},
       {"<logRotateSizeKBytes=4194304>" + kStream, {"3 again: *", "3 rotation-large: *4 GiB*2 GiB*mean 4096?"}},
       // What is accepted.
       {kStream + "<!-- quilcheck: allow no-effect: on purpose -->\n<cpuSets=big>", {}},
@@ -206,7 +206,7 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {Poll("<inputNodeSet><dataPath=/d><title=T></inputNodeSet><inputNodeSet><dataPath=/d><title=U></inputNodeSet>"),
        {"4 headings: *no width before*"}},
       // Outputs.
-      {Outputs({"/data/log/a/log", "/data/log/b/..//a/./log"}), {"4 output-shared: *is that of line 3*"}},
+      {Outputs({"/data/log/a/log", "/data/log/b/..//a/./log"}), {"4 output-shared: *is the output in line 3*"}},
       {Outputs({"/data/log/a/log", "/data/log/b/log", "/data/log/c/other"}), {}},
       {Outputs({"/data/log/a/one", "/data/log/a/two"}), {}},
       {Outputs({"/data/log/a/log", "/data/log/a/logcat"}),
@@ -218,8 +218,9 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
       {"<writeMode=factory>" + Outputs({"/data/log/a/x", "/data/log/a/x.5"}),
        {"3 output-shared: *takes \"/data/log/a/x.5\"*", "4 output-shared: *takes \"/data/log/a/x.5\"*"}},
       {"<writeMode=factory>" + Outputs({"/data/log/a/log", "/data/log/a/logcat"}), {}},
-      {"<writeMode=factory>" + Outputs({"/data/log/a/x", "/data/log/a/x-7.tar.gz", "/data/log/a/x_tmp/y"}),
-       {"4 output-shared: *gives to files of its own", "5 output-shared: *needs a directory*"}},
+      {"<writeMode=factory>" + Outputs({"/data/log/a/x", "/data/log/a/x-0.tar.gz", "/data/log/a/x_tmp/y"}),
+       {"3 output-shared: *", "4 output-shared: *takes \"/data/log/a/x-0.tar.gz\"*",
+        "5 output-shared: *needs a directory*"}},
       {Outputs({"/data/log/a/x", "/data/log/a/x/y/z"}),
        {"4 output-shared: *needs a directory where the output in line 3 has*"}},
   };
@@ -402,7 +403,7 @@ TEST(Quilcheck, RootIsLookedUp) {
   std::filesystem::create_symlink("n11", "/data/root/dev/n11");
   ExpectFindings(
       *CheckText(Service(Outputs({"/data/log/new/log", "/link/x/../log/new/log", "/data/log/x/y"})), "s", "/data/root"),
-      {"4 stream-shared: *", "4 output-shared: *is that of line 3*", "5 node-missing: *"}, "");
+      {"4 stream-shared: *", "4 output-shared: *is the output in line 3*", "5 node-missing: *"}, "");
   ExpectFindings(*CheckText(Service(Poll("<inputNodeSet><dataPath=/link/log/file></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/none><alterdataPath=/link/log></inputNodeSet>\n<inputNodeSet>"
                                          "<alterdataPath=/none>\n<alterdataPath=/no></inputNodeSet>")),

@@ -43,6 +43,8 @@ struct Attribute {
   const char* keywords;  ///< separated by blanks, with the codes firstCode and following
   uint32_t firstCode;
   int otherwise;  ///< code of any other text and of none; -1: the field is left as it was
+
+  bool IsNumber() const { return kind == Kind::Number || kind == Kind::Kilobytes || kind == Kind::Seconds; }
 };
 
 struct Element {

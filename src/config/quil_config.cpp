@@ -38,13 +38,6 @@ void PrintNodeSets(FILE* to, const QuilcatInputNodeSet_t* set) {
   }
 }
 
-void PrintDirectory(FILE* to, const QuilcatStrList_t* directory) {
-  if (directory != nullptr) {
-    fprintf(to, "inputDirPath      : %s\n", OrNull(directory->str));
-    PrintTexts(to, "pickNode", directory->next);
-  }
-}
-
 void PrintInputs(FILE* to, const QuilcatGroup_t& group) {
   switch (InputKindOf(group.style)) {
     case INPUT_NONE:
@@ -53,7 +46,10 @@ void PrintInputs(FILE* to, const QuilcatGroup_t& group) {
       PrintNodeSets(to, NodeSets(&group));
       break;
     case INPUT_DIRECTORY:
-      PrintDirectory(to, StringList(&group));
+      if (const QuilcatStrList_t* directory = StringList(&group); directory != nullptr) {
+        fprintf(to, "inputDirPath      : %s\n", OrNull(directory->str));
+        PrintTexts(to, "pickNode", directory->next);
+      }
       break;
     case INPUT_COMMANDS:
       PrintTexts(to, "command", StringList(&group));
@@ -73,51 +69,43 @@ void PrintGroup(FILE* to, const QuilcatGroup_t& group) {
   fprintf(to, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
 }
 
-bool NodeSetsAreValid(const QuilcatInputNodeSet_t* set) {
-  const bool any = set != nullptr;
-  while (set != nullptr && (set->data_path != nullptr || set->alter_data_path != nullptr)) {
-    set = set->next;
-  }
-  return any && set == nullptr;
-}
-
-bool CommandsAreValid(const QuilcatStrList_t* command) {
-  const bool any = command != nullptr;
-  while (command != nullptr && command->str != nullptr) {
-    command = command->next;
-  }
-  return any && command == nullptr;
-}
-
 bool InputsAreValid(const QuilcatGroup_t& group) {
   switch (InputKindOf(group.style)) {
     case INPUT_NONE:
       return false;
     case INPUT_NODE_SETS:
-      return NodeSetsAreValid(NodeSets(&group));
+      for (const QuilcatInputNodeSet_t* set = NodeSets(&group); set != nullptr; set = set->next) {
+        if (set->data_path == nullptr && set->alter_data_path == nullptr) {
+          return false;
+        }
+      }
+      break;
     case INPUT_DIRECTORY:
       return group.input != nullptr && StringList(&group)->str != nullptr;
     case INPUT_COMMANDS:
-      return CommandsAreValid(StringList(&group));
+      for (const QuilcatStrList_t* command = StringList(&group); command != nullptr; command = command->next) {
+        if (command->str == nullptr) {
+          return false;
+        }
+      }
+      break;
   }
-  return false;
+  return group.input != nullptr;
 }
 
-void FreeStringList(QuilcatStrList_t* entry) {
-  while (entry != nullptr) {
-    QuilcatStrList_t* next = entry->next;
-    free(entry->str);
-    free(entry);
-    entry = next;
+/// Releases each record of a chain by `release`.
+template <typename Record>
+void FreeChain(Record* record, void (*release)(Record*)) {
+  while (record != nullptr) {
+    Record* next = record->next;
+    release(record);
+    record = next;
   }
 }
 
-void FreeNodeSets(QuilcatInputNodeSet_t* set) {
-  while (set != nullptr) {
-    QuilcatInputNodeSet_t* next = set->next;
-    QuilConfig::free_inputNodeSet(set);
-    set = next;
-  }
+void FreeText(QuilcatStrList_t* entry) {
+  free(entry->str);
+  free(entry);
 }
 
 void FreeInputs(QuilcatGroup_t* group) {
@@ -125,11 +113,11 @@ void FreeInputs(QuilcatGroup_t* group) {
     case INPUT_NONE:
       break;
     case INPUT_NODE_SETS:
-      FreeNodeSets(NodeSets(group));
+      FreeChain(NodeSets(group), QuilConfig::free_inputNodeSet);
       break;
     case INPUT_DIRECTORY:
     case INPUT_COMMANDS:
-      FreeStringList(StringList(group));
+      FreeChain(StringList(group), FreeText);
       break;
   }
 }
@@ -168,12 +156,7 @@ void QuilConfig::free_config_file(QuilcatInfo_t* info) {
     return;
   }
   free(info->name);
-  QuilcatGroup_t* group = info->group_list;
-  while (group != nullptr) {
-    QuilcatGroup_t* next = group->next;
-    free_logcatGroup(group);
-    group = next;
-  }
+  FreeChain(info->group_list, free_logcatGroup);
   memset_s(info, sizeof *info, 0, sizeof *info);
 }
 
@@ -194,6 +177,6 @@ void QuilConfig::free_inputNodeSet(QuilcatInputNodeSet_t* set) {
   free(set->data_path);
   free(set->title_path);
   free(set->title);
-  FreeStringList(set->alter_data_path);
+  FreeChain(set->alter_data_path, FreeText);
   free(set);
 }

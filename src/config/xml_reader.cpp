@@ -167,32 +167,16 @@ void XmlReader::ReadChild(xmlNode* node, const Element& row, void* record) const
 void XmlReader::ReadAttribute(xmlNode* node, const Element& row, const Attribute& attribute, void* record) const {
   void* field = static_cast<char*>(record) + attribute.field;
   const AttributeText text(parser.getProp(node, Xml(attribute.name)));
-  switch (attribute.kind) {
-    case Kind::Number:
-    case Kind::Kilobytes:
-    case Kind::Seconds:
-      StoreNumber(text.get(), row.repeat, static_cast<size_t*>(field));
-      break;
-    case Kind::Style:
-      // The style tells what kind of records the inputs are.
-      if (static_cast<QuilcatGroup_t*>(record)->input == nullptr) {
-        StoreKeyword(text.get(), attribute, field);
-      }
-      break;
-    case Kind::WriteMode:
-      StoreKeyword(WriteModeOfDevice(propertyIs) != WRITE_FACTORY ? text.get() : nullptr, attribute, field);
-      break;
-    case Kind::Keyword:
-      StoreKeyword(text.get(), attribute, field);
-      break;
-    case Kind::Name:
-    case Kind::Output:
-    case Kind::Node:
-    case Kind::Column:
-    case Kind::Directory:
-    case Kind::Text:
-      StoreText(text.get(), row.repeat, field);
-      break;
+  if (attribute.kind == Kind::Style && static_cast<QuilcatGroup_t*>(record)->input != nullptr) {
+    return;  // the style tells what kind of records the inputs are
+  }
+  const bool isOverruled = attribute.kind == Kind::WriteMode && WriteModeOfDevice(propertyIs) == WRITE_FACTORY;
+  if (attribute.keywords != nullptr) {
+    StoreKeyword(isOverruled ? nullptr : text.get(), attribute, field);
+  } else if (attribute.IsNumber()) {
+    StoreNumber(text.get(), row.repeat, static_cast<size_t*>(field));
+  } else {
+    StoreText(text.get(), row.repeat, field);
   }
 }
 
@@ -233,13 +217,10 @@ void* XmlReader::Begin(const Element& row, void* parent) const {
     case INPUT_NODE_SETS:
       return AppendInput<QuilcatInputNodeSet_t>(group);
     case INPUT_DIRECTORY:
-      if (group->input != nullptr) {
-        if (messages != nullptr) {
-          fprintf(messages, "Only support one inputDirSet!\n");
-        }
-        return nullptr;
+      if (group->input != nullptr && messages != nullptr) {
+        fprintf(messages, "Only support one inputDirSet!\n");
       }
-      return AppendInput<QuilcatStrList_t>(group);
+      return group->input == nullptr ? AppendInput<QuilcatStrList_t>(group) : nullptr;
     case INPUT_COMMANDS:
       return AppendInput<QuilcatStrList_t>(group);
   }

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+#include "platform/open_file.h"
+
 namespace Quilcheck {
 
 namespace {
@@ -21,35 +23,6 @@ constexpr char kIdles[] = ": a process that needs this file idles";
 
 const char* Plain(const xmlChar* text) {
   return reinterpret_cast<const char*>(text);
-}
-
-/// Reads all of a regular file.
-bool ReadFile(int fd, std::string* text, std::string* reason) {
-  struct stat status;
-  if (fstat(fd, &status) != 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    *reason = "not a regular file";
-    return false;
-  }
-  text->resize(kLargestFile + 1);
-  size_t length = 0;
-  ssize_t count = 0;
-  while (length < text->size() && (count = read(fd, text->data() + length, text->size() - length)) > 0) {
-    length += static_cast<size_t>(count);
-  }
-  if (count < 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  text->resize(length);
-  if (length > kLargestFile) {
-    *reason = "larger than 128 KiB: not a configuration";
-    return false;
-  }
-  return true;
 }
 
 #if LIBXML_VERSION >= 21200
@@ -136,14 +109,21 @@ int BeginOfText(const xmlNode* text) {
 
 bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
   // A fifo must not hold up the open.
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) {
-    *reason = strerror(errno);
+  const OpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status;
+  text->resize(kLargestFile + 1);
+  ssize_t count = file.fd >= 0 && fstat(file.fd, &status) == 0 ? 0 : -1;
+  if (count == 0 && !S_ISREG(status.st_mode)) {
+    *reason = "not a regular file";
     return false;
   }
-  const bool read = ReadFile(fd, text, reason);
-  close(fd);
-  return read;
+  size_t length = 0;
+  while (count >= 0 && (count = read(file.fd, text->data() + length, text->size() - length)) > 0) {
+    length += static_cast<size_t>(count);
+  }
+  text->resize(length);
+  *reason = count < 0 ? strerror(errno) : "larger than 128 KiB: not a configuration";
+  return count >= 0 && length <= kLargestFile;
 }
 
 bool Document::Load(const std::string& path, Findings* findings, std::string* reason) {

@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "quilcheck/grammar.h"
 #include "quilcheck/report.h"
 
@@ -35,8 +37,6 @@ constexpr char kUsage[] =
     "      --version\n"
     "  -h, --help\n\n"
     "Status: 0 nothing that counts, 1 findings that count, 2 unreadable.\n";
-
-enum { kRc = 256, kDisk, kExplain, kElements, kSchema, kVersion };
 
 struct Options {
   Request request;
@@ -96,74 +96,55 @@ unsigned long long ReadSize(const std::string& text) {
   Print(text + line + '\n');
 }
 
-void ApplyOption(int letter, const char* value, Options* options) {
-  switch (letter) {
-    case 's':
-      options->request.service = value;
-      break;
-    case 'q':
-      options->quiet = true;
-      break;
-    case 'W':
-      options->warningsCount = true;
-      break;
-    case 'o':
-      options->json = strcmp(value, "json") == 0;
-      if (!options->json && strcmp(value, "text") != 0) {
-        Refuse("-o takes text or json, not " + Quoted(value));
-      }
-      break;
-    case 'p':
-      AddProperty(value, &options->request.properties);
-      break;
-    case 'r':
-      options->request.root = value;
-      break;
-    case 'v':
-      options->request.notes = true;
-      break;
-    case kRc:
-      options->request.initFile = value;
-      break;
-    case kDisk:
-      options->request.diskKilobytes = ReadSize(value);
-      break;
-    case kExplain:
-      Explain(value);
-    case kElements:
-      Print(ElementTable());
-    case kSchema:
-      Print(Schema());
-    case kVersion:
-      Print("quilcheck " QUILCAT_VERSION "\n");
-    case 'h':
-      Print(kUsage);
-    default:
-      fputs(kUsage, stderr);
-      exit(kUnreadable);
-  }
-}
+constexpr struct {
+  const char* name;
+  char letter;  ///< 0: it has none
+  bool hasValue;
+  void (*apply)(const char* value, Options* options);
+} kOptions[] = {
+    {"service", 's', true, [](const char* value, Options* options) { options->request.service = value; }},
+    {"quiet", 'q', false, [](const char*, Options* options) { options->quiet = true; }},
+    {"verbose", 'v', false, [](const char*, Options* options) { options->request.notes = true; }},
+    {"warnings", 'W', false, [](const char*, Options* options) { options->warningsCount = true; }},
+    {"output", 'o', true,
+     [](const char* value, Options* options) {
+       options->json = strcmp(value, "json") == 0;
+       if (!options->json && strcmp(value, "text") != 0) {
+         Refuse("-o takes text or json, not " + Quoted(value));
+       }
+     }},
+    {"property", 'p', true,
+     [](const char* value, Options* options) { AddProperty(value, &options->request.properties); }},
+    {"root", 'r', true, [](const char* value, Options* options) { options->request.root = value; }},
+    {"rc", 0, true, [](const char* value, Options* options) { options->request.initFile = value; }},
+    {"disk", 0, true, [](const char* value, Options* options) { options->request.diskKilobytes = ReadSize(value); }},
+    {"explain", 0, true, [](const char* value, Options*) { Explain(value); }},
+    {"help-elements", 0, false, [](const char*, Options*) { Print(ElementTable()); }},
+    {"schema", 0, false, [](const char*, Options*) { Print(Schema()); }},
+    {"version", 0, false, [](const char*, Options*) { Print("quilcheck " QUILCAT_VERSION "\n"); }},
+    {"help", 'h', false, [](const char*, Options*) { Print(kUsage); }},
+};
 
 Options ReadOptions(int argc, char** argv) {
-  static constexpr option kLong[] = {{"service", required_argument, nullptr, 's'},
-                                     {"quiet", no_argument, nullptr, 'q'},
-                                     {"warnings", no_argument, nullptr, 'W'},
-                                     {"output", required_argument, nullptr, 'o'},
-                                     {"property", required_argument, nullptr, 'p'},
-                                     {"root", required_argument, nullptr, 'r'},
-                                     {"help", no_argument, nullptr, 'h'},
-                                     {"verbose", no_argument, nullptr, 'v'},
-                                     {"rc", required_argument, nullptr, kRc},
-                                     {"disk", required_argument, nullptr, kDisk},
-                                     {"explain", required_argument, nullptr, kExplain},
-                                     {"help-elements", no_argument, nullptr, kElements},
-                                     {"schema", no_argument, nullptr, kSchema},
-                                     {"version", no_argument, nullptr, kVersion},
-                                     {nullptr, 0, nullptr, 0}};
+  std::string letters;
+  std::vector<option> names;
+  for (const auto& known : kOptions) {
+    const int index = static_cast<int>(names.size());
+    names.push_back({known.name, known.hasValue ? required_argument : no_argument, nullptr,
+                     known.letter != 0 ? known.letter : 256 + index});
+    letters += known.letter != 0 ? std::string(1, known.letter) + (known.hasValue ? ":" : "") : "";
+  }
+  names.push_back({});
   Options options;
-  int letter;
-  while ((letter = getopt_long(argc, argv, "s:qvWo:p:r:h", kLong, nullptr)) != -1) {
-    ApplyOption(letter, optarg, &options);
+  int code;
+  while ((code = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
+    const auto name =
+        std::find_if(names.begin(), names.end() - 1, [code](const option& known) { return known.val == code; });
+    if (name == names.end() - 1) {
+      fputs(kUsage, stderr);
+      exit(kUnreadable);
+    }
+    kOptions[name - names.begin()].apply(optarg, &options);
   }
   if (argc - optind > 1) {
     Refuse("one file at a time");

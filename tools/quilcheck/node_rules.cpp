@@ -44,7 +44,7 @@ void AddAlternatives(const ServiceReading& service, const NodeSetReading& set, c
     while (!IsElement(element, "alterdataPath")) {
       element = element->next;
     }
-    if (root != nullptr && path->str != nullptr && root->StatusOf(path->str).has_value()) {
+    if (root != nullptr && path->str != nullptr && root->StatusOf(path->str).st_mode != 0) {
       nodes->erase(nodes->begin() + static_cast<ptrdiff_t>(before), nodes->end());
       AddNode(service, element, path->str, NodeUse::Polls, root, nodes);
       return;
@@ -73,12 +73,11 @@ void AddGroup(const ServiceReading& service, const GroupReading& group, const Ro
 
 void CheckNode(const NodeUse& node, const Root* root, Findings* findings) {
   const std::string what = NameOf(node.element) + ' ' + Quoted(node.path);
-  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(node.path) : std::nullopt;
-  const mode_t mode = found.has_value() ? found->st_mode : 0;
+  const mode_t mode = root != nullptr ? root->StatusOf(node.path).st_mode : 0;
   const bool isKnown = IsKnownToWait(node.place) || IsKnownToEnd(node.place);
   const bool waits = isKnown ? IsKnownToWait(node.place) : S_ISFIFO(mode);
   const bool ends = isKnown ? IsKnownToEnd(node.place) : S_ISREG(mode);
-  if (root != nullptr && !found.has_value()) {
+  if (root != nullptr && mode == 0) {
     findings->Add(node.element, "node-missing", what + " does not exist");
     return;
   }

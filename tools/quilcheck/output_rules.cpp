@@ -59,7 +59,8 @@ struct Output {
       return name == base || name == FileNames::previousLink(base) || FileNames::parseIndexed(name).output == base;
     }
     return name == base || FileNames::outputOfRotated(name) == base ||
-           FileNames::outputOfPackingDirectory(name) == base || FileNames::outputOfArchive(name) == base;
+           FileNames::outputOfPackingDirectory(name) == base ||
+           (FileNames::outputOfArchive(name) == base && atoi(name.c_str() + base.size() + 1) < archives);
   }
 
   /// Whether it takes a file `name` of its directory: by a file or link of its own, or in its clean-up. That takes what
@@ -118,7 +119,7 @@ class OutputRules {
   }
   const Output* UserOf(const std::string& place) const;
   void ComparePair(const Output& first, const Output& second) const;
-  bool CheckTaken(const Output& output, const Output& victim) const;
+  void CheckTaken(const Output& output, const Output& victim) const;
 
   const std::vector<Output>& outputs;
   std::map<std::string, std::vector<const Output*>> directories;
@@ -148,9 +149,8 @@ void OutputRules::CheckPlace(const Output& output) const {
   const std::string directory = output.placeDirectory.empty() ? "/" : output.placeDirectory;
   const std::string inData = directory.rfind("/data/", 0) == 0 ? directory.substr(6) : "";
   const bool isForeign = std::count(kForeign.begin(), kForeign.end(), inData.substr(0, inData.find('/'))) != 0;
-  const std::optional<struct stat> found = root != nullptr ? root->StatusOf(directory) : std::nullopt;
-  if (directory == "/" || directory == "/data" || isForeign ||
-      (found.has_value() && found->st_uid != 0 && found->st_uid != geteuid())) {
+  const uid_t owner = root != nullptr ? root->StatusOf(directory).st_uid : 0;
+  if (directory == "/" || directory == "/data" || isForeign || (owner != 0 && owner != geteuid())) {
     Add(output, "output-foreign", "is in " + Quoted(directory) + ", a directory of others",
         "; did you mean /data/log?");
   } else if ((directory + '/').rfind("/data/log/", 0) != 0) {
@@ -164,10 +164,11 @@ void OutputRules::CheckPath(const Output& output) const {
   for (size_t end = 0; end != std::string::npos;) {
     end = output.place.find('/', end + 1);
     const std::string level = output.place.substr(0, end);
-    const std::optional<struct stat> found = root->StatusOf(level);
-    if (found.has_value() && S_ISDIR(found->st_mode) == (end == std::string::npos)) {
-      Add(output, "output-blocked",
-          end == std::string::npos ? "is a directory" : "needs a directory for " + Quoted(level));
+    const mode_t mode = root->StatusOf(level).st_mode;
+    if (mode != 0 && S_ISDIR(mode) == (end == std::string::npos)) {
+      const bool isIt = end == std::string::npos;
+      Add(output, "output-blocked", isIt ? "is a directory" : "needs a directory where " + Quoted(level) + " is none",
+          isIt ? "; did you mean a file in it?" : ": nothing is logged");
       return;
     }
   }
@@ -203,22 +204,19 @@ void OutputRules::ComparePair(const Output& first, const Output& second) const {
     Add(second, "output-shared", "is " + LineText(first) + ", two groups write into one log", "", &first);
     return;
   }
-  const bool isTaken = CheckTaken(first, second);
-  if (!CheckTaken(second, first) && !isTaken && first.Uses(second.base)) {
-    Add(second, "output-shared", "has a name that " + LineText(first) + " gives to files of its own", "", &first);
-  }
+  CheckTaken(first, second);
+  CheckTaken(second, first);
 }
 
-bool OutputRules::CheckTaken(const Output& output, const Output& victim) const {
+void OutputRules::CheckTaken(const Output& output, const Output& victim) const {
   for (const auto& [name, isLink] : victim.madeNames) {
     if (output.Takes(name, isLink)) {
       const std::string file = Quoted(victim.directory + '/' + name);
       Add(output, "output-shared", "has a clean-up that takes " + file + ", a file of " + LineText(victim),
           "; did you mean a directory for each?", &victim);
-      return true;
+      return;
     }
   }
-  return false;
 }
 
 void OutputRules::CheckNode(const NodeUse& node) const {

@@ -19,20 +19,14 @@ namespace {
 void ReadServices(const Properties& properties, Report* report) {
   std::set<std::string> names;
   for (xmlNode* node = report->document.Root()->children; node != nullptr; node = node->next) {
-    if (!IsElement(node, "quilcat")) {
-      continue;
-    }
-    const std::string name = AttributeOf(node, "name").value_or("");
-    if (name.empty()) {
-      continue;
-    }
-    if (names.insert(name).second) {
+    const std::string name = IsElement(node, "quilcat") ? AttributeOf(node, "name").value_or("") : "";
+    if (!name.empty() && names.insert(name).second) {
       report->services.push_back(ReadService(node, name, properties));
-      continue;
+    } else if (!name.empty()) {
+      report->findings.SetService(name);
+      report->findings.Add(node, "service-again", "service " + Quoted(name) + " again");
+      report->findings.SetService("");
     }
-    report->findings.SetService(name);
-    report->findings.Add(node, "service-again", "service " + Quoted(name) + " again");
-    report->findings.SetService("");
   }
 }
 

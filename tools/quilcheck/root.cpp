@@ -12,24 +12,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/open_file.h"
+
 namespace Quilcheck {
 
 namespace {
-
-/// Opens a path as if `directory` were the root; -1 when there is no such file, or a kernel before 5.6.
-int OpenInRoot(int directory, const std::string& path) {
-#ifdef RESOLVE_IN_ROOT
-  open_how how = {};
-  how.flags = O_PATH | O_CLOEXEC;
-  how.resolve = RESOLVE_IN_ROOT;
-  return static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how));
-#else
-  static_cast<void>(directory);
-  static_cast<void>(path);
-  errno = ENOSYS;
-  return -1;
-#endif
-}
 
 std::string TargetOf(int descriptor) {
   char target[PATH_MAX];
@@ -40,11 +27,9 @@ std::string TargetOf(int descriptor) {
 }  // namespace
 
 Root::Root(const std::string& directory) : fd(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-  const int found = OpenInRoot(fd, "/");
-  if (found >= 0) {
-    close(found);
-    prefix = TargetOf(fd) == "/" ? "" : TargetOf(fd);
-  } else if (fd >= 0) {
+  prefix = TargetOf(fd) == "/" ? "" : TargetOf(fd);
+  const OpenFile itself(Open("/"));
+  if (fd >= 0 && itself.fd < 0) {
     close(std::exchange(fd, -1));
   }
 }
@@ -55,30 +40,41 @@ Root::~Root() {
   }
 }
 
-std::optional<struct stat> Root::StatusOf(const std::string& path) const {
-  struct stat status;
-  const int found = OpenInRoot(fd, path);
-  const bool isKnown = found >= 0 && fstat(found, &status) == 0;
-  if (found >= 0) {
-    close(found);
+/// Opens a path as if the directory were the root; -1 when there is no such file, or a kernel before 5.6.
+int Root::Open(const std::string& path) const {
+  errno = ENOSYS;
+  int found = -1;
+#ifdef RESOLVE_IN_ROOT
+  open_how how = {};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT;
+  found = static_cast<int>(syscall(SYS_openat2, fd, path.c_str(), &how, sizeof how));
+#endif
+  const bool isMissing = found < 0 && (errno == ENOSYS || errno == EPERM);
+  return isMissing && prefix.empty() ? open(path.c_str(), O_PATH | O_CLOEXEC) : found;
+}
+
+struct stat Root::StatusOf(const std::string& path) const {
+  struct stat status = {};
+  const OpenFile found(Open(path));
+  if (found.fd >= 0) {
+    fstat(found.fd, &status);
   }
-  return isKnown ? std::optional(status) : std::nullopt;
+  return status;
 }
 
 std::string Root::Resolved(const std::string& path) const {
   for (size_t end = path.size(); end != std::string::npos; end = end > 0 ? path.rfind('/', end - 1) : end - 1) {
-    const int found = OpenInRoot(fd, '/' + path.substr(0, end));
-    if (found >= 0) {
-      const std::string target = TargetOf(found);
-      close(found);
-      return NormalPath(target.substr(std::min(prefix.size(), target.size())) + '/' + path.substr(end));
+    const OpenFile found(Open('/' + path.substr(0, end)));
+    if (found.fd >= 0) {
+      return NormalPath(TargetOf(found.fd).substr(prefix.size()) + '/' + path.substr(end));
     }
   }
   return NormalPath(path);
 }
 
 std::string Root::Outside(const std::string& path) const {
-  return StatusOf(path).has_value() ? prefix + Resolved(path) : "";
+  return StatusOf(path).st_mode != 0 ? prefix + Resolved(path) : "";
 }
 
 std::string NormalPath(const std::string& path) {

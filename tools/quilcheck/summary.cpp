@@ -68,11 +68,6 @@ std::string Column(std::string text, size_t width) {
   return text;
 }
 
-std::string Rotation(const ServiceReading& service) {
-  const size_t size = service.record->rotate_size_kbytes;
-  return size == 0 ? "never" : "a new file after " + SizeText(size) + " of text";
-}
-
 std::string Kept(const ServiceReading& service) {
   const size_t files = FilesKept(service);
   if (service.record->writeMode == WRITE_MMAP) {
@@ -106,23 +101,21 @@ unsigned long long KeptKilobytes(const ServiceReading& service) {
                                                  : std::max(files, 1ULL) * FileNames::kFilesPerArchive * size;
 }
 
-std::string Days(double days) {
-  return days < 2 ? Formatted("%.1f hours", days * 24) : Formatted("%.1f days", days);
-}
-
-/// How far back a full log reaches.
+/// How far back a full log reaches; empty when nobody knows.
 std::string Reach(const ServiceReading& service, const GroupReading& group) {
-  const double bytes = static_cast<double>(KeptKilobytes(service)) * 1024;
-  if (group.Streams()) {
-    return Days(bytes / 1e6) + " back at 1 MB of text a day";
-  }
   size_t row = 1;
   for (const NodeSetReading& set : group.nodeSets) {
-    row += std::max<size_t>(Column(Value(*set.record), set.record->width).size(), 1);
+    row += Column(Value(*set.record), set.record->width).size();
   }
-  const double interval = static_cast<double>(group.record->polling_interval);
-  return Days(bytes / static_cast<double>(row) * interval / 86400) + " back at rows of " + std::to_string(row) +
-         " bytes";
+  const double rowsADay = 86400.0 / static_cast<double>(group.record->polling_interval);
+  const double bytesADay = group.Streams() ? 1e6 : rowsADay * static_cast<double>(row);
+  const double days = static_cast<double>(KeptKilobytes(service)) * 1024 / bytesADay;
+  if (days == 0 || !(group.Streams() || group.Polls())) {
+    return "";
+  }
+  const std::string rate = group.Streams() ? "1 MB of text a day" : "rows of " + std::to_string(row) + " bytes";
+  return Row("reaches",
+             Formatted(days < 2 ? "%.1f hours" : "%.1f days", days < 2 ? days * 24 : days) + " back at " + rate);
 }
 
 std::string GroupTable(const GroupReading& group) {
@@ -161,41 +154,22 @@ std::string GroupSummary(size_t number, const ServiceReading& service, const Gro
     const bool retries = group.record->on_write_failure == WRITE_FAILURE_RETRY;
     text += retries ? ", tries a failed read or write again" : ", ends at a failed read or write";
   }
-  text += '\n' + Row("output", group.Output());
-  const bool hasReach =
-      service.record->rotate_size_kbytes != 0 && (group.Streams() || group.record->polling_interval != 0);
-  if ((group.Streams() || group.Polls()) && hasReach) {
-    text += Row("reaches", Reach(service, group));
-  }
-  return text + GroupTable(group);
+  return text + '\n' + Row("output", group.Output()) + Reach(service, group) + GroupTable(group);
 }
 
 }  // namespace
 
 std::string StyleName(const GroupReading& group) {
-  switch (group.record->style) {
-    case STYLE_MONITOR_NODE:
-      return "monitor_node";
-    case STYLE_MONITOR_DIR:
-      return "monitor_dir";
-    case STYLE_POLL_NODE:
-      return "poll_node";
-    case STYLE_POLL_CMD:
-      return "poll_cmd";
-    case STYLE_NONE:
-      break;
-  }
-  return "none";
+  const ConfigGrammar::Element* element = ConfigGrammar::Find("quilcatGroup", "logStyle");
+  return group.record->style == STYLE_NONE ? "none" : Words(element->attributes[0].keywords)[group.record->style - 1];
 }
 
 std::string SampleTime(const std::string& path) {
-  if (path.rfind(ColumnFormat::kDateTime, 0) == 0) {
-    return Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59);
-  }
-  if (path.rfind(ColumnFormat::kCurrentTime, 0) == 0) {
-    return Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59);
-  }
-  return "";
+  const bool isDate = path.rfind(ColumnFormat::kDateTime, 0) == 0;
+  return isDate ? Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59)
+         : path.rfind(ColumnFormat::kCurrentTime, 0) == 0
+             ? Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59)
+             : "";
 }
 
 std::string WriteModeName(const ServiceReading& service) {
@@ -263,8 +237,10 @@ std::string SampleRow(const GroupReading& group) {
 std::string Summary(const ServiceReading& service) {
   std::string text = "\nservice " + Printable(service.name) + ", line " + std::to_string(LineOf(service.element)) +
                      (service.valid ? "" : ": INVALID, its process idles") + '\n';
+  const size_t size = service.record->rotate_size_kbytes;
   text += Row("write mode", WriteModeName(service) + ": " + service.whyWriteMode);
-  text += Row("rotation", Rotation(service)) + Row("kept", Kept(service));
+  text += Row("rotation", size == 0 ? "never" : "a new file after " + SizeText(size) + " of text") +
+          Row("kept", Kept(service));
   if (service.record->empty_files == EMPTY_FILES_REMOVE) {
     text += Row("empty files", "removed at a start");
   }

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <map>
 
 #include "collect/column_format.h"
 #include "config/records.h"
@@ -26,33 +27,33 @@ const std::string kTooLong = " is longer than " + std::to_string(kLongestText) +
 // An indexed file adds index and time to the name of an output.
 constexpr size_t kLongestBase = NAME_MAX - FileNames::kSuffixLength;
 
-constexpr struct {
-  Kind kind;
-  const char* name;
-  long factor;
-} kUnits[] = {
-    {Kind::Kilobytes, "k", 1},       {Kind::Kilobytes, "kb", 1},       {Kind::Kilobytes, "kib", 1},
-    {Kind::Kilobytes, "m", 1024},    {Kind::Kilobytes, "mb", 1024},    {Kind::Kilobytes, "mib", 1024},
-    {Kind::Kilobytes, "g", 1 << 20}, {Kind::Kilobytes, "gb", 1 << 20}, {Kind::Kilobytes, "gib", 1 << 20},
-    {Kind::Seconds, "s", 1},         {Kind::Seconds, "sec", 1},        {Kind::Seconds, "m", 60},
-    {Kind::Seconds, "min", 60},      {Kind::Seconds, "h", 3600},
-};
+/// Units that people give, each with its factor.
+const std::map<Kind, std::map<std::string, long>> kUnits = {
+    {Kind::Kilobytes,
+     {{"k", 1},
+      {"kb", 1},
+      {"kib", 1},
+      {"m", 1024},
+      {"mb", 1024},
+      {"mib", 1024},
+      {"g", 1 << 20},
+      {"gb", 1 << 20},
+      {"gib", 1 << 20}}},
+    {Kind::Seconds, {{"s", 1}, {"sec", 1}, {"m", 60}, {"min", 60}, {"h", 3600}}},
+    {Kind::Number, {}}};
 
 const char* AfterBlanks(const char* text) {
   return text + strspn(text, " \t\n\v\f\r");
 }
 
 /// A hint which number was probably meant by `number` with a unit after it.
-std::string HintForUnit(Kind kind, long number, const char* unit) {
-  for (const auto& known : kUnits) {
-    if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
-      return "; did you mean " + std::to_string(number * known.factor) + '?';
-    }
+std::string HintForUnit(Kind kind, long number, std::string unit) {
+  std::transform(unit.begin(), unit.end(), unit.begin(), [](unsigned char letter) { return tolower(letter); });
+  const auto known = kUnits.at(kind).find(unit);
+  if (known != kUnits.at(kind).end() && number > 0 && number <= INT_MAX / known->second) {
+    return "; did you mean " + std::to_string(number * known->second) + '?';
   }
-  if (*unit == '.' || *unit == ',') {
-    return "; there are no fractions";
-  }
-  return "; there are no units";
+  return unit.front() == '.' || unit.front() == ',' ? "; there are no fractions" : "; there are no units";
 }
 
 /// Says what the daemon makes of a text that is not the number it should be.
@@ -70,19 +71,18 @@ std::string NumberProblem(Kind kind, const std::string& text) {
   errno = 0;
   const long number = strtol(start, &end, 10);
   const char* rest = AfterBlanks(end);
+  std::string problem, hint;
   if (end == start) {
-    return " is not a number: " + Reading(text);
+    problem = " is not a number: ";
+  } else if (number < 0) {
+    problem = " is negative: ";
+  } else if (number > INT_MAX || errno == ERANGE) {
+    problem = " is more than " + std::to_string(INT_MAX) + ": ";
+  } else if (*rest != '\0') {
+    problem = " is not a whole number: ";
+    hint = HintForUnit(kind, number, rest);
   }
-  if (number < 0) {
-    return " is negative: " + Reading(text);
-  }
-  if (number > INT_MAX || errno == ERANGE) {
-    return " is more than " + std::to_string(INT_MAX) + ": " + Reading(text);
-  }
-  if (*rest != '\0') {
-    return " is not a whole number: " + Reading(text) + HintForUnit(kind, number, rest);
-  }
-  return "";
+  return problem.empty() ? "" : problem + Reading(text) + hint;
 }
 
 /// What is wrong with a path, and the consequence; empty when nothing is.
@@ -147,43 +147,23 @@ std::string Otherwise(const Attribute& attribute) {
 void CheckValue(const xmlNode* element, const Element& row, const Attribute& attribute, const std::string& text,
                 Findings* findings) {
   const std::string what = std::string(row.name) + ' ' + attribute.name + '=' + Quoted(text);
-  std::string problem;
-  const char* id = "path";
-  bool isPath = false;
-  switch (attribute.kind) {
-    case Kind::Number:
-    case Kind::Kilobytes:
-    case Kind::Seconds:
-      id = "number";
-      problem = NumberProblem(attribute.kind, text);
-      break;
-    case Kind::Keyword:
-    case Kind::Style:
-    case Kind::WriteMode:
-      id = "keyword";
-      problem = KeywordProblem(attribute, text);
-      break;
-    case Kind::Output:
-    case Kind::Node:
-    case Kind::Column:
-    case Kind::Directory:
-      isPath = true;
-      problem = attribute.kind == Kind::Column && !SampleTime(text).empty() ? "" : PathProblem(attribute.kind, text);
-      break;
-    case Kind::Name:
-      if (text.empty() || text.size() > kLongestText) {
-        id = "name";
-        problem = text.empty() ? " is empty" : kTooLong;
-      }
-      break;
-    case Kind::Text:
-      break;
-  }
+  const bool isTime = attribute.kind == Kind::Column && !SampleTime(text).empty();
+  const bool isPath = attribute.kind == Kind::Output || attribute.kind == Kind::Node ||
+                      attribute.kind == Kind::Column || attribute.kind == Kind::Directory;
+  const bool isName = attribute.kind == Kind::Name;
+  const char* id = attribute.IsNumber() ? "number" : isPath ? "path" : isName ? "name" : "keyword";
+  const std::string problem = attribute.IsNumber()            ? NumberProblem(attribute.kind, text)
+                              : attribute.keywords != nullptr ? KeywordProblem(attribute, text)
+                              : isPath && !isTime             ? PathProblem(attribute.kind, text)
+                              : !isName                       ? ""
+                              : text.empty()                  ? " is empty"
+                              : text.size() > kLongestText    ? kTooLong
+                                                              : "";
   if (!problem.empty()) {
     findings->Add(element, id, what + problem);
   } else if (text.size() > kLongestText) {
     findings->Add(element, "text-long", what + kTooLong);
-  } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
+  } else if (HasOuterBlank(text) && (isName || isPath)) {
     findings->Add(element, "blank", what + " begins or ends with a blank");
   } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
     findings->Add(element, "pattern", what + " looks like a pattern");
