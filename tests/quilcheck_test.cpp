@@ -153,7 +153,7 @@ TEST(Quilcheck, EachMistakeHasItsLine) {
        {"3 keyword: logStyle*did you mean poll_node?", "3 invalid: *without a style*",
         "4 input-dropped: *before a style*"}},
       {"<quilcatGroup>" + kNode + "\n<logStyle=monitor_node>" + kOut + "</quilcatGroup>",
-       {"3 invalid: *without an inputNodeSet*", "3 input-dropped: *comes before the logStyle*"}},
+       {"3 invalid: *without inputNodeSet*", "3 input-dropped: *comes before the logStyle*"}},
       {Style("value='monitor_node'", kNode + "<inputCmdSet><command=c></inputCmdSet>"),
        {"4 input-dropped: *does not fit*"}},
       {Poll(kNode + "<logStyle=poll_cmd>"), {"4 again: logStyle again*", "4 style-late: *the daemon keeps poll_node"}},

@@ -41,7 +41,7 @@ constexpr Attribute Named(const char* name, Attribute attribute) {
 const Element kElements[] = {
     {kRoot,
      "quilcat",
-     Repeat::IsPassedOver,
+     Repeat::Adds,
      INPUT_NONE,
      "a service",
      {Named("name",
@@ -61,12 +61,12 @@ const Element kElements[] = {
                Kind::Keyword, CPU_SET_LITTLE, CPU_SET_NONE)),
     Leaf("quilcat", "writeMode", Repeat::Replaces,
          Words("mmap factory", offsetof(Info, writeMode), "mmap",
-               "what files are like, see [write mode](#write-mode); with any other text, or without one, factory",
-               Kind::WriteMode, WRITE_MMAP, WRITE_FACTORY)),
+               "what files are like, see \"Write mode\"; with any other text, or without one, factory", Kind::WriteMode,
+               WRITE_MMAP, WRITE_FACTORY)),
     Leaf("quilcat", "syncSeconds", Repeat::Replaces,
-         Value(Kind::Seconds, offsetof(Info, sync_seconds), "0",
-               "time between two times that the newest file is brought to disk while text comes, see "
-               "[power cuts](#power-cuts); 0: the kernel decides")),
+         Value(
+             Kind::Seconds, offsetof(Info, sync_seconds), "0",
+             "time between two times that the newest file is brought to disk while text comes; 0: the kernel decides")),
     Leaf("quilcat", "emptyFiles", Repeat::Replaces,
          Words("remove", offsetof(Info, empty_files), "keep",
                "in mmap mode a start first deletes the newest files that hold no text. Without it a device that dies "
@@ -74,13 +74,13 @@ const Element kElements[] = {
     Holder("quilcat", "quilcatGroup", INPUT_NONE, "a group: one collector with its own thread and output"),
     Leaf("quilcatGroup", "logStyle", Repeat::Replaces,
          Words("monitor_node monitor_dir poll_node poll_cmd", offsetof(Group, style), "none",
-               "what the group reads, see [styles](#styles). Comes before the inputs: those before it, or of another "
+               "what the group reads, see \"Styles\". Comes before the inputs: those before it, or of another "
                "style, are passed over, and after them it does not change any more",
                Kind::Style),
          Named("interval", Value(Kind::Seconds, offsetof(Group, polling_interval), "0",
                                  "of `poll_node`: time between two rows; 0: no pause")),
          Named("failureRetry", Value(Kind::Number, offsetof(Group, failureRetry), "0",
-                                     "failed reads before a reader gives up, see [failures](#failures)")),
+                                     "failed reads before a reader gives up, see \"Failures\"")),
          Named("onWriteFailure",
                Words("retry", offsetof(Group, on_write_failure), "end",
                      "of `monitor_node`: what a stream does when an opening, a read or a write fails"))),

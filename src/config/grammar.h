@@ -65,7 +65,6 @@ constexpr char kRoot[] = "";
 /// In mmap mode a start adds a file, and the oldest is told by the gap of one free index among 1000.
 constexpr size_t kMostOrderedFiles = 998;
 constexpr size_t kMostMappedKilobytes = size_t{2} << 20;  ///< a file of mmap mode
-constexpr size_t kWidestColumn = 8191;
 
 /// The table, in the order in which one writes a file, up to a row without a name.
 extern const Element kElements[];

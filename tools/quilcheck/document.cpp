@@ -44,9 +44,6 @@ void AddParserError(void* context, ParserError* error) {
 
 xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findings) {
   xmlParserCtxt* context = xmlNewParserCtxt();
-  if (context == nullptr) {
-    return nullptr;
-  }
   xmlSetStructuredErrorFunc(findings, AddParserError);
   xmlDoc* document = xmlCtxtReadMemory(context, text.data(), static_cast<int>(text.size()), path.c_str(), nullptr,
                                        XML_PARSE_NONET | XML_PARSE_BIG_LINES);
@@ -72,10 +69,8 @@ void SpendText(xmlDoc* document, const xmlNode* node, int depth, long* budget) {
 bool TextIsBounded(xmlDoc* document) {
   long budget = kMostEntityText;
   for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = NextOf(node)) {
-    if (node->type != XML_ELEMENT_NODE) {
-      continue;
-    }
-    for (const xmlAttr* attribute = node->properties; attribute != nullptr; attribute = attribute->next) {
+    const xmlAttr* attribute = node->type == XML_ELEMENT_NODE ? node->properties : nullptr;
+    for (; attribute != nullptr; attribute = attribute->next) {
       SpendText(document, attribute->children, 0, &budget);
     }
   }

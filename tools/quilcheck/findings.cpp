@@ -99,14 +99,11 @@ void Findings::TakeOutAllowed(xmlDoc* document) {
   }
 }
 
-void Findings::KeepService(const std::string& name) {
-  TakeOut([&name](const Finding& finding) {
-    return !finding.service.empty() && finding.service != name && finding.otherService != name;
+void Findings::Narrow(const std::string& name, bool withNotes) {
+  TakeOut([&name, withNotes](const Finding& finding) {
+    const bool isOthers = !finding.service.empty() && finding.service != name && finding.otherService != name;
+    return (isOthers && !name.empty()) || (finding.severity == Severity::Note && !withNotes);
   });
-}
-
-void Findings::TakeOutNotes() {
-  TakeOut([](const Finding& finding) { return finding.severity == Severity::Note; });
 }
 
 void Findings::Sort() {

@@ -47,9 +47,8 @@ class Findings {
 
   /// Takes out what comments before elements allow there, and adds a finding for each that allows nothing.
   void TakeOutAllowed(xmlDoc* document);
-  /// Keeps only the findings about service `name` and about the file.
-  void KeepService(const std::string& name);
-  void TakeOutNotes();
+  /// Keeps only the findings about the file and about service `name`, unless that is empty.
+  void Narrow(const std::string& name, bool withNotes);
   void Sort();
   int Count(Severity severity) const;
   const std::vector<Finding>& All() const { return list; }

@@ -22,18 +22,12 @@ const xmlNode* ChildOrSelf(const xmlNode* element, const char* name) {
 
 /// What a group needs but lacks; null when nothing is missing.
 const char* MissingInput(const GroupReading& group) {
-  const bool isEmpty = group.record->input == nullptr;
-  switch (InputKindOf(group.record->style)) {
-    case INPUT_NONE:
-      return "a style (logStyle value)";
-    case INPUT_NODE_SETS:
-      return isEmpty ? "an inputNodeSet" : nullptr;
-    case INPUT_DIRECTORY:
-      return isEmpty ? "an inputDirSet" : nullptr;
-    case INPUT_COMMANDS:
-      return isEmpty ? "an inputCmdSet" : nullptr;
+  const InputKind kind = InputKindOf(group.record->style);
+  const ConfigGrammar::Element* element = ConfigGrammar::kElements;
+  while (kind != INPUT_NONE && element->brings != kind) {
+    ++element;
   }
-  return nullptr;
+  return kind == INPUT_NONE ? "a style (logStyle value)" : group.record->input == nullptr ? element->name : nullptr;
 }
 
 /// Checks one service; its methods are the rules.

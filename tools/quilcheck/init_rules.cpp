@@ -29,11 +29,10 @@ bool CheckInit(const std::string& file, const std::vector<ServiceReading>& servi
   if (!ReadPath(file, &text, reason)) {
     return false;
   }
-  std::set<std::string> missing;
+  std::set<std::string> known, started;
   for (const ServiceReading& service : services) {
-    missing.insert(service.name);
+    known.insert(service.name);
   }
-  const std::set<std::string> known = missing;
   std::istringstream lines(text);
   int number = 0;
   for (std::string line, more; std::getline(lines, line);) {
@@ -42,7 +41,7 @@ bool CheckInit(const std::string& file, const std::vector<ServiceReading>& servi
       line.replace(line.size() - 1, 1, more);
     }
     const std::string name = StartedBy(line);
-    missing.erase(name);
+    started.insert(name);
     if (!name.empty() && known.count(name) == 0) {
       findings->Add(top, "init-unknown",
                     file + ':' + std::to_string(first) + " starts " + Quoted(name) + ", which is not in this file",
@@ -50,7 +49,7 @@ bool CheckInit(const std::string& file, const std::vector<ServiceReading>& servi
     }
   }
   for (const ServiceReading& service : services) {
-    if (missing.count(service.name) != 0) {
+    if (started.count(service.name) == 0) {
       findings->SetService(service.name);
       findings->Add(service.element, "init-missing", "no service of " + file + " starts " + Quoted(service.name));
     }

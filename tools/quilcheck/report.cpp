@@ -70,7 +70,6 @@ void KeepService(const std::string& name, Report* report) {
     }
   }
   report->services = std::move(kept);
-  report->findings.KeepService(name);
   if (report->services.empty() && !names.empty()) {
     report->findings.Add(report->document.Root(), "service-missing",
                          "no service " + Quoted(name) + " in this file: its process idles" + HintAmong(names, name));
@@ -135,9 +134,7 @@ bool Check(const Request& request, Report* report, std::string* reason) {
       KeepService(request.service, report);
     }
   }
-  if (!request.notes) {
-    report->findings.TakeOutNotes();
-  }
+  report->findings.Narrow(request.service, request.notes);
   report->findings.Sort();
   return true;
 }

@@ -75,15 +75,9 @@ std::string AttributeType(const Element& element, const Attribute& attribute) {
   return text + "      </xs:restriction></xs:simpleType></xs:attribute>\n";
 }
 
-std::string WithoutMarks(std::string text) {
-  for (const char* mark : {"`", "[", "]"}) {
-    text.erase(std::remove(text.begin(), text.end(), *mark), text.end());
-  }
-  return text;
-}
-
-std::string Documentation(const std::string& text) {
-  return "    <xs:annotation><xs:documentation>" + WithoutMarks(text) + "</xs:documentation></xs:annotation>\n";
+std::string Documentation(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), '`'), text.end());
+  return "    <xs:annotation><xs:documentation>" + text + "</xs:documentation></xs:annotation>\n";
 }
 
 std::string TypeOf(const Element& element) {
