@@ -105,7 +105,9 @@ unsigned long long KeptKilobytes(const ServiceReading& service) {
 std::string Reach(const ServiceReading& service, const GroupReading& group) {
   size_t row = 1;
   for (const NodeSetReading& set : group.nodeSets) {
-    row += Column(Value(*set.record), set.record->width).size();
+    const bool isTime = set.record->data_path != nullptr && !SampleTime(set.record->data_path).empty();
+    const std::string value = isTime ? Value(*set.record) : set.record->width == 0 ? ColumnFormat::kReadFailure : "";
+    row += Column(value, set.record->width).size();
   }
   const double rowsADay = 86400.0 / static_cast<double>(group.record->polling_interval);
   const double bytesADay = group.Streams() ? 1e6 : rowsADay * static_cast<double>(row);
