@@ -191,7 +191,8 @@ void ServiceRules::CheckStream(const GroupReading& group) const {
         "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
   }
   for (size_t i = 1; i < group.nodeSets.size(); ++i) {
-    Add(group.nodeSets[i].element, "no-effect", "has no effect: a stream reads its group's first inputNodeSet only");
+    Add(group.nodeSets[i].element, "no-effect",
+        "inputNodeSet has no effect: a stream reads the first one of its group");
   }
   for (const char* name : {"titlePath", "title", "width", "alterdataPath"}) {
     const xmlNode* child = ChildOf(first.element, name);
