@@ -78,14 +78,35 @@ std::string Service(const std::string& children) {
 const std::string kOut = "<outputFilePath=/data/log/s/s>";
 const std::string kNode = "<inputNodeSet><dataPath=/dev/n></inputNodeSet>";
 const std::string kStream = "<quilcatGroup><logStyle=monitor_node>" + kOut + kNode + "</quilcatGroup>";
-std::string Outputs(const std::vector<std::string>& paths) {
-  std::string groups, node = "/dev/n";
-  for (const std::string& path : paths) {
-    groups += "<quilcatGroup><logStyle=monitor_node><outputFilePath=" + path + "><inputNodeSet><dataPath=" + node +
-              "></inputNodeSet></quilcatGroup>\n";
-    node += '1';
+
+/// Short forms for configurations, each with its text.
+const std::string kGroup = "<quilcatGroup>", kPolls = "<logStyle value='poll_node' interval='5' failureRetry='0'/>";
+const std::vector<std::string> kShort = {
+    "M(",  kGroup + "<logStyle=monitor_node>" + kOut,
+    "(",   kGroup + kPolls + kOut,
+    ")",   "</quilcatGroup>",
+    "[",   "<inputNodeSet>",
+    "]",   "</inputNodeSet>",
+    "{",   kGroup + kOut + "<logStyle ",
+    "}",   "/>" + kNode + "</quilcatGroup>",
+    "@",   kGroup + kPolls + kNode + "<outputFilePath=",
+    "|",   "></quilcatGroup>",
+    "\\n", "\n",
+    "$S",  kStream,
+    "$N",  kNode,
+    "$O",  kOut,
+    "$X",  std::string(256, 'x'),
+    "$W",  std::string(232, 'x'),
+    "$Q",  "<quilcat name='",
+    "$A",  "<logRotateSizeKBytes=1><maxCompressdFiles=5>",
+    "$T",  kGroup + "<logStyle=monitor_node><outputFilePath=/data/log/t/t>" + kNode + "</quilcatGroup>"};
+std::string Meant(std::string text) {
+  for (auto form = kShort.begin(); form != kShort.end(); form += 2) {
+    for (size_t at = 0; (at = text.find(*form, at)) != std::string::npos; at += form[1].size()) {
+      text.replace(at, form->size(), form[1]);
+    }
   }
-  return groups;
+  return text;
 }
 
 /// Children of a service in line 3, "##", and for each finding its line unless that is 3, its rule, and a part of what
@@ -172,78 +193,37 @@ Outputs.
 <writeMode=factory>@/data/log/a/log|@/data/log/a/logcat| ##
 <writeMode=factory>@/data/log/a/x|\n@/data/log/a/x_tmp/y| ## 4 output-shared:needs a directory
 @/data/log/a/x|\n@/data/log/a/x/y/z| ## 4 output-shared:needs a directory where the output in line 3 has
+Whole files, for one service or all. The second service of a name is never read; clean-ups reach other services.
+=  <quilcatConfigs>\n<quilcat></a>\n</quilcatConfigs> ## 2 xml:not well-formed: Opening and ending
+=  ## 1 xml:not well-formed
+=s <quilcat name='s'/> ## 1 no-effect:the root element's & 1 root-name: & 1 service-missing:around <quilcat>?
+=s <quilcatConfigs>\n<quilcat/></quilcatConfigs> ## 1 service-missing:no service in & 2 value-missing:quilcat without
+=s <quilcatConfigs>\n<quilcat name='st'>$S</quilcat></quilcatConfigs> ## 1 service-missing:did you mean st?
+=  <quilcatConfigs>\n&x;<?x?><!-- --></quilcatConfigs> ## 2 xml:not well-formed: Entity 'x' not defined
+=  <quilcatConfigs><quilcat name=''/></quilcatConfigs> ## 1 name: & 1 service-missing: & 1 built-in-gone:kms & 1 built-in-gone:charge
+=t <quilcatConfigs>$Qs'>$A@/data/log/a/log|$S</quilcat>\n$Qt'>$A@/data/log/a/log2|$T</quilcat></quilcatConfigs> ## 1 output-shared:clean-up & 2 stream-shared:in line 1
+=s <quilcatConfigs>$Qs'>$A$S</quilcat>\n$Qs'/></quilcatConfigs> ## 2 service-again:service "s" again
 )";
 
 TEST(Quilcheck, EachMistakeHasItsLine) {
-  const std::string group = "<quilcatGroup>", polls = "<logStyle value='poll_node' interval='5' failureRetry='0'/>";
-  const std::pair<std::string, std::string> kShort[] = {{"M(", group + "<logStyle=monitor_node>" + kOut},
-                                                        {"(", group + polls + kOut},
-                                                        {")", "</quilcatGroup>"},
-                                                        {"[", "<inputNodeSet>"},
-                                                        {"]", "</inputNodeSet>"},
-                                                        {"{", group + kOut + "<logStyle "},
-                                                        {"}", "/>" + kNode + "</quilcatGroup>"},
-                                                        {"@", group + polls + kNode + "<outputFilePath="},
-                                                        {"|", "></quilcatGroup>"},
-                                                        {"\\n", "\n"},
-                                                        {"$S", kStream},
-                                                        {"$N", kNode},
-                                                        {"$O", kOut},
-                                                        {"$X", std::string(256, 'x')},
-                                                        {"$W", std::string(232, 'x')}};
   const std::regex finding("(\\d+ )?([a-z-]+):(.*?)(?: & |$)");
   for (const std::string& line : Device::Lines(kMistakes)) {
-    const size_t end = line.find(" ##");
-    if (end == std::string::npos) continue;
-    std::string children = line.substr(0, end);
-    for (const auto& [form, text] : kShort) {
-      for (size_t at = 0; (at = children.find(form, at)) != std::string::npos; at += text.size()) {
-        children.replace(at, form.size(), text);
-      }
-    }
+    const size_t end = std::min(line.find(" ##"), line.size());
+    const bool isFile = line[0] == '=';
+    const std::string text = Meant(isFile ? line.substr(3, end - 3) : line.substr(0, end));
     std::vector<std::string> expected;
-    for (std::sregex_iterator it(line.begin() + static_cast<ptrdiff_t>(end) + 3, line.end(), finding), none; it != none;
+    for (std::sregex_iterator it(line.begin() + static_cast<ptrdiff_t>(end), line.end(), finding), none; it != none;
          ++it) {
-      expected.push_back(((*it)[1].matched ? (*it)[1].str() : "3 ") + (*it)[2].str() + ": *" + (*it)[3].str() + '*');
+      expected.push_back(((*it)[1].matched ? (*it)[1].str() : "3 ") + it->str(2) + ": *" + it->str(3) + '*');
     }
-    ExpectFindings(*CheckText(Service(children), "s"), expected, line);
+    if (end == line.size()) continue;
+    ExpectFindings(*CheckText(isFile ? Expand(text) : Service(text), isFile ? line.substr(1, line[1] != ' ') : "s"),
+                   expected, line);
   }
-}
-
-TEST(Quilcheck, WholeFiles) {
-  const std::string open = "<quilcatConfigs>\n", close = "\n</quilcatConfigs>";
-  const struct {
-    std::string document, service;
-    std::vector<std::string> expected;
-  } kCases[] = {
-      {open + "<quilcat></a>", "", {"2 xml: not well-formed: Opening and ending tag*", "2 xml: *Premature end*"}},
-      {"", "", {"1 xml: not well-formed: *"}},
-      {"<quilcat name='s'/>",
-       "s",
-       {"1 no-effect: the root element's*", "1 root-name: *", "1 service-missing: no service*around <quilcat>?"}},
-      {open + "<quilcat/>" + close, "s", {"1 service-missing: no service in*", "2 value-missing: quilcat without*"}},
-      {open + "<quilcat name='st'>" + Expand(kStream) + "</quilcat>" + close,
-       "s",
-       {"1 service-missing: *did you mean st?"}},
-      {open + "&x;<?x?><!-- -->" + close, "", {"2 xml: not well-formed: Entity 'x' not defined*"}},
-      {"<!DOCTYPE c [<!ENTITY x '<quilcat/>'>]>" + open + "&x;<quilcat name=''/>" + close,
-       "s",
-       {"1 service-missing: no service*", "2 text-ignored: entity x*", "2 name: *is empty: nothing can be*"}},
-      {Service(kStream), "", {"1 built-in-gone: no service kmsglogcat*", "1 built-in-gone: no service chargelogcat*"}},
-  };
-  for (const auto& test : kCases) ExpectFindings(*CheckText(test.document, test.service), test.expected, test.document);
-  // The second service of a name is never read; one service's clean-up may take another's files.
-  const auto group = [](const char* name, const char* path) {
-    return Expand("<quilcat name='" + std::string(name) + "'><logRotateSizeKBytes=1><maxCompressdFiles=5>" +
-                  Outputs({path}) + "</quilcat>");
-  };
-  const std::string two =
-      open + group("s", "/data/log/a/log") + group("t", "/data/log/a/log2") + "<quilcat name='s'/>" + close;
-  const std::string clash = "2 output-shared: *clean-up*",
-                    shared = "3 stream-shared: *\"/dev/n\" is streamed in line 2 too*";
-  ExpectFindings(*CheckText(two, "t"), {clash, shared}, two);
-  ExpectFindings(*CheckText(two, "s"), {clash, shared, "4 service-again: service \"s\" again*"}, two);
-  std::string late = open + std::string(70000, '\n') + "<quilcat name='s'>\n<oops/>\n</quilcat>" + close;
+  const std::string entity = "<!DOCTYPE c [<!ENTITY x '<quilcat/>'>]><quilcatConfigs>\n&x;</quilcatConfigs>";
+  ExpectFindings(*CheckText(entity, "s"), {"1 service-missing: *", "2 text-ignored: entity x*"}, "");
+  std::string late =
+      "<quilcatConfigs>\n" + std::string(70000, '\n') + "<quilcat name='s'>\n<oops/>\n</quilcat></quilcatConfigs>";
   ExpectFindings(*CheckText(late, "s"),
                  {"7000? rotation-never: *", "7000? files-none: *", "7000? invalid: *", "7000? element-unknown: *"},
                  "");
@@ -351,10 +331,8 @@ TEST(Quilcheck, ClashesAreThoseOfTheCleanUp) {
       const bool clash = std::any_of(taken.begin(), taken.end(), [](const std::string& path) {
         return std::filesystem::is_symlink(path) || std::filesystem::exists(path);
       });
-      const std::string lines = Lines(*CheckText(Service(Outputs({output, victim})), "s"));
-      EXPECT_EQ(lines.find("3 output-shared: ") != std::string::npos && lines.find("clean-up") != std::string::npos,
-                clash)
-          << output << ' ' << victim;
+      const std::string lines = Lines(*CheckText(Service(Meant('@' + output + "|\n@" + victim + '|')), "s"));
+      EXPECT_EQ(lines.find("3 output-shared: ") == 0 && lines.find("clean-up") < lines.find('\n'), clash) << lines;
       clashes += clash;
     }
   }
@@ -377,27 +355,23 @@ TEST(Quilcheck, RootIsLookedUp) {
   WriteFile("/data/root/dev/n", "");
   WriteFile("/data/root/data/log/file", "");
   std::filesystem::create_symlink("/data", "/data/root/link");  // the image's own, not this machine's
-  ExpectFindings(*CheckText(Service(kStream), "s", "/data/root"),
-                 {"3 stream-ends: *", "3 output-blocked: *is a directory; did you mean a file in it?"}, "");
-  ExpectFindings(*CheckText(Service(Outputs({"/data/log/file/a/b"})), "s", "/data/root"),
-                 {"3 stream-ends: *", "3 output-blocked: *\"/data/log/file\" is none*"}, "");
+  const auto expect = [](const std::string& children, const std::vector<std::string>& expected) {
+    ExpectFindings(*CheckText(Service(Meant(children)), "s", "/data/root"), expected, children);
+  };
+  expect("$S", {"3 stream-ends: *", "3 output-blocked: *is a directory; did you mean a file in it?"});
+  expect("@/data/log/file/a/b|", {"3 output-blocked: *\"/data/log/file\" is none*"});
   std::filesystem::remove("/data/root/dev/n");
   EXPECT_EQ(mkfifo("/data/root/dev/n", 0600), 0);
-  ExpectFindings(*CheckText(Service(Outputs({"/data/log/new/log"})), "s", "/data/root"), {}, "");
   std::filesystem::create_symlink("n", "/data/root/dev/n1");
-  std::filesystem::create_symlink("n11", "/data/root/dev/n11");
-  ExpectFindings(
-      *CheckText(Service(Outputs({"/data/log/new/log", "/link/x/../log/new/log", "/data/log/x/y"})), "s", "/data/root"),
-      {"4 stream-shared: *", "4 output-shared: *is the output in line 3*", "5 node-missing: *"}, "");
-  const std::string sets =
-      "\n<inputNodeSet><dataPath=/link/log/file></inputNodeSet>\n<inputNodeSet><alterdataPath=/none><alterdataPath=/"
-      "link/log>"
-      "</inputNodeSet>\n<inputNodeSet><alterdataPath=/none>\n<alterdataPath=/no></inputNodeSet></quilcatGroup>";
-  ExpectFindings(
-      *CheckText(Service("<quilcatGroup>" + kOut + "<logStyle value='poll_node' interval='5'/>" + sets), "s",
-                 "/data/root"),
-      {"3 output-blocked: *is a directory; did*", "5 node-unreadable: *", "6 node-missing: *", "7 node-missing: *"},
-      "");
+  std::filesystem::create_symlink("n2", "/data/root/dev/n2");
+  const std::string stream = "<quilcatGroup><logStyle=monitor_node>[<dataPath=/dev/n";
+  expect(stream + ">]<outputFilePath=/data/log/new/log>)\\n" + stream +
+             "1>]<outputFilePath=/link/x/../log/new/log>)\\n" + stream + "2>]<outputFilePath=/data/log/x/y>)",
+         {"4 stream-shared: *", "4 output-shared: *is the output in line 3*", "5 node-missing: *"});
+  expect(
+      "($N\\n[<dataPath=/link/log/file>]\\n[<alterdataPath=/none><alterdataPath=/link/log>]\\n[<alterdataPath=/none>\\n"
+      "<alterdataPath=/no>])",
+      {"3 poll-waits: *", "3 output-blocked: *", "5 node-unreadable: *", "6 node-missing: *", "7 node-missing: *"});
 }
 
 /// What the checker prints in a shell, then its status.
@@ -409,45 +383,46 @@ std::string Shell(const std::string& arguments, const std::string& before = "") 
   return text;
 }
 
+/// Arguments, "##", and a part of what is printed, from the beginning to the end after "^".
+constexpr char kRuns[] = R"(-v ## /quilcat_config.xml:1: note: no service kmsglogcat in this file
+ ## write mode    mmap: as writeMode says
+ ## most disk     384 KiB for each output: (1 + 5) x 64 KiB, which
+ ## status 0
+-q -s s ## ^status 0
+-q -W ## ^status 0
+-s s -p ro.runmode=factory ## factory: ro.runmode is factory
+-s s -p ro.runmode=factory ## 10 KiB for each output: 5 x (1 + 1) x 1 KiB
+-s s -p ro.build.type=eng ## factory: ro.build.type is eng
+-s s -p ro.build.type=eng -p ro.build.version.vexa=1 ## mmap: as writeMode says
+-q -s s -o json ## "errors": 0,
+-q -s s --disk 384K ## ^status 0
+-q -s s --disk 383k ## may take 384 KiB, more than the 383 KiB that
+-q --rc /data/rc ## :1: error: /data/rc:1 starts "ss"
+-q --rc /data/rc ## [init-missing]
+--explain poll-fast ## poll-fast (warning): Without an interval
+--version ## ^quilcheck )" QUILCAT_VERSION R"(
+-q -o json /data/oops ## "text": "element \"oops\" does not belong)";
+
 TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_EQ(Shell(""), "quilcheck: there is no configuration file: the daemon has its built-in services\nstatus 2\n");
   WriteFile(kConfig, Service("<writeMode=mmap>" + kStream));
-  const std::string usual = Shell("");
-  EXPECT_NE(Shell("-v").find("/quilcat_config.xml:1: note: no service kmsglogcat in this file"), std::string::npos);
-  EXPECT_NE(usual.find("write mode    mmap: as writeMode says\n"), std::string::npos) << usual;
-  EXPECT_NE(usual.find("most disk     384 KiB for each output: (1 + 5) x 64 KiB, which"), std::string::npos) << usual;
-  EXPECT_EQ(usual.substr(usual.size() - 9), "status 0\n");
-  EXPECT_EQ(Shell("-q -s s"), "status 0\n");
-  EXPECT_EQ(Shell("-q -W"), "status 0\n");
-  EXPECT_NE(Shell("-s s -p ro.runmode=factory").find("factory: ro.runmode is factory"), std::string::npos);
-  EXPECT_NE(Shell("-s s -p ro.runmode=factory").find("10 KiB for each output: 5 x (1 + 1) x 1 KiB"), std::string::npos);
+  WriteFile("/data/rc", "service a /system/bin/logwrapper \\\n /system/bin/quilcat -b ss\n  user root\n");
+  WriteFile("/data/oops", Service(kStream + "<oops/>"));
+  for (const std::string& run : Device::Lines(kRuns)) {
+    const size_t end = run.find("## ");
+    const std::string said = Shell(run.substr(0, end)), part = run.substr(end + 3);
+    EXPECT_TRUE(part[0] == '^' ? said.find(part.substr(1)) == 0 : said.find(part) != std::string::npos) << run << said;
+  }
   Device::SetProperty("ro.build.type", "eng");
   EXPECT_NE(Shell("-s s").find("factory: ro.build.type is eng"), std::string::npos);
-  EXPECT_NE(Shell("-s s -p ro.build.version.vexa=1").find("mmap: as writeMode says"), std::string::npos);
-  EXPECT_EQ(Shell("-q -s s -o json"),
-            "{\n\"file\": \"/system/etc/quilcat_config.xml\",\n\"errors\": 0,\n\"warnings\": 0,\n"
-            "\"findings\": []\n}\nstatus 0\n");
-  EXPECT_EQ(Shell("-q -s s -p ro.build.version.vexa=1 --disk 384K"), "status 0\n");
-  EXPECT_NE(Shell("-q -s s --disk 0k").find("status 2"), std::string::npos);
-  EXPECT_NE(Shell("-q -s s --disk 9k").find(" may take 10 KiB, more than the 9 KiB "), std::string::npos);
-  WriteFile("/data/rc", "service a /system/bin/logwrapper \\\n /system/bin/quilcat -b ss\n  user root\n");
-  const std::string init = Shell("-q --rc /data/rc");
-  EXPECT_NE(init.find(":1: error: /data/rc:1 starts \"ss\""), std::string::npos) << init;
-  EXPECT_NE(init.find("[init-missing]"), std::string::npos) << init;
-  EXPECT_EQ(
-      Shell("--explain poll-fast"),
-      "poll-fast (warning): Without an interval rows are written without a pause, at\n  all of a CPU.\nstatus 0\n");
-  EXPECT_EQ(Shell("--version"), "quilcheck " QUILCAT_VERSION "\nstatus 0\n");
   EXPECT_EQ(Device::Shell(QUILCAT_DAEMON " --version"), "quilcat " QUILCAT_VERSION "\n");
   Report odd;  // surrogate, overlong, beyond Unicode, cut short: no UTF-8
   odd.file = "\xed\xa0\x80 \xe0\x9f\xbf \xf4\x90\x80\x80 \xe2\x82\"\xc3\xa4\n";
   EXPECT_NE(Json(odd, false)
                 .find(R"("\ufffd\ufffd\ufffd \ufffd\ufffd\ufffd \ufffd\ufffd\ufffd\ufffd \ufffd\ufffd\"ä\u000a")"),
             std::string::npos);
-  WriteFile(kConfig, Service(kStream + "<oops/>"));
-  EXPECT_NE(Shell("-q -o json").find(R"("text": "element \"oops\" does not belong)"), std::string::npos);
   for (const char* wrong : {"-x", "-o xml", "-p a", "a b", "/none", "/data", "/dev/zero", "/proc/kmsg", "-r /none",
-                            "--rc /none", "--explain none"}) {
+                            "--rc /none", "--explain none", "--disk 0k"}) {
     EXPECT_NE(Shell(wrong).find("status 2\n"), std::string::npos) << wrong;
   }
 }
@@ -458,13 +433,7 @@ TEST(Quilcheck, HostileFilesAreRefusedSoon) {
     for (int i = 0; i < count; ++i) all += text;
     return all;
   };
-  std::string laughs = "<!DOCTYPE c [<!ENTITY e0 'ha'>";
-  for (int i = 1; i < 30; ++i) {
-    const std::string before = "&e" + std::to_string(i - 1) + ';';
-    laughs += "<!ENTITY e" + std::to_string(i) + " '" + before + before + "'>";
-  }
   const std::string documents[] = {
-      laughs + "]><c><quilcat name='&e29;'/></c>",
       "<!DOCTYPE c [<!ENTITY a '" + std::string(60000, 'x') + "'>]><c><quilcat name='" + repeat(20000, "&a;") +
           "'/></c>",
       repeat(20000, "<c>") + repeat(10000, "</c>"),
