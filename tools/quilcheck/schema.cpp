@@ -13,13 +13,10 @@ namespace {
 constexpr char kTypes[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 <!-- Made by quilcheck from its grammar. What it refuses is wrong; what it cannot say, quilcheck finds. -->
 <xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">
-  <xs:simpleType name="blank">
-    <xs:restriction base="xs:token"><xs:maxLength value="0"/></xs:restriction>
-  </xs:simpleType>
+  <xs:simpleType name="blank"><xs:restriction base="xs:token"><xs:maxLength value="0"/></xs:restriction></xs:simpleType>
   <xs:simpleType name="number">
     <xs:restriction base="xs:nonNegativeInteger"><xs:maxInclusive value="2147483647"/></xs:restriction>
   </xs:simpleType>
-  <!-- The daemon counts bytes, which are at least as many as characters. -->
   <xs:simpleType name="text"><xs:restriction base="xs:string"><xs:maxLength value="255"/></xs:restriction></xs:simpleType>
   <xs:simpleType name="name"><xs:restriction base="text"><xs:minLength value="1"/></xs:restriction></xs:simpleType>
   <xs:simpleType name="directory"><xs:restriction base="text"><xs:pattern value="/[\s\S]*"/></xs:restriction></xs:simpleType>
@@ -33,25 +30,12 @@ constexpr char kTypes[] = R"(<?xml version="1.0" encoding="UTF-8"?>
   </xs:element>
 )";
 
-/// For people, and in the schema; in the order of Kind.
-constexpr struct {
-  const char* forPeople;
-  const char* type;
-} kKinds[] = {{"text, 1 to 255 bytes", "name"},
-              {"number", "number"},
-              {"number of KiB", "number"},
-              {"number of seconds", "number"},
-              {"keyword", nullptr},
-              {"keyword", nullptr},
-              {"keyword", nullptr},
-              {"path", "path"},
-              {"path", "path"},
-              {"path or time", "column"},
-              {"path", "directory"},
-              {"text", "text"}};
+/// Each kind for people and in the schema, in the order of Kind.
+constexpr char kForPeople[] = "name number KiB seconds keyword keyword keyword path path path/time path text";
+constexpr char kTypeNames[] = "name number number number - - - path path column directory text";
 
-auto NamesOf(Kind kind) {
-  return kKinds[static_cast<size_t>(kind)];
+std::string NameOf(Kind kind, const char* names) {
+  return Words(names)[static_cast<size_t>(kind)];
 }
 
 std::string TypeForPeople(const Attribute& attribute) {
@@ -59,14 +43,14 @@ std::string TypeForPeople(const Attribute& attribute) {
   for (const std::string& word : Words(attribute.keywords != nullptr ? attribute.keywords : "")) {
     text += (text.empty() ? "`" : ", `") + word + '`';
   }
-  return text.empty() ? NamesOf(attribute.kind).forPeople : text;
+  return text.empty() ? NameOf(attribute.kind, kForPeople) : text;
 }
 
 std::string AttributeType(const Element& element, const Attribute& attribute) {
   std::string text = std::string("<xs:attribute name=\"") + attribute.name + '"';
   text += element.Needs(attribute) ? " use=\"required\"" : "";
   if (attribute.keywords == nullptr) {
-    return text + " type=\"" + NamesOf(attribute.kind).type + "\"/>\n";
+    return text + " type=\"" + NameOf(attribute.kind, kTypeNames) + "\"/>\n";
   }
   text += "><xs:simpleType><xs:restriction base=\"xs:string\">\n";
   for (const std::string& word : Words(attribute.keywords)) {

@@ -47,19 +47,16 @@ void CheckBetweenElements(const xmlNode* node, Findings* findings) {
   }
 }
 
-/// The daemon ignores namespaces. Only the attributes that name a schema need one.
-void CheckNamespaces(const xmlNode* element, Findings* findings) {
+/// The daemon ignores namespaces, and attributes of the root element. Those that name a schema are for editors.
+void CheckIgnored(const xmlNode* element, bool isRoot, Findings* findings) {
   for (const xmlNs* space = element->nsDef; space != nullptr; space = space->next) {
     if (!IsSchemaInstance(space)) {
       findings->Add(element, "no-effect", NameOf(element) + ": a namespace has no effect, and the schema knows none");
     }
   }
-}
-
-void CheckRootAttributes(const xmlNode* root, Findings* findings) {
-  for (const xmlAttr* attribute = root->properties; attribute != nullptr; attribute = attribute->next) {
+  for (const xmlAttr* attribute = element->properties; isRoot && attribute != nullptr; attribute = attribute->next) {
     if (!NamesSchema(attribute)) {
-      findings->Add(root, "no-effect",
+      findings->Add(element, "no-effect",
                     "the root element's attribute " + Quoted(AttributeName(attribute)) + " has no effect");
     }
   }
@@ -98,10 +95,7 @@ void CheckRepeat(const xmlNode* element, const Element& row, std::map<std::strin
 }  // namespace
 
 void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings) {
-  CheckNamespaces(parent, findings);
-  if (parentName == kRoot) {
-    CheckRootAttributes(parent, findings);
-  }
+  CheckIgnored(parent, parentName == kRoot, findings);
   std::map<std::string, int> firstLines;
   for (const xmlNode* node = parent->children; node != nullptr; node = node->next) {
     if (node->type != XML_ELEMENT_NODE) {

@@ -82,16 +82,17 @@ std::string MostDisk(const ServiceReading& service) {
     return "without bound";
   }
   const bool mapped = service.record->writeMode == WRITE_MMAP;
-  const unsigned long long size = service.record->rotate_size_kbytes;
-  const size_t files = FilesKept(service);
+  const unsigned long long size = service.record->rotate_size_kbytes, files = FilesKept(service);
+  const bool isLeast = mapped && size < kLeastMapped;
   const std::string sum = "(1 + " + std::to_string(files) + ')';
-  const std::string count = mapped ? sum : files == 0 ? "6" : "5 x " + sum;
-  const std::string total = SizeText(MostKilobytes(service)) + " for each output: " + count + " x ";
-  if (mapped && size < kLeastMapped) {
-    return total + SizeText(kLeastMapped) + ", which a file takes while it is open";
-  }
-  return total + SizeText(size) +
-         (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
+  return SizeText(MostKilobytes(service)) + " for each output: " +
+         (mapped       ? sum
+          : files == 0 ? "6"
+                       : "5 x " + sum) +
+         " x " + SizeText(isLeast ? kLeastMapped : size) +
+         (isLeast  ? ", which a file takes while it is open"
+          : mapped ? " of text, before it is compressed"
+                   : " of text, before archives are compressed");
 }
 
 /// KiB of text that one output holds at least once it is full.

@@ -89,29 +89,21 @@ std::string NumberProblem(Kind kind, const std::string& text) {
 std::string PathProblem(Kind kind, const std::string& path) {
   const bool isOutput = kind == Kind::Output;
   const std::string consequence = isOutput ? ": nothing is logged" : ": it cannot be read";
-  if (path.empty()) {
-    return " is empty" + consequence;
-  }
-  if (path.size() > kLongestText) {
-    return kTooLong + ": the daemon stores an empty text";
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (path.empty() || path.size() > kLongestText) {
+    return (path.empty() ? " is empty" : kTooLong) + consequence;
   }
   if (path.front() != '/') {
-    const std::vector<std::string> times = {ColumnFormat::kDateTime, ColumnFormat::kCurrentTime};
     const bool isNowhere = isOutput && path.find('/') == std::string::npos;
     return " is not an absolute path" + (isNowhere ? consequence : ": it depends on where the daemon was started") +
-           (kind == Kind::Column ? HintAmong(times, path) : "");
+           (kind == Kind::Column ? HintAmong({ColumnFormat::kDateTime, ColumnFormat::kCurrentTime}, path) : "");
   }
-  const std::string name = path.substr(path.rfind('/') + 1);
   if (kind != Kind::Directory && (name.empty() || name == "." || name == "..")) {
     return " ends in \"" + (name.empty() ? "/" : name) + '"' +
-           (isOutput ? ": the daemon makes hidden files there, in factory mode none; did you mean a name behind it?"
-                     : consequence);
+           (isOutput ? ": the daemon makes hidden files there; did you mean a name after it?" : consequence);
   }
-  if (isOutput && name.size() > kLongestBase) {
-    return " has a file name of more than " + std::to_string(kLongestBase) +
-           " bytes, too long with an index behind it: nothing is logged";
-  }
-  return "";
+  const bool isLong = isOutput && name.size() > kLongestBase;
+  return isLong ? " has a file name of more than " + std::to_string(kLongestBase) + " bytes" + consequence : "";
 }
 
 std::string KeywordProblem(const Attribute& attribute, const std::string& text) {
@@ -130,8 +122,9 @@ std::string KeywordProblem(const Attribute& attribute, const std::string& text) 
 
 /// True when the text begins or ends with a blank, which the daemon takes for a part of it.
 bool HasOuterBlank(const std::string& text) {
-  const auto isBlank = [](char letter) { return isspace(static_cast<unsigned char>(letter)) != 0; };
-  return !text.empty() && (isBlank(text.front()) || isBlank(text.back()));
+  const std::string blanks = " \t\n\v\f\r";
+  return !text.empty() &&
+         (blanks.find(text.front()) != std::string::npos || blanks.find(text.back()) != std::string::npos);
 }
 
 }  // namespace
