@@ -1,9 +1,7 @@
 // Checks of single elements: whether they belong in their parent, with these attributes and values.
 
-#include <ctype.h>
 #include <libxml/tree.h>
 
-#include <algorithm>
 #include <map>
 
 #include "quilcheck/document.h"
@@ -32,14 +30,9 @@ bool NamesSchema(const xmlAttr* attribute) {
   return IsSchemaInstance(attribute->ns) && (name == "schemaLocation" || name == "noNamespaceSchemaLocation");
 }
 
-bool IsBlank(const xmlNode* text) {
-  const std::string content = text->content != nullptr ? reinterpret_cast<const char*>(text->content) : "";
-  return std::all_of(content.begin(), content.end(), [](unsigned char letter) { return isspace(letter); });
-}
-
 /// Finds what is neither element nor attribute: the daemon does not read it.
 void CheckBetweenElements(const xmlNode* node, Findings* findings) {
-  if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && !IsBlank(node)) {
+  if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && xmlIsBlankNode(node) == 0) {
     findings->Add(node, "text-ignored", "text in <" + NameOf(node->parent) + '>',
                   "; did you mean value=\"...\" in the tag?");
   } else if (node->type == XML_ENTITY_REF_NODE) {
