@@ -22,13 +22,13 @@ constexpr Element Holder(const char* parent, const char* name, InputKind brings,
   return {parent, name, Repeat::Adds, brings, meaning, {}};
 }
 
-constexpr Attribute Value(Kind kind, size_t field, const char* fallback, const char* meaning) {
-  return {"value", kind, field, fallback, meaning, nullptr, 0, -1};
+constexpr Attribute Value(Kind kind, uint16_t field, const char* fallback, const char* meaning) {
+  return {"value", kind, field, 0, -1, nullptr, fallback, meaning};
 }
 
-constexpr Attribute Words(const char* words, size_t field, const char* fallback, const char* meaning,
-                          Kind kind = Kind::Keyword, uint32_t firstCode = 1, int otherwise = -1) {
-  return {"value", kind, field, fallback, meaning, words, firstCode, otherwise};
+constexpr Attribute Words(const char* words, uint16_t field, const char* fallback, const char* meaning,
+                          Kind kind = Kind::Keyword, uint8_t firstCode = 1, int8_t otherwise = -1) {
+  return {"value", kind, field, firstCode, otherwise, words, fallback, meaning};
 }
 
 constexpr Attribute Named(const char* name, Attribute attribute) {

@@ -11,7 +11,7 @@
 namespace ConfigGrammar {
 
 /// What the text of an attribute means, and so what becomes of it.
-enum class Kind {
+enum class Kind : uint8_t {
   Name,       ///< of a service
   Number,     ///< a whole number from 0 to INT_MAX, like the next two
   Kilobytes,  ///< of KiB
@@ -27,7 +27,7 @@ enum class Kind {
 };
 
 /// What a second element of the same name and parent does.
-enum class Repeat {
+enum class Repeat : uint8_t {
   Adds,
   Replaces,      ///< what the first has set
   FillsUp,       ///< counts where those before have set nothing
@@ -37,12 +37,12 @@ enum class Repeat {
 struct Attribute {
   const char* name;  ///< null after the last attribute
   Kind kind;
-  size_t field;          ///< offset in the record of the parent: size_t, 32-bit code, text, or list of texts (Adds)
+  uint16_t field;  ///< offset in the record of the parent: size_t, 32-bit code, text, or list of texts (Adds)
+  uint8_t firstCode;
+  int8_t otherwise;      ///< code of any other text and of none; -1: the field is left as it was
+  const char* keywords;  ///< separated by blanks, with the codes firstCode and following
   const char* fallback;  ///< the default, for people
   const char* meaning;   ///< a sentence for people
-  const char* keywords;  ///< separated by blanks, with the codes firstCode and following
-  uint32_t firstCode;
-  int otherwise;  ///< code of any other text and of none; -1: the field is left as it was
 
   bool IsNumber() const { return kind == Kind::Number || kind == Kind::Kilobytes || kind == Kind::Seconds; }
 };

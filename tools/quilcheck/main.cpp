@@ -31,7 +31,7 @@ constexpr char kUsage[] =
     "  -r, --root DIR          looks up nodes and directories in DIR, an unpacked image\n"
     "      --rc FILE           compares the services with those that this init file starts\n"
     "      --disk SIZE         what all logs may take together: 512M, 2G\n"
-    "      --explain ID        tells about a rule; the id is behind each finding\n"
+    "      --explain ID        tells about a rule; the id ends each finding\n"
     "      --help-elements     tells what a file consists of\n"
     "      --schema            the same for editors, as an XML Schema\n"
     "      --version\n"
