@@ -353,7 +353,7 @@ TEST(Quilcheck, SampleAndPage) {
 
 TEST(Quilcheck, RootIsLookedUp) {
   std::filesystem::create_directories("/data/root/data/log/s/s");
-  std::filesystem::create_directories("/data/root/dev");
+  for (const char* name : {"dev", "proc/self"}) std::filesystem::create_directories(std::string("/data/root/") + name);
   WriteFile("/data/root/dev/n", "");
   WriteFile("/data/root/data/log/file", "");
   std::filesystem::create_symlink("/data", "/data/root/link");  // the image's own, not this machine's
@@ -374,6 +374,8 @@ TEST(Quilcheck, RootIsLookedUp) {
       "($N\\n[<dataPath=/link/log/file>]\\n[<alterdataPath=/none><alterdataPath=/link/log>]\\n[<alterdataPath=/none>\\n"
       "<alterdataPath=/no>])",
       {"3 poll-waits: *", "3 output-blocked: *", "5 node-unreadable: *", "6 node-missing: *", "7 node-missing: *"});
+  std::filesystem::remove("/data/root/proc/self");  // an image, without what the kernel gives
+  expect(stream + "2>]<outputFilePath=/data/log/x/y>)", {});
 }
 
 /// What the checker prints in a shell, then its status.
