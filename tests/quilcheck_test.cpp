@@ -111,41 +111,30 @@ constexpr char kMistakes[] = R"(
 $S ##
 ([<dataPath=DateTime><title=T><width=23>]$N) ##
 Names and places.
-$S\n<maxCompressedFiles=3> ## 4 element-unknown:did you mean maxCompressdFiles?
-$S<outputFilePath=/data/x> ## element-unknown:it belongs in quilcatGroup
-$S<interval=5> ## element-unknown:it is an attribute of logStyle
-$S<quilcat name='t'/> ## element-unknown:it belongs in the root element
-$S<cpuSets>little</cpuSets> ## value-missing:cpuSets without value & text-ignored:text in <cpuSets>
+$S\n<maxCompressedFiles=3>\n<outputFilePath=/data/x> ## 4 element-unknown:mean maxCompressdFiles? & 5 element-unknown:belongs in quilcatGroup
+$S<interval=5><quilcat name='t'/> ## element-unknown:is an attribute of logStyle & element-unknown:belongs in the root element
+$S<writeMode/><cpuSets>little</cpuSets> ## value-missing:takes factory & value-missing:cpuSets without & text-ignored:text in <cpuSets>
 $S\n<cpuSets value='little'>x &lt;\n</cpuSets>\n<!--\n-->\nx ## 4 text-ignored: & 8 text-ignored:
 {value='monitor_node' intervall='5'} ## attribute-unknown:did you mean interval?
 $S<cpuSets=little>\n<cpuSets=little> ## 4 again:cpuSets again (first in line 3): the last one counts
 ([<dataPath=/d><width=0>\n<width=10>]) ## 4 again:the first above 0 counts
 Numbers.
 $S<logRotateSizeKBytes=1M> ## number:takes it for 1; did you mean 1024? & again:logRotateSizeKBytes again
-$S<syncSeconds=2 min> ## number:takes it for 2; did you mean 120?
-$S<syncSeconds=> ## number:is not a number: the daemon takes it for 0
-$S<syncSeconds=-1> ## number:is negative: the daemon passes over it
-$S<syncSeconds=4294967301> ## number:is more than 2147483647: the daemon takes it for 5
-$S<syncSeconds=2147483648> ## number:is more than 2147483647: the daemon passes over it
+$S<syncSeconds=2 min><writeMode=map><cpuSets=0-3> ## number:for 2; did you mean 120? & keyword:takes factory; did you mean mmap? & keyword:there are little, big
+{value='poll_node' interval='4294967301' failureRetry=''} ## number:more than 2147483647: the daemon takes it for 5 & number:is not a number: the daemon takes it for 0
+{value='poll_node' interval='2147483648' failureRetry='-1'} ## number:the daemon passes over it & number:is negative: the daemon passes over it & poll-fast:
 $S<syncSeconds= +07 > ##
 {value='poll_node' interval='0.5'} ## number:takes it for 0; there are no fractions & poll-fast:polls without a pause
-$S<maxCompressdFiles=0> ## again: & files-none:no log is kept
-$S<logRotateSizeKBytes=0> ## again: & rotation-never:until the disk is full
+$S<maxCompressdFiles=0><logRotateSizeKBytes=0> ## again: & again: & rotation-never:until the disk is full & files-none:no log is kept
 <logRotateSizeKBytes=4194304>$S ## again: & rotation-large:4 GiB*2 GiB*mean 4096?
 $S<maxCompressdFiles=999> ## again: & files-many:deletes the newest first
 <writeMode=factory>$S<maxCompressdFiles=1001> ## again: & files-many:takes 1000
-Keywords.
-$S<writeMode/> ## value-missing:writeMode without value: the daemon takes factory
 <writeMode=factory><maxCompressdFiles=0>$S ## again: & files-none:no archive is made
-$S<writeMode=map> ## keyword:the daemon takes factory; did you mean mmap?
-$S<cpuSets=0-3> ## keyword:there are little, big
 Paths.
 ([<dataPath=datetime>][<alterdataPath=>][<dataPath=/d/>]) ## path:did you mean DateTime? & path:is empty & path:ends in
 ([<dataPath=/d><title=$X>][<dataPath=/$X>]) ## text-long:longer than 255 bytes & path:is longer than 255 bytes
-@log| ## path:is not an absolute path: nothing is logged
-@/data/log/..| ## path:ends in "..": the daemon makes hidden files
-@/data/log/log-%d| ## pattern:looks like a pattern
-@/data/log/$W| ## path:more than 231 bytes
+@log|@/data/log/..| ## path:is not an absolute path: nothing is logged & path:ends in "..": the daemon makes hidden files
+@/data/log/log-%d|@/data/log/$W| ## pattern:looks like a pattern & path:more than 231 bytes
 ([<dataPath=/d/ ><width=8192>]) ## blank: & width:8191
 Validity.
 {value='poll-node'} ## keyword:did you mean poll_node? & invalid:without a style & input-dropped:before a style
