@@ -27,9 +27,9 @@ std::string TargetOf(int descriptor) {
 }  // namespace
 
 Root::Root(const std::string& directory) : fd(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-  prefix = TargetOf(fd) == "/" ? "" : TargetOf(fd);
-  const OpenFile itself(Open("/"));
-  if (fd >= 0 && itself.fd < 0) {
+  const std::string path = fd >= 0 ? TargetOf(fd) : "";
+  prefix = path == "/" ? "" : path;
+  if (fd >= 0 && OpenFile(Open("/")).fd < 0) {
     close(std::exchange(fd, -1));
   }
 }
