@@ -172,7 +172,7 @@ class ConfigCase {
         Begin("logStyle");
         value = Attribute("value", kStyles[style]);
         for (size_t i = 1; i < 5 && inputs.empty(); ++i) style = value == kStyles[i] ? i : style;
-        Number(Attribute("interval", "5"), &poll);
+        Number(Attribute("interval", Pick("5|1")), &poll);
         Number(Attribute("failureRetry", "3"), &retry);
         keeps = Attribute("onWriteFailure", "retry") == "retry" || keeps;
         xml += "/>";
@@ -213,9 +213,9 @@ class ConfigCase {
     for (size_t count = Below(6); count > 0; --count) {
       const size_t kind = Below(6);
       if (kind == 0) First("titlePath", "/dev/t", &titlePath);
-      if (kind == 1) First("title", "T", &title);
+      if (kind == 1) First("title", Pick("T|Title"), &title);
       if (kind == 2) others += Line("alter_data_path", Element("alterdataPath", "/dev/m"));
-      if (kind == 3) Number(Element("width", "30"), width == 0 ? &width : &ignored);
+      if (kind == 3) Number(Element("width", Pick("30|0|4|12")), width == 0 ? &width : &ignored);
       if (kind >= 4) First("dataPath", polls ? Pick("/dev/n|DateTime|CurrentTime") : "/dev/n", &data);
       if (Wrong()) Stranger();
     }

@@ -25,24 +25,31 @@ struct BuiltinService {
   size_t mostFiles;
   uint32_t cpuSet;
   bool modeFollowsDevice;  ///< the device's properties choose the write mode; otherwise it stays WRITE_MMAP
-  const BuiltinNode* nodes;
-  size_t nodeCount;
-};
-
-constexpr BuiltinNode kKernelNodes[] = {{"/proc/kmsg", nullptr, nullptr, 0}};
-
-constexpr BuiltinNode kChargeNodes[] = {
-    {"DateTime", nullptr, "Time", 23},
-    {"/sys/class/kq_power/coul/coul_data/gaugelog", "/sys/class/kq_power/coul/coul_data/gaugelog_head", nullptr, 0},
-    {"/sys/class/kq_power/charger/charge_data/chargelog", "/sys/class/kq_power/charger/charge_data/chargelog_head",
-     nullptr, 0},
+  BuiltinNode nodes[3];    ///< up to one without a path
 };
 
 constexpr BuiltinService kServices[] = {
-    {QuilConfig::kBuiltInServices[0], STYLE_MONITOR_NODE, 0, "/data/log/android_logs/kmsgcat-log", 4096, 25,
-     CPU_SET_NONE, true, kKernelNodes, 1},
-    {QuilConfig::kBuiltInServices[1], STYLE_POLL_NODE, 5, "/data/log/charge-log/charge-log", 4096, 20, CPU_SET_LITTLE,
-     false, kChargeNodes, 3},
+    {QuilConfig::kBuiltInServices[0],
+     STYLE_MONITOR_NODE,
+     0,
+     "/data/log/android_logs/kmsgcat-log",
+     4096,
+     25,
+     CPU_SET_NONE,
+     true,
+     {{"/proc/kmsg", nullptr, nullptr, 0}}},
+    {QuilConfig::kBuiltInServices[1],
+     STYLE_POLL_NODE,
+     5,
+     "/data/log/charge-log/charge-log",
+     4096,
+     20,
+     CPU_SET_LITTLE,
+     false,
+     {{"DateTime", nullptr, "Time", 23},
+      {"/sys/class/kq_power/coul/coul_data/gaugelog", "/sys/class/kq_power/coul/coul_data/gaugelog_head", nullptr, 0},
+      {"/sys/class/kq_power/charger/charge_data/chargelog", "/sys/class/kq_power/charger/charge_data/chargelog_head",
+       nullptr, 0}}},
 };
 
 /// Copies `text`, which may be absent. False: there was a text but no memory.
@@ -51,16 +58,16 @@ bool CopyOptional(const char* text, char** copy) {
   return text == nullptr || *copy != nullptr;
 }
 
-/// Appends copies of `count` nodes to `group`. False: no memory; what was appended belongs to the group.
-bool AddNodes(const BuiltinNode* nodes, size_t count, QuilcatGroup_t* group) {
-  for (size_t i = 0; i < count; ++i) {
-    auto* set = AppendInput<QuilcatInputNodeSet_t>(group);
+/// Appends copies of the nodes to `group`. False: no memory; what was appended belongs to the group.
+bool AddNodes(const BuiltinService& service, QuilcatGroup_t* group) {
+  for (const BuiltinNode& node : service.nodes) {
+    auto* set = node.dataPath != nullptr ? AppendInput<QuilcatInputNodeSet_t>(group) : nullptr;
     if (set == nullptr) {
-      return false;
+      return node.dataPath == nullptr;
     }
-    set->width = nodes[i].width;
-    if (!CopyOptional(nodes[i].dataPath, &set->data_path) || !CopyOptional(nodes[i].titlePath, &set->title_path) ||
-        !CopyOptional(nodes[i].title, &set->title)) {
+    set->width = node.width;
+    if (!CopyOptional(node.dataPath, &set->data_path) || !CopyOptional(node.titlePath, &set->title_path) ||
+        !CopyOptional(node.title, &set->title)) {
       return false;
     }
   }
@@ -80,10 +87,10 @@ bool Build(const BuiltinService& service, QuilcatInfo_t* info) {
   info->maxCompressdFiles = service.mostFiles;
   info->cpu_set = service.cpuSet;
   if (service.modeFollowsDevice) {
-    info->writeMode = WriteModeOfDevice();
+    info->writeMode = WriteModeOfDevice(PropertyIs);
   }
-  return AddNodes(service.nodes, service.nodeCount, group) &&
-         CopyOptional(service.outputFilePath, &group->output_file_path) && CopyOptional(service.name, &info->name);
+  return AddNodes(service, group) && CopyOptional(service.outputFilePath, &group->output_file_path) &&
+         CopyOptional(service.name, &info->name);
 }
 
 }  // namespace

@@ -16,77 +16,57 @@ const char* OrNull(const char* text) {
 }
 
 /// Prints a setting that not every service has.
-void PrintIfSet(const char* name, size_t value) {
+void PrintIfSet(FILE* to, const char* name, size_t value) {
   if (value != 0) {
-    fprintf(stderr, "%-18s: %zu\n", name, value);
+    fprintf(to, "%-18s: %zu\n", name, value);
   }
 }
 
-void PrintTexts(const char* name, const QuilcatStrList_t* entry) {
+void PrintTexts(FILE* to, const char* name, const QuilcatStrList_t* entry) {
   for (; entry != nullptr; entry = entry->next) {
-    fprintf(stderr, "%-18s: %s\n", name, OrNull(entry->str));
+    fprintf(to, "%-18s: %s\n", name, OrNull(entry->str));
   }
 }
 
-void PrintNodeSets(const QuilcatInputNodeSet_t* set) {
+void PrintNodeSets(FILE* to, const QuilcatInputNodeSet_t* set) {
   for (; set != nullptr; set = set->next) {
-    fprintf(stderr, "data_path         : %s\n", OrNull(set->data_path));
-    fprintf(stderr, "title_path        : %s\n", OrNull(set->title_path));
-    fprintf(stderr, "title             : %s\n", OrNull(set->title));
-    fprintf(stderr, "width             : %zu\n", set->width);
-    PrintTexts("alter_data_path", set->alter_data_path);
+    fprintf(to, "data_path         : %s\n", OrNull(set->data_path));
+    fprintf(to, "title_path        : %s\n", OrNull(set->title_path));
+    fprintf(to, "title             : %s\n", OrNull(set->title));
+    fprintf(to, "width             : %zu\n", set->width);
+    PrintTexts(to, "alter_data_path", set->alter_data_path);
   }
 }
 
-void PrintDirectory(const QuilcatStrList_t* directory) {
-  if (directory != nullptr) {
-    fprintf(stderr, "inputDirPath      : %s\n", OrNull(directory->str));
-    PrintTexts("pickNode", directory->next);
-  }
-}
-
-void PrintInputs(const QuilcatGroup_t& group) {
+void PrintInputs(FILE* to, const QuilcatGroup_t& group) {
   switch (InputKindOf(group.style)) {
     case INPUT_NONE:
       break;
     case INPUT_NODE_SETS:
-      PrintNodeSets(NodeSets(&group));
+      PrintNodeSets(to, NodeSets(&group));
       break;
     case INPUT_DIRECTORY:
-      PrintDirectory(StringList(&group));
+      if (const QuilcatStrList_t* directory = StringList(&group); directory != nullptr) {
+        fprintf(to, "inputDirPath      : %s\n", OrNull(directory->str));
+        PrintTexts(to, "pickNode", directory->next);
+      }
       break;
     case INPUT_COMMANDS:
-      PrintTexts("command", StringList(&group));
+      PrintTexts(to, "command", StringList(&group));
       break;
   }
 }
 
-void PrintGroup(const QuilcatGroup_t& group) {
-  fprintf(stderr, "~~~~~~ QuilcatGroup begin ~~~~~~\n");
-  fprintf(stderr, "polling_interval  : %zu\n", group.polling_interval);
-  fprintf(stderr, "failureRetry      : %zu\n", group.failureRetry);
-  fprintf(stderr, "style             : %zu\n", static_cast<size_t>(group.style));
-  fprintf(stderr, "output_file_path  : %s\n", OrNull(group.output_file_path));
-  fprintf(stderr, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
-  PrintIfSet("on_write_failure", static_cast<size_t>(group.on_write_failure));
-  PrintInputs(group);
-  fprintf(stderr, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
-}
-
-bool NodeSetsAreValid(const QuilcatInputNodeSet_t* set) {
-  const bool any = set != nullptr;
-  while (set != nullptr && (set->data_path != nullptr || set->alter_data_path != nullptr)) {
-    set = set->next;
-  }
-  return any && set == nullptr;
-}
-
-bool CommandsAreValid(const QuilcatStrList_t* command) {
-  const bool any = command != nullptr;
-  while (command != nullptr && command->str != nullptr) {
-    command = command->next;
-  }
-  return any && command == nullptr;
+void PrintGroup(FILE* to, const QuilcatGroup_t& group) {
+  fprintf(to, "~~~~~~ QuilcatGroup begin ~~~~~~\n");
+  fprintf(to, "polling_interval  : %zu\n", group.polling_interval);
+  fprintf(to, "failureRetry      : %zu\n", group.failureRetry);
+  fprintf(to, "style             : %zu\n", static_cast<size_t>(group.style));
+  fprintf(to, "output_file_path  : %s\n", OrNull(group.output_file_path));
+  fprintf(to, "info              : 0x%lx\n", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(group.info)));
+  PrintIfSet(to, "on_write_failure", static_cast<size_t>(group.on_write_failure));
+  PrintInputs(to, group);
+  fprintf(to, "~~~~~~ QuilcatGroup end ~~~~~~~~\n");
 }
 
 bool InputsAreValid(const QuilcatGroup_t& group) {
@@ -94,30 +74,38 @@ bool InputsAreValid(const QuilcatGroup_t& group) {
     case INPUT_NONE:
       return false;
     case INPUT_NODE_SETS:
-      return NodeSetsAreValid(NodeSets(&group));
+      for (const QuilcatInputNodeSet_t* set = NodeSets(&group); set != nullptr; set = set->next) {
+        if (set->data_path == nullptr && set->alter_data_path == nullptr) {
+          return false;
+        }
+      }
+      break;
     case INPUT_DIRECTORY:
       return group.input != nullptr && StringList(&group)->str != nullptr;
     case INPUT_COMMANDS:
-      return CommandsAreValid(StringList(&group));
+      for (const QuilcatStrList_t* command = StringList(&group); command != nullptr; command = command->next) {
+        if (command->str == nullptr) {
+          return false;
+        }
+      }
+      break;
   }
-  return false;
+  return group.input != nullptr;
 }
 
-void FreeStringList(QuilcatStrList_t* entry) {
-  while (entry != nullptr) {
-    QuilcatStrList_t* next = entry->next;
-    free(entry->str);
-    free(entry);
-    entry = next;
+/// Releases each record of a chain by `release`.
+template <typename Record>
+void FreeChain(Record* record, void (*release)(Record*)) {
+  while (record != nullptr) {
+    Record* next = record->next;
+    release(record);
+    record = next;
   }
 }
 
-void FreeNodeSets(QuilcatInputNodeSet_t* set) {
-  while (set != nullptr) {
-    QuilcatInputNodeSet_t* next = set->next;
-    QuilConfig::free_inputNodeSet(set);
-    set = next;
-  }
+void FreeText(QuilcatStrList_t* entry) {
+  free(entry->str);
+  free(entry);
 }
 
 void FreeInputs(QuilcatGroup_t* group) {
@@ -125,11 +113,11 @@ void FreeInputs(QuilcatGroup_t* group) {
     case INPUT_NONE:
       break;
     case INPUT_NODE_SETS:
-      FreeNodeSets(NodeSets(group));
+      FreeChain(NodeSets(group), QuilConfig::free_inputNodeSet);
       break;
     case INPUT_DIRECTORY:
     case INPUT_COMMANDS:
-      FreeStringList(StringList(group));
+      FreeChain(StringList(group), FreeText);
       break;
   }
 }
@@ -148,19 +136,19 @@ int QuilConfig::checkQuilcatInfo(const QuilcatInfo_t* info) {
   return 0;
 }
 
-void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info) {
-  fprintf(stderr, "------------- printQuilcatInfo begin -------------\n");
-  fprintf(stderr, "name              : %s\n", OrNull(info->name));
-  fprintf(stderr, "rotate_size_kbytes: %zu\n", info->rotate_size_kbytes);
-  fprintf(stderr, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
-  fprintf(stderr, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
-  fprintf(stderr, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
-  PrintIfSet("sync_seconds", info->sync_seconds);
-  PrintIfSet("empty_files", static_cast<size_t>(info->empty_files));
+void QuilConfig::printQuilcatInfo(QuilcatInfo_t* info, FILE* to) {
+  fprintf(to, "------------- printQuilcatInfo begin -------------\n");
+  fprintf(to, "name              : %s\n", OrNull(info->name));
+  fprintf(to, "rotate_size_kbytes: %zu\n", info->rotate_size_kbytes);
+  fprintf(to, "maxCompressdFiles : %zu\n", info->maxCompressdFiles);
+  fprintf(to, "cpu_set           : %zu\n", static_cast<size_t>(info->cpu_set));
+  fprintf(to, "writeMode         : %zu\n", static_cast<size_t>(info->writeMode));
+  PrintIfSet(to, "sync_seconds", info->sync_seconds);
+  PrintIfSet(to, "empty_files", static_cast<size_t>(info->empty_files));
   for (const QuilcatGroup_t* group = info->group_list; group != nullptr; group = group->next) {
-    PrintGroup(*group);
+    PrintGroup(to, *group);
   }
-  fprintf(stderr, "------------- printQuilcatInfo end ---------------\n");
+  fprintf(to, "------------- printQuilcatInfo end ---------------\n");
 }
 
 void QuilConfig::free_config_file(QuilcatInfo_t* info) {
@@ -168,12 +156,7 @@ void QuilConfig::free_config_file(QuilcatInfo_t* info) {
     return;
   }
   free(info->name);
-  QuilcatGroup_t* group = info->group_list;
-  while (group != nullptr) {
-    QuilcatGroup_t* next = group->next;
-    free_logcatGroup(group);
-    group = next;
-  }
+  FreeChain(info->group_list, free_logcatGroup);
   memset_s(info, sizeof *info, 0, sizeof *info);
 }
 
@@ -194,6 +177,6 @@ void QuilConfig::free_inputNodeSet(QuilcatInputNodeSet_t* set) {
   free(set->data_path);
   free(set->title_path);
   free(set->title);
-  FreeStringList(set->alter_data_path);
+  FreeChain(set->alter_data_path, FreeText);
   free(set);
 }

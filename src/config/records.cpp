@@ -32,13 +32,9 @@ bool PropertyIs(const char* name, const char* expected) {
   return strcmp(value, expected) == 0;
 }
 
-bool IsFactoryDevice() {
-  return PropertyIs("ro.runmode", "factory");
-}
-
-type_write WriteModeOfDevice() {
-  const bool isFactory =
-      IsFactoryDevice() || (PropertyIs("ro.build.type", "eng") && PropertyIs("ro.build.version.vexa", ""));
+type_write WriteModeOfDevice(const PropertyLookUp& propertyIs) {
+  const bool isFactory = propertyIs("ro.runmode", "factory") ||
+                         (propertyIs("ro.build.type", "eng") && propertyIs("ro.build.version.vexa", ""));
   return isFactory ? WRITE_FACTORY : WRITE_MMAP;
 }
 

@@ -3,6 +3,8 @@
 
 #include <stdlib.h>
 
+#include <functional>
+
 #include "config/quilcommon.h"
 
 /// Small operations on the records that the files of this folder share.
@@ -79,14 +81,14 @@ char* CopyText(const char* text);
 void ReadNumber(const char* text, size_t* field);
 
 /// Tells whether system property `name` has the value `expected`; a missing property has the value "".
+using PropertyLookUp = std::function<bool(const char* name, const char* expected)>;
+
+/// A PropertyLookUp: that of this device.
 bool PropertyIs(const char* name, const char* expected);
 
-/// Tells whether "ro.runmode" is "factory".
-bool IsFactoryDevice();
-
-/// The write mode of a service that may run in factory mode: WRITE_FACTORY on a factory device, and on an engineering
-/// build without "ro.build.version.vexa"; otherwise WRITE_MMAP.
-type_write WriteModeOfDevice();
+/// The write mode of a service that may run in factory mode: WRITE_FACTORY on a factory device ("ro.runmode" is
+/// "factory"), and on an engineering build without "ro.build.version.vexa"; otherwise WRITE_MMAP.
+type_write WriteModeOfDevice(const PropertyLookUp& propertyIs);
 
 }  // namespace QuilCommon
 

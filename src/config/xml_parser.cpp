@@ -3,39 +3,38 @@
 #include <dlfcn.h>
 #include <stdio.h>
 
-#include "config/quil_config.h"
-
-XmlParser xmlParser;
-
 namespace {
 
 /// Points `*function` to what the library calls `name`; null when it has no such function.
 template <typename Function>
-bool LookUp(const char* name, Function* function) {
-  *function = reinterpret_cast<Function>(dlsym(xmlParser.handle, name));
+bool LookUp(void* library, const char* name, Function* function) {
+  *function = reinterpret_cast<Function>(dlsym(library, name));
   return *function != nullptr;
 }
 
-bool LoadLibrary() {
-  xmlParser.handle = dlopen("/system/lib64/libxml2.so", RTLD_LAZY);
-  return xmlParser.handle != nullptr && LookUp("xmlParseFile", &xmlParser.parseFile) &&
-         LookUp("xmlDocGetRootElement", &xmlParser.docGetRootElement) && LookUp("xmlFreeDoc", &xmlParser.freeDoc) &&
-         LookUp("xmlGetProp", &xmlParser.getProp) && LookUp("xmlStrcmp", &xmlParser.compare);
+bool LoadLibrary(XmlParser* parser) {
+  void* library = dlopen("/system/lib64/libxml2.so", RTLD_LAZY);
+  parser->handle = library;
+  return library != nullptr && LookUp(library, "xmlParseFile", &parser->parseFile) &&
+         LookUp(library, "xmlDocGetRootElement", &parser->docGetRootElement) &&
+         LookUp(library, "xmlFreeDoc", &parser->freeDoc) && LookUp(library, "xmlGetProp", &parser->getProp) &&
+         LookUp(library, "xmlStrcmp", &parser->compare);
 }
 
 }  // namespace
 
-int QuilConfig::initLibxml2() {
-  if (LoadLibrary()) {
+int initLibxml2(XmlParser* parser) {
+  *parser = {};
+  if (LoadLibrary(parser)) {
     return 0;
   }
   fprintf(stderr, "initLibxml2: dlopen or dlsym return error\n");
   return 1;
 }
 
-void releaseLibxml2() {
-  if (xmlParser.handle != nullptr) {
-    dlclose(xmlParser.handle);
+void releaseLibxml2(XmlParser* parser) {
+  if (parser->handle != nullptr) {
+    dlclose(parser->handle);
   }
-  xmlParser = {};
+  *parser = {};
 }

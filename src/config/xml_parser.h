@@ -5,10 +5,7 @@
 #include <libxml/tree.h>
 
 /// libxml2, bound at run time. Its headers give the types only: nothing here links against the library, so the
-/// daemon starts on a device that does not have it.
-///
-/// In the daemon all members are null except while QuilConfig::parse_config_file runs. A program that is linked with
-/// libxml2 may set the functions itself, with a null handle, and use the readers of QuilConfig. Main thread only.
+/// daemon starts on a device that does not have it. A program that is linked with it gives the functions itself.
 struct XmlParser {
   void* handle;
   decltype(&xmlParseFile) parseFile;
@@ -18,9 +15,11 @@ struct XmlParser {
   decltype(&xmlStrcmp) compare;
 };
 
-extern XmlParser xmlParser;
+/// Loads libxml2 and looks up the five functions used. Returns 0, or 1 with a message on standard error. Either way
+/// releaseLibxml2 has to follow.
+int initLibxml2(XmlParser* parser);
 
-/// Closes the library and clears xmlParser. Does nothing when it is clear.
-void releaseLibxml2();
+/// Closes the library and clears `*parser`. Does nothing when it is clear.
+void releaseLibxml2(XmlParser* parser);
 
 #endif  // QUILCAT_CONFIG_XML_PARSER_H_

@@ -1,22 +1,18 @@
-// Reads a service from the first configuration file that exists.
-//
-// Every value is an attribute. The children of an element are read in document order by a table that tells, for each
-// element name, what reads it; only group elements report a name that is in no table.
+#include "config/xml_reader.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <iterator>
 #include <memory>
 
 #include "config/quil_config.h"
-#include "config/records.h"
-#include "config/xml_parser.h"
 
 using namespace QuilCommon;
+using ConfigGrammar::Attribute;
+using ConfigGrammar::Element;
+using ConfigGrammar::Kind;
+using ConfigGrammar::Repeat;
 
 namespace {
 
@@ -32,144 +28,38 @@ const char* Plain(const xmlChar* text) {
   return reinterpret_cast<const char*>(text);
 }
 
-/// The text of an attribute; null when the element does not have it.
-AttributeText Attribute(xmlNode* node, const char* name) {
-  return AttributeText(xmlParser.getProp(node, Xml(name)));
-}
-
-bool IsNamed(const xmlNode* node, const char* name) {
-  return node->type == XML_ELEMENT_NODE && xmlParser.compare(node->name, Xml(name)) == 0;
-}
-
-/// Stores the number that an attribute's text begins with. A missing attribute leaves `*field` alone.
-void ReadInteger(xmlNode* node, const char* attribute, size_t* field) {
-  const AttributeText text = Attribute(node, attribute);
-  if (text != nullptr) {
-    ReadNumber(Plain(text.get()), field);
+/// Stores a copy of `text` and releases what `*field` held. Without a text nothing changes.
+void StoreText(const xmlChar* text, char** field) {
+  char* copy = text != nullptr ? CopyText(Plain(text)) : nullptr;
+  if (copy != nullptr) {
+    free(*field);
+    *field = copy;
   }
 }
 
-template <typename Code>
-struct Keyword {
-  const char* word;
-  Code code;
-};
-
-/// Stores the code of the keyword that an attribute equals; any other text, or none, leaves `*field` alone.
-template <typename Code, size_t count>
-void ReadKeyword(xmlNode* node, const char* attribute, const Keyword<Code> (&keywords)[count], Code* field) {
-  const AttributeText text = Attribute(node, attribute);
-  if (text == nullptr) {
+void StoreText(const xmlChar* text, Repeat repeat, void* field) {
+  if (repeat == Repeat::Adds) {
+    QuilcatStrList_t* entry = Append(static_cast<QuilcatStrList_t**>(field));
+    if (entry != nullptr) {
+      StoreText(text, &entry->str);
+    }
     return;
   }
-  for (const Keyword<Code>& keyword : keywords) {
-    if (xmlParser.compare(text.get(), Xml(keyword.word)) == 0) {
-      *field = keyword.code;
-    }
+  auto* own = static_cast<char**>(field);
+  if (repeat != Repeat::FillsUp || *own == nullptr) {
+    StoreText(text, own);
   }
 }
 
-template <typename Target>
-struct ElementReader {
-  const char* name;
-  void (*read)(xmlNode* node, Target* target);
-};
-
-/// Has each child element of `parent` read into `target` by the reader of its name, others by `readOther` if given.
-template <typename Target, size_t count>
-void ReadChildren(xmlNode* parent, const ElementReader<Target> (&readers)[count], Target* target,
-                  void (*readOther)(xmlNode* node) = nullptr) {
-  for (xmlNode* child = parent->children; child != nullptr; child = child->next) {
-    if (child->type != XML_ELEMENT_NODE) {
-      continue;
-    }
-    const auto* reader = std::find_if(std::begin(readers), std::end(readers),
-                                      [child](const auto& candidate) { return IsNamed(child, candidate.name); });
-    if (reader != std::end(readers)) {
-      reader->read(child, target);
-    } else if (readOther != nullptr) {
-      readOther(child);
-    }
+void StoreNumber(const xmlChar* text, Repeat repeat, size_t* field) {
+  if (text != nullptr && (repeat != Repeat::FillsUp || *field == 0)) {
+    ReadNumber(Plain(text), field);
   }
 }
 
-/// The first occurrence with a value counts.
-void ReadStringOnce(xmlNode* node, char** field) {
-  if (*field == nullptr) {
-    QuilConfig::parseXmlNodeStr(node, field);
-  }
-}
-
-void ReadCpuSet(xmlNode* node, QuilcatInfo_t* info) {
-  static constexpr Keyword<uint32_t> kKeywords[] = {{"little", CPU_SET_LITTLE}, {"big", CPU_SET_BIG}};
-  info->cpu_set = CPU_SET_NONE;
-  ReadKeyword(node, "value", kKeywords, &info->cpu_set);
-}
-
-void ReadEmptyFiles(xmlNode* node, QuilcatInfo_t* info) {
-  static constexpr Keyword<type_empty_files> kKeywords[] = {{"remove", EMPTY_FILES_REMOVE}};
-  ReadKeyword(node, "value", kKeywords, &info->empty_files);
-}
-
-void ReadWidth(xmlNode* node, QuilcatInputNodeSet_t* set) {
-  if (set->width == 0) {
-    ReadInteger(node, "value", &set->width);
-  }
-}
-
-constexpr ElementReader<QuilcatInfo_t> kServiceElements[] = {
-    {"logRotateSizeKBytes",
-     [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->rotate_size_kbytes); }},
-    {"maxCompressdFiles",
-     [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->maxCompressdFiles); }},
-    {"cpuSets", ReadCpuSet},
-    {"writeMode", QuilConfig::parseXmlNodeWriteMode},
-    {"syncSeconds", [](xmlNode* node, QuilcatInfo_t* info) { ReadInteger(node, "value", &info->sync_seconds); }},
-    {"emptyFiles", ReadEmptyFiles},
-    {"quilcatGroup", QuilConfig::parseXmlNodeQuilcatGroup},
-};
-
-constexpr ElementReader<QuilcatGroup_t> kGroupElements[] = {
-    {"logStyle", QuilConfig::parseXmlNodeLogStyle},         {"outputFilePath", QuilConfig::parseXmlNodeOutputFilePath},
-    {"inputNodeSet", QuilConfig::parseXmlNodeInputNodeSet}, {"inputDirSet", QuilConfig::parseXmlNodeInputDirSet},
-    {"inputCmdSet", QuilConfig::parseXmlNodeInputCmdSet},
-};
-
-constexpr ElementReader<QuilcatInputNodeSet_t> kNodeSetElements[] = {
-    {"dataPath", [](xmlNode* node, QuilcatInputNodeSet_t* set) { ReadStringOnce(node, &set->data_path); }},
-    {"titlePath", [](xmlNode* node, QuilcatInputNodeSet_t* set) { ReadStringOnce(node, &set->title_path); }},
-    {"title", [](xmlNode* node, QuilcatInputNodeSet_t* set) { ReadStringOnce(node, &set->title); }},
-    {"alterdataPath",
-     [](xmlNode* node, QuilcatInputNodeSet_t* set) { QuilConfig::parseXmlNodeStrList(node, &set->alter_data_path); }},
-    {"width", ReadWidth},
-};
-
-constexpr ElementReader<QuilcatStrList_t> kDirSetElements[] = {
-    {"inputDirPath", [](xmlNode* node, QuilcatStrList_t* directory) { ReadStringOnce(node, &directory->str); }},
-    {"pickNode",
-     [](xmlNode* node, QuilcatStrList_t* directory) { QuilConfig::parseXmlNodeStrList(node, &directory->next); }},
-};
-
-void ReportGroupElement(xmlNode* node) {
-  fprintf(stderr, "Unsupport quilcatGroup para [%s]!\n", Plain(node->name));
-}
-
-int ReadDocument(xmlDoc* document, const char* name, QuilcatInfo_t* info) {
-  xmlNode* root = xmlParser.docGetRootElement(document);
-  if (root == nullptr) {
-    return 1;
-  }
-  return QuilConfig::parseQuilcatConfigs(document, root->children, name, info);
-}
-
-int ReadFile(const char* path, const char* name, QuilcatInfo_t* info) {
-  xmlDoc* document = xmlParser.parseFile(path);
-  if (document == nullptr) {
-    return 1;
-  }
-  const int result = ReadDocument(document, name, info);
-  xmlParser.freeDoc(document);
-  return result;
+/// The codes are enumerations with an underlying type of 32 bits.
+void StoreCode(uint32_t code, void* field) {
+  memcpy(field, &code, sizeof code);
 }
 
 /// The configuration file of this device; null when it has none.
@@ -182,20 +72,33 @@ const char* FindFile() {
   return nullptr;
 }
 
+int ReadFile(const XmlParser& parser, const char* path, const char* name, QuilcatInfo_t* info) {
+  xmlDoc* document = parser.parseFile(path);
+  if (document == nullptr) {
+    return 1;
+  }
+  xmlNode* root = parser.docGetRootElement(document);
+  const XmlReader reader(parser, stderr, PropertyIs);
+  const int result = root != nullptr ? reader.parseQuilcatConfigs(document, root->children, name, info) : 1;
+  parser.freeDoc(document);
+  return result;
+}
+
 }  // namespace
 
 int QuilConfig::parse_config_file(const char* name, QuilcatInfo_t* info) {
   if (name == nullptr || info == nullptr) {
     return 1;
   }
-  const char* path = initLibxml2() == 0 ? FindFile() : nullptr;
+  XmlParser parser;
+  const char* path = initLibxml2(&parser) == 0 ? FindFile() : nullptr;
   // A file that exists is final: neither the next candidate nor a built-in service replaces it.
-  const int result = path != nullptr ? ReadFile(path, name, info) : parseDefault(name, info);
-  releaseLibxml2();
+  const int result = path != nullptr ? ReadFile(parser, path, name, info) : parseDefault(name, info);
+  releaseLibxml2(&parser);
   return result;
 }
 
-int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char* name, QuilcatInfo_t* info) {
+int XmlReader::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char* name, QuilcatInfo_t* info) const {
   if (document == nullptr || first == nullptr || name == nullptr || info == nullptr) {
     return 1;
   }
@@ -203,7 +106,7 @@ int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char
     if (!IsNamed(node, "quilcat")) {
       continue;
     }
-    const AttributeText service = Attribute(node, "name");
+    const AttributeText service(parser.getProp(node, Xml("name")));
     // A start without a service name must not find a service without a name.
     if (service != nullptr && *name != '\0' && strcmp(Plain(service.get()), name) == 0) {
       return parseQuilcat(node, name, info);
@@ -212,7 +115,7 @@ int QuilConfig::parseQuilcatConfigs(xmlDoc* document, xmlNode* first, const char
   return 1;
 }
 
-int QuilConfig::parseQuilcat(xmlNode* service, const char* name, QuilcatInfo_t* info) {
+int XmlReader::parseQuilcat(xmlNode* service, const char* name, QuilcatInfo_t* info) const {
   if (service == nullptr || name == nullptr || info == nullptr) {
     return 1;
   }
@@ -220,119 +123,106 @@ int QuilConfig::parseQuilcat(xmlNode* service, const char* name, QuilcatInfo_t* 
   if (info->name == nullptr) {
     return 1;
   }
-  ReadChildren(service, kServiceElements, info);
-  printQuilcatInfo(info);
-  return checkQuilcatInfo(info);
+  ReadChildren(service, "quilcat", info);
+  if (messages != nullptr) {
+    QuilConfig::printQuilcatInfo(info, messages);
+  }
+  return QuilConfig::checkQuilcatInfo(info);
 }
 
-void QuilConfig::parseXmlNodeWriteMode(xmlNode* node, QuilcatInfo_t* info) {
-  static constexpr Keyword<type_write> kKeywords[] = {{"mmap", WRITE_MMAP}, {"factory", WRITE_FACTORY}};
-  if (node == nullptr || info == nullptr) {
-    return;
-  }
-  type_write mode = WRITE_FACTORY;
-  if (WriteModeOfDevice() != WRITE_FACTORY) {
-    ReadKeyword(node, "value", kKeywords, &mode);
-  }
-  info->writeMode = mode;
+bool XmlReader::IsNamed(const xmlNode* node, const char* name) const {
+  return node->type == XML_ELEMENT_NODE && parser.compare(node->name, Xml(name)) == 0;
 }
 
-void QuilConfig::parseXmlNodeQuilcatGroup(xmlNode* node, QuilcatInfo_t* info) {
-  if (node == nullptr || info == nullptr) {
-    return;
-  }
-  QuilcatGroup_t* group = Append(&info->group_list);
-  if (group == nullptr) {
-    return;
-  }
-  group->info = info;
-  ReadChildren(node, kGroupElements, group, ReportGroupElement);
-}
-
-void QuilConfig::parseXmlNodeLogStyle(xmlNode* node, QuilcatGroup_t* group) {
-  static constexpr Keyword<type_style> kKeywords[] = {
-      {"monitor_node", STYLE_MONITOR_NODE},
-      {"monitor_dir", STYLE_MONITOR_DIR},
-      {"poll_node", STYLE_POLL_NODE},
-      {"poll_cmd", STYLE_POLL_CMD},
-  };
-  static constexpr Keyword<type_write_failure> kWriteFailures[] = {{"retry", WRITE_FAILURE_RETRY}};
-  if (node == nullptr || group == nullptr) {
-    return;
-  }
-  // The style tells what kind of records `input` holds.
-  if (group->input == nullptr) {
-    ReadKeyword(node, "value", kKeywords, &group->style);
-  }
-  ReadInteger(node, "interval", &group->polling_interval);
-  ReadInteger(node, "failureRetry", &group->failureRetry);
-  ReadKeyword(node, "onWriteFailure", kWriteFailures, &group->on_write_failure);
-}
-
-void QuilConfig::parseXmlNodeOutputFilePath(xmlNode* node, QuilcatGroup_t* group) {
-  if (node != nullptr && group != nullptr) {
-    parseXmlNodeStr(node, &group->output_file_path);
-  }
-}
-
-void QuilConfig::parseXmlNodeInputNodeSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_NODE_SETS) {
-    return;
-  }
-  auto* set = AppendInput<QuilcatInputNodeSet_t>(group);
-  if (set != nullptr) {
-    ReadChildren(node, kNodeSetElements, set);
-  }
-}
-
-void QuilConfig::parseXmlNodeInputDirSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_DIRECTORY) {
-    return;
-  }
-  if (group->input != nullptr) {
-    fprintf(stderr, "Only support one inputDirSet!\n");
-    return;
-  }
-  auto* directory = AppendInput<QuilcatStrList_t>(group);
-  if (directory != nullptr) {
-    ReadChildren(node, kDirSetElements, directory);
-  }
-}
-
-void QuilConfig::parseXmlNodeInputCmdSet(xmlNode* node, QuilcatGroup_t* group) {
-  if (node == nullptr || group == nullptr || InputKindOf(group->style) != INPUT_COMMANDS) {
-    return;
-  }
-  auto* command = AppendInput<QuilcatStrList_t>(group);
-  if (command == nullptr) {
-    return;
-  }
-  for (xmlNode* child = node->children; child != nullptr; child = child->next) {
-    if (IsNamed(child, "command")) {
-      parseXmlNodeStr(child, &command->str);
-      return;
+void XmlReader::ReadChildren(xmlNode* parent, const char* parentName, void* record) const {
+  for (xmlNode* child = parent->children; child != nullptr; child = child->next) {
+    if (child->type != XML_ELEMENT_NODE) {
+      continue;
+    }
+    const Element* row = ConfigGrammar::Find(parentName, Plain(child->name));
+    if (row != nullptr) {
+      ReadChild(child, *row, record);
+      if (row->repeat == Repeat::IsPassedOver) {
+        return;  // its parent has nothing else
+      }
+    } else if (messages != nullptr && strcmp(parentName, "quilcatGroup") == 0) {
+      fprintf(messages, "Unsupport quilcatGroup para [%s]!\n", Plain(child->name));
     }
   }
 }
 
-void QuilConfig::parseXmlNodeStr(xmlNode* node, char** field) {
-  if (node == nullptr || field == nullptr) {
-    return;
+void XmlReader::ReadChild(xmlNode* node, const Element& row, void* record) const {
+  void* target = row.HoldsOthers() ? Begin(row, record) : record;
+  for (const Attribute* attribute = row.attributes; attribute->name != nullptr; ++attribute) {
+    ReadAttribute(node, row, *attribute, record);
   }
-  const AttributeText text = Attribute(node, "value");
-  char* copy = text != nullptr ? CopyText(Plain(text.get())) : nullptr;
-  if (copy != nullptr) {
-    free(*field);
-    *field = copy;
+  if (observer) {
+    observer(node, target);
+  }
+  if (row.HoldsOthers() && target != nullptr) {
+    ReadChildren(node, row.name, target);
   }
 }
 
-void QuilConfig::parseXmlNodeStrList(xmlNode* node, QuilcatStrList_t** list) {
-  if (node == nullptr || list == nullptr) {
+void XmlReader::ReadAttribute(xmlNode* node, const Element& row, const Attribute& attribute, void* record) const {
+  void* field = static_cast<char*>(record) + attribute.field;
+  const AttributeText text(parser.getProp(node, Xml(attribute.name)));
+  if (attribute.kind == Kind::Style && static_cast<QuilcatGroup_t*>(record)->input != nullptr) {
+    return;  // the style tells what kind of records the inputs are
+  }
+  const bool isOverruled = attribute.kind == Kind::WriteMode && WriteModeOfDevice(propertyIs) == WRITE_FACTORY;
+  if (attribute.keywords != nullptr) {
+    StoreKeyword(isOverruled ? nullptr : text.get(), attribute, field);
+  } else if (attribute.IsNumber()) {
+    StoreNumber(text.get(), row.repeat, static_cast<size_t*>(field));
+  } else {
+    StoreText(text.get(), row.repeat, field);
+  }
+}
+
+void XmlReader::StoreKeyword(const xmlChar* text, const Attribute& attribute, void* field) const {
+  if (attribute.otherwise >= 0) {
+    StoreCode(static_cast<uint32_t>(attribute.otherwise), field);
+  }
+  if (text == nullptr) {
     return;
   }
-  QuilcatStrList_t* entry = Append(list);
-  if (entry != nullptr) {
-    parseXmlNodeStr(node, &entry->str);
+  uint32_t code = attribute.firstCode;
+  for (const char* word = attribute.keywords; *word != '\0'; ++code) {
+    const size_t length = strcspn(word, " ");
+    if (strlen(Plain(text)) == length && strncmp(Plain(text), word, length) == 0) {
+      StoreCode(code, field);
+    }
+    word += length + (word[length] == ' ' ? 1 : 0);
   }
+}
+
+/// The record that the children of an element are read into; null: the element is passed over.
+void* XmlReader::Begin(const Element& row, void* parent) const {
+  if (row.brings == INPUT_NONE) {
+    auto* info = static_cast<QuilcatInfo_t*>(parent);
+    QuilcatGroup_t* added = Append(&info->group_list);
+    if (added != nullptr) {
+      added->info = info;
+    }
+    return added;
+  }
+  auto* group = static_cast<QuilcatGroup_t*>(parent);
+  if (InputKindOf(group->style) != row.brings) {
+    return nullptr;
+  }
+  switch (row.brings) {
+    case INPUT_NONE:
+      break;
+    case INPUT_NODE_SETS:
+      return AppendInput<QuilcatInputNodeSet_t>(group);
+    case INPUT_DIRECTORY:
+      if (group->input != nullptr && messages != nullptr) {
+        fprintf(messages, "Only support one inputDirSet!\n");
+      }
+      return group->input == nullptr ? AppendInput<QuilcatStrList_t>(group) : nullptr;
+    case INPUT_COMMANDS:
+      return AppendInput<QuilcatStrList_t>(group);
+  }
+  return nullptr;
 }

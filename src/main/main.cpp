@@ -111,6 +111,10 @@ int main(int argc, char** argv) {
   if (getuid() == 0) {
     umask(kFileCreationMask);
   }
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    puts("quilcat " QUILCAT_VERSION);
+    exit(0);
+  }
   if (argc != 3) {
     show_help(argv[0]);
     exit(0);

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+#include "platform/open_file.h"
+
 namespace Quilcheck {
 
 namespace {
@@ -17,50 +19,10 @@ namespace {
 constexpr size_t kLargestFile = size_t{128} * 1024;
 constexpr long kMostEntityText = 1024L * 1024;
 constexpr int kDeepestEntity = 64;
+constexpr char kIdles[] = ": a process that needs this file idles";
 
 const char* Plain(const xmlChar* text) {
   return reinterpret_cast<const char*>(text);
-}
-
-/// Reads all of a regular file.
-bool ReadFile(int fd, std::string* text, std::string* reason) {
-  struct stat status;
-  if (fstat(fd, &status) != 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    *reason = "not a regular file";
-    return false;
-  }
-  text->resize(kLargestFile + 1);
-  size_t length = 0;
-  ssize_t count = 0;
-  while (length < text->size() && (count = read(fd, text->data() + length, text->size() - length)) > 0) {
-    length += static_cast<size_t>(count);
-  }
-  if (count < 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  text->resize(length);
-  if (length > kLargestFile) {
-    *reason = "larger than 128 KiB: not a configuration";
-    return false;
-  }
-  return true;
-}
-
-bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
-  // A fifo must not hold up the open.
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) {
-    *reason = strerror(errno);
-    return false;
-  }
-  const bool read = ReadFile(fd, text, reason);
-  close(fd);
-  return read;
 }
 
 #if LIBXML_VERSION >= 21200
@@ -76,18 +38,12 @@ void AddParserError(void* context, ParserError* error) {
   }
   std::replace(text.begin(), text.end(), '\n', ' ');
   auto* findings = static_cast<Findings*>(context);
-  if (error->level == XML_ERR_FATAL) {
-    findings->Error(error->line, "not well-formed: " + text + ": a process that needs this file idles");
-  } else {
-    findings->Warning(error->line, text);
-  }
+  const bool isFatal = error->level == XML_ERR_FATAL;
+  findings->AddOfParser(error->line, isFatal, isFatal ? "not well-formed: " + text + kIdles : text);
 }
 
 xmlDoc* Parse(const std::string& text, const std::string& path, Findings* findings) {
   xmlParserCtxt* context = xmlNewParserCtxt();
-  if (context == nullptr) {
-    return nullptr;
-  }
   xmlSetStructuredErrorFunc(findings, AddParserError);
   xmlDoc* document = xmlCtxtReadMemory(context, text.data(), static_cast<int>(text.size()), path.c_str(), nullptr,
                                        XML_PARSE_NONET | XML_PARSE_BIG_LINES);
@@ -110,31 +66,60 @@ void SpendText(xmlDoc* document, const xmlNode* node, int depth, long* budget) {
   }
 }
 
-/// The next node in document order, without recursion; entities are not entered.
-xmlNode* Next(xmlNode* node) {
-  if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
-    return node->children;
-  }
-  while (node != nullptr && node->next == nullptr) {
-    node = node->parent;
-  }
-  return node != nullptr ? node->next : nullptr;
-}
-
 bool TextIsBounded(xmlDoc* document) {
   long budget = kMostEntityText;
-  for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = Next(node)) {
-    if (node->type != XML_ELEMENT_NODE) {
-      continue;
-    }
-    for (const xmlAttr* attribute = node->properties; attribute != nullptr; attribute = attribute->next) {
+  for (xmlNode* node = xmlDocGetRootElement(document); node != nullptr && budget > 0; node = NextOf(node)) {
+    const xmlAttr* attribute = node->type == XML_ELEMENT_NODE ? node->properties : nullptr;
+    for (; attribute != nullptr; attribute = attribute->next) {
       SpendText(document, attribute->children, 0, &budget);
     }
   }
   return budget > 0;
 }
 
+bool IsText(const xmlNode* node) {
+  return (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && node->content != nullptr;
+}
+
+int LineFeeds(const std::string& text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+/// The line in which a text begins. The parser notes one in its middle, but those where tags and comments end.
+int BeginOfText(const xmlNode* text) {
+  int lineFeeds = 0;
+  const xmlNode* before = text;
+  do {
+    const xmlNode* up = before->prev == nullptr ? before->parent : nullptr;
+    before = up != nullptr ? up : before->prev;
+    while (up == nullptr && before->type == XML_ELEMENT_NODE && before->last != nullptr) {
+      before = before->last;
+    }
+    lineFeeds += IsText(before) ? LineFeeds(Plain(before->content)) : 0;
+  } while (IsText(before));
+  return lineFeeds + static_cast<int>(xmlGetLineNo(before));
+}
+
 }  // namespace
+
+bool ReadPath(const std::string& path, std::string* text, std::string* reason) {
+  // A fifo must not hold up the open.
+  const OpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status;
+  text->resize(kLargestFile + 1);
+  ssize_t count = file.fd >= 0 && fstat(file.fd, &status) == 0 ? 0 : -1;
+  if (count == 0 && !S_ISREG(status.st_mode)) {
+    *reason = "not a regular file";
+    return false;
+  }
+  size_t length = 0;
+  while (count >= 0 && (count = read(file.fd, text->data() + length, text->size() - length)) > 0) {
+    length += static_cast<size_t>(count);
+  }
+  text->resize(length);
+  *reason = count < 0 ? strerror(errno) : "larger than 128 KiB: not a configuration";
+  return count >= 0 && length <= kLargestFile;
+}
 
 bool Document::Load(const std::string& path, Findings* findings, std::string* reason) {
   std::string text;
@@ -147,13 +132,34 @@ bool Document::Load(const std::string& path, Findings* findings, std::string* re
     return false;
   }
   if (document == nullptr && findings->All().empty()) {
-    findings->Error(1, "not well-formed: a process that needs this file idles");
+    findings->AddOfParser(1, true, std::string("not well-formed") + kIdles);
   }
   return true;
 }
 
+xmlNode* NextOf(xmlNode* node) {
+  if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+    return node->children;
+  }
+  while (node != nullptr && node->next == nullptr) {
+    node = node->parent;
+  }
+  return node != nullptr ? node->next : nullptr;
+}
+
+bool IsInside(const xmlNode* node, const xmlNode* element) {
+  while (node != nullptr && node != element) {
+    node = node->parent;
+  }
+  return node != nullptr;
+}
+
 int LineOf(const xmlNode* node) {
-  return static_cast<int>(xmlGetLineNo(node));
+  if (!IsText(node)) {
+    return static_cast<int>(xmlGetLineNo(node));
+  }
+  const std::string text = Plain(node->content);
+  return BeginOfText(node) + LineFeeds(text.substr(0, text.find_first_not_of(" \t\r\n")));
 }
 
 std::string NameOf(const xmlNode* node) {

@@ -10,6 +10,9 @@
 
 namespace Quilcheck {
 
+/// Reads all of a regular file of at most 128 KiB. False, with `*reason`, for any other.
+bool ReadPath(const std::string& path, std::string* text, std::string* reason);
+
 /// A configuration file as libxml2 sees it: parsed with the options of xmlParseFile, without loading other files.
 class Document {
  public:
@@ -31,6 +34,10 @@ class Document {
   xmlDoc* document = nullptr;
 };
 
+/// The next node in document order, without recursion; entities are not entered.
+xmlNode* NextOf(xmlNode* node);
+/// True for the element itself, too.
+bool IsInside(const xmlNode* node, const xmlNode* element);
 int LineOf(const xmlNode* node);
 std::string NameOf(const xmlNode* node);
 bool IsElement(const xmlNode* node, const char* name);

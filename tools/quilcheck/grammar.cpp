@@ -5,47 +5,13 @@
 
 #include <algorithm>
 #include <numeric>
+#include <sstream>
+
+using namespace ConfigGrammar;
 
 namespace Quilcheck {
 
 namespace {
-
-constexpr AttributeRule kEnd{nullptr, Kind::Text, false, nullptr};
-
-constexpr AttributeRule Value(Kind kind, const char* keywords = nullptr) {
-  return {"value", kind, true, keywords};
-}
-
-constexpr ElementRule kRules[] = {
-    {kRoot, "quilcat", Repeat::All, {{"name", Kind::Name, true, nullptr}, kEnd}},
-    {"quilcat", "logRotateSizeKBytes", Repeat::Last, {Value(Kind::Kilobytes), kEnd}},
-    {"quilcat", "maxCompressdFiles", Repeat::Last, {Value(Kind::Number), kEnd}},
-    {"quilcat", "cpuSets", Repeat::Last, {Value(Kind::Keyword, "little big"), kEnd}},
-    {"quilcat", "writeMode", Repeat::Last, {Value(Kind::Keyword, "mmap factory"), kEnd}},
-    {"quilcat", "syncSeconds", Repeat::Last, {Value(Kind::Seconds), kEnd}},
-    {"quilcat", "emptyFiles", Repeat::Last, {Value(Kind::Keyword, "remove"), kEnd}},
-    {"quilcat", "quilcatGroup", Repeat::All, {kEnd}},
-    {"quilcatGroup",
-     "logStyle",
-     Repeat::Last,
-     {{"value", Kind::Keyword, false, "monitor_node monitor_dir poll_node poll_cmd"},
-      {"interval", Kind::Seconds, false, nullptr},
-      {"failureRetry", Kind::Number, false, nullptr},
-      {"onWriteFailure", Kind::Keyword, false, "retry"},
-      kEnd}},
-    {"quilcatGroup", "outputFilePath", Repeat::Last, {Value(Kind::Output), kEnd}},
-    {"quilcatGroup", "inputNodeSet", Repeat::All, {kEnd}},
-    {"quilcatGroup", "inputDirSet", Repeat::All, {kEnd}},
-    {"quilcatGroup", "inputCmdSet", Repeat::All, {kEnd}},
-    {"inputNodeSet", "dataPath", Repeat::First, {Value(Kind::Column), kEnd}},
-    {"inputNodeSet", "titlePath", Repeat::First, {Value(Kind::Node), kEnd}},
-    {"inputNodeSet", "title", Repeat::First, {Value(Kind::Text), kEnd}},
-    {"inputNodeSet", "alterdataPath", Repeat::All, {Value(Kind::Node), kEnd}},
-    {"inputNodeSet", "width", Repeat::First, {Value(Kind::Number), kEnd}},
-    {"inputDirSet", "inputDirPath", Repeat::First, {Value(Kind::Directory), kEnd}},
-    {"inputDirSet", "pickNode", Repeat::All, {Value(Kind::Text), kEnd}},
-    {"inputCmdSet", "command", Repeat::First, {Value(Kind::Text), kEnd}},
-};
 
 constexpr size_t kLongestName = 40;
 
@@ -69,34 +35,28 @@ size_t Distance(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
-std::vector<std::string> AttributesOf(const ElementRule& element) {
-  std::vector<std::string> names;
-  for (const AttributeRule* attribute = element.attributes; attribute->name != nullptr; ++attribute) {
-    names.emplace_back(attribute->name);
-  }
-  return names;
+std::string ParentText(const Element& element) {
+  return *element.parent != '\0' ? element.parent : "the root element";
 }
 
-std::string ParentText(const ElementRule& rule) {
-  return *rule.parent != '\0' ? rule.parent : "the root element";
+/// The element that has an attribute `name`; null for the names that many have.
+const Element* OwnerOf(const std::string& name) {
+  for (const Element* element = kElements; element->name != nullptr && name != "value" && name != "name"; ++element) {
+    if (FindAttribute(*element, name) != nullptr) {
+      return element;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace
 
-const ElementRule* FindRule(const std::string& parent, const std::string& name) {
-  const auto* rule = std::find_if(std::begin(kRules), std::end(kRules), [&](const ElementRule& candidate) {
-    return parent == candidate.parent && name == candidate.name;
-  });
-  return rule != std::end(kRules) ? rule : nullptr;
-}
-
-const AttributeRule* FindAttribute(const ElementRule& element, const std::string& name) {
-  for (const AttributeRule* attribute = element.attributes; attribute->name != nullptr; ++attribute) {
-    if (name == attribute->name) {
-      return attribute;
-    }
+const Attribute* FindAttribute(const Element& element, const std::string& name) {
+  const Attribute* attribute = element.attributes;
+  while (attribute->name != nullptr && name != attribute->name) {
+    ++attribute;
   }
-  return nullptr;
+  return attribute->name != nullptr ? attribute : nullptr;
 }
 
 std::string HintAmong(const std::vector<std::string>& names, const std::string& text) {
@@ -121,41 +81,56 @@ std::string HintAmong(const std::vector<std::string>& names, const std::string& 
 
 std::string HintForElement(const std::string& parent, const std::string& name) {
   std::vector<std::string> here, elsewhere;
-  for (const ElementRule& rule : kRules) {
-    if (name == rule.name) {
-      return "; it belongs in " + ParentText(rule);
+  for (const Element* element = kElements; element->name != nullptr; ++element) {
+    if (name == element->name) {
+      return "; it belongs in " + ParentText(*element);
     }
-    if (FindAttribute(rule, name) != nullptr && name != "value" && name != "name") {
-      return std::string("; it is an attribute of ") + rule.name;
-    }
-    (parent == rule.parent ? here : elsewhere).emplace_back(rule.name);
+    (parent == element->parent ? here : elsewhere).emplace_back(element->name);
+  }
+  if (const Element* owner = OwnerOf(name); owner != nullptr) {
+    return std::string("; it is an attribute of ") + owner->name;
   }
   const std::string hint = HintAmong(here, name);
   return !hint.empty() ? hint : HintAmong(elsewhere, name);
 }
 
-std::string HintForAttribute(const ElementRule& element, const std::string& name) {
-  for (const ElementRule& rule : kRules) {
-    if (FindAttribute(rule, name) != nullptr && name != "value" && name != "name") {
-      return std::string("; it belongs to ") + rule.name;
-    }
-    if (name == rule.name && strcmp(rule.parent, element.name) == 0) {
-      return "; it is an element in " + ParentText(rule);
-    }
+std::string HintForAttribute(const Element& element, const std::string& name) {
+  if (const Element* owner = OwnerOf(name); owner != nullptr) {
+    return std::string("; it belongs to ") + owner->name;
   }
-  const std::vector<std::string> own = AttributesOf(element);
+  if (Find(element.name, name.c_str()) != nullptr) {
+    return std::string("; it is an element in ") + element.name;
+  }
+  std::vector<std::string> own;
+  for (const Attribute* attribute = element.attributes; attribute->name != nullptr; ++attribute) {
+    own.emplace_back(attribute->name);
+  }
   const std::string hint = HintAmong(own, name);
   return hint.empty() && own.size() == 1 ? "; its one attribute is " + own.front() : hint;
 }
 
-std::vector<std::string> Words(const char* text) {
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
   std::vector<std::string> words;
-  while (*text != '\0') {
-    const size_t length = strcspn(text, " ");
-    words.emplace_back(text, length);
-    text += length + (text[length] == ' ' ? 1 : 0);
+  for (std::string word; stream >> word;) {
+    words.push_back(word);
   }
   return words;
+}
+
+std::string WhichCounts(const Element& element) {
+  const Kind kind = element.attributes[0].kind;
+  switch (element.repeat) {
+    case Repeat::Adds:
+      return "each counts";
+    case Repeat::Replaces:
+      return kind == Kind::Style ? "of each attribute the last one counts" : "the last one counts";
+    case Repeat::FillsUp:
+      return kind == Kind::Number ? "the first above 0 counts" : "the first with a value counts";
+    case Repeat::IsPassedOver:
+      return "the first one counts";
+  }
+  return "";
 }
 
 }  // namespace Quilcheck

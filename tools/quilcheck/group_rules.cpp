@@ -1,11 +1,9 @@
 // What the daemon makes of a service and its groups.
 
-#include <map>
+#include <string.h>
 
 #include "collect/column_format.h"
-#include "config/records.h"
 #include "logfile/file_names.h"
-#include "quilcheck/document.h"
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
@@ -16,46 +14,20 @@ namespace Quilcheck {
 namespace {
 
 constexpr size_t kMostFiles = FileNames::kIndexes;
-// A start adds a file, and the oldest is told by the gap of one free index.
-constexpr size_t kMostOrdered = kMostFiles - 2;
-constexpr char kCosts[] = ": the service is invalid and its process idles";
 
-std::string Text(const char* text) {
-  return text != nullptr ? text : "";
-}
-
-bool HasAttribute(const xmlNode* element, const char* name) {
-  return element != nullptr && AttributeOf(element, name).has_value();
-}
-
-int LineOfChild(const xmlNode* element, const char* name) {
+const xmlNode* ChildOrSelf(const xmlNode* element, const char* name) {
   const xmlNode* child = ChildOf(element, name);
-  return LineOf(child != nullptr ? child : element);
-}
-
-/// The line of the last child of that name, which is the one with an effect; without any, of the element itself.
-int LineOfSetting(const xmlNode* element, const char* name) {
-  const xmlNode* last = element;
-  for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
-    last = IsElement(child, name) ? child : last;
-  }
-  return LineOf(last);
+  return child != nullptr ? child : element;
 }
 
 /// What a group needs but lacks; null when nothing is missing.
 const char* MissingInput(const GroupReading& group) {
-  const bool isEmpty = group.record->input == nullptr;
-  switch (InputKindOf(group.record->style)) {
-    case INPUT_NONE:
-      return "a style (logStyle value)";
-    case INPUT_NODE_SETS:
-      return isEmpty ? "an inputNodeSet" : nullptr;
-    case INPUT_DIRECTORY:
-      return isEmpty ? "an inputDirSet" : nullptr;
-    case INPUT_COMMANDS:
-      return isEmpty ? "an inputCmdSet" : nullptr;
+  const InputKind kind = InputKindOf(group.record->style);
+  const ConfigGrammar::Element* element = ConfigGrammar::kElements;
+  while (kind != INPUT_NONE && element->brings != kind) {
+    ++element;
   }
-  return nullptr;
+  return kind == INPUT_NONE ? "a style (logStyle value)" : group.record->input == nullptr ? element->name : nullptr;
 }
 
 /// Checks one service; its methods are the rules.
@@ -64,55 +36,71 @@ class ServiceRules {
   ServiceRules(const ServiceReading& reading, Findings* list) : service(reading), findings(list) {}
 
   void CheckSettings() const;
+  void CheckFiles() const;
   void CheckGroups() const;
 
  private:
   void CheckGroup(const GroupReading& group) const;
-  void CheckValidity(const GroupReading& group) const;
   void CheckInputs(const GroupReading& group) const;
   void CheckDropped(const GroupReading& group) const;
-  void CheckOutput(const GroupReading& group) const;
   void CheckStyle(const GroupReading& group) const;
   void CheckStream(const GroupReading& group) const;
   void CheckPoll(const GroupReading& group) const;
   void CheckWidth(const NodeSetReading& set) const;
   void CheckHeadings(const GroupReading& group) const;
-  void WithoutEffect(const xmlNode* element, const char* name, const std::string& why) const;
+
+  void Add(const xmlNode* element, const char* id, const std::string& what, const std::string& hint = "") const {
+    findings->Add(element, id, what, hint);
+  }
+  /// Of the last child of that name, which is the one with an effect; without any, of the service itself.
+  void AddToSetting(const char* name, const char* id, const std::string& what, const std::string& hint = "") const {
+    const xmlNode* last = service.element;
+    for (const xmlNode* child = service.element->children; child != nullptr; child = child->next) {
+      last = IsElement(child, name) ? child : last;
+    }
+    Add(last, id, name + what, hint);
+  }
+  void AddIfPresent(const xmlNode* element, const char* attribute, const std::string& why) const {
+    if (element != nullptr && AttributeOf(element, attribute).has_value()) {
+      Add(element, "no-effect", NameOf(element) + ' ' + attribute + " has no effect: " + why);
+    }
+  }
 
   const ServiceReading& service;
   Findings* const findings;
 };
 
 void ServiceRules::CheckSettings() const {
-  const int line = LineOf(service.element);
-  if (service.record->rotate_size_kbytes == 0) {
-    findings->Warning(LineOfSetting(service.element, "logRotateSizeKBytes"),
-                      "logRotateSizeKBytes is 0 or missing: files grow until the disk is full");
+  const size_t size = service.record->rotate_size_kbytes, gigabyte = size_t{1} << 20;
+  const bool isMapped = service.record->writeMode == WRITE_MMAP;
+  if (size == 0) {
+    AddToSetting("logRotateSizeKBytes", "rotation-never", " is 0 or missing");
+  } else if (size >= gigabyte) {
+    AddToSetting("logRotateSizeKBytes", "rotation-large",
+                 " counts KiB: files grow to " + std::to_string(size / gigabyte) + " GiB" +
+                     (isMapped && size > ConfigGrammar::kMostMappedKilobytes ? ", above the 2 GiB of a file" : ""),
+                 size % 1024 == 0 ? "; did you mean " + std::to_string(size / 1024) + '?' : "");
   }
+  if (service.record->empty_files == EMPTY_FILES_REMOVE && !isMapped) {
+    AddToSetting("emptyFiles", "no-effect", " has no effect in factory mode");
+  }
+  if (service.record->cpu_set == CPU_SET_BIG) {
+    AddToSetting("cpuSets", "no-effect", " big has no effect: it binds nothing");
+  }
+}
+
+void ServiceRules::CheckFiles() const {
   const size_t files = service.record->maxCompressdFiles;
   const bool isMapped = service.record->writeMode == WRITE_MMAP;
   if (files == 0) {
-    findings->Warning(
-        LineOfSetting(service.element, "maxCompressdFiles"),
-        std::string("maxCompressdFiles is 0 or missing: ") +
-            (isMapped ? "no log is kept at a rotation" : "five rotated files are kept, and no archive is made"));
-  } else if (isMapped && files > kMostOrdered) {
-    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
-                      std::string("maxCompressdFiles is above 998: with a file of each index a start takes 000 for the "
-                                  "oldest, and deletes the newest first") +
-                          (files > kMostFiles ? "; the daemon takes 1000" : ""));
+    AddToSetting("maxCompressdFiles", "files-none",
+                 std::string(" is 0 or missing: ") +
+                     (isMapped ? "no log is kept at a rotation" : "five files are kept, and no archive is made"));
+  } else if (isMapped && files > ConfigGrammar::kMostOrderedFiles) {
+    AddToSetting("maxCompressdFiles", "files-many",
+                 " is above 998: with a file of each index a start takes 000 for the oldest, deletes the newest first");
   } else if (files > kMostFiles) {
-    findings->Warning(LineOfSetting(service.element, "maxCompressdFiles"),
-                      "maxCompressdFiles is above 1000: the daemon takes 1000");
-  }
-  if (service.record->empty_files == EMPTY_FILES_REMOVE && !isMapped) {
-    findings->Warning(LineOfSetting(service.element, "emptyFiles"), "emptyFiles has no effect in factory mode");
-  }
-  if (service.record->cpu_set == CPU_SET_BIG) {
-    findings->Warning(LineOfSetting(service.element, "cpuSets"), "cpuSets big has no effect: it binds nothing");
-  }
-  if (service.groups.empty()) {
-    findings->Error(line, "service " + Quoted(service.name) + " has no quilcatGroup" + kCosts);
+    AddToSetting("maxCompressdFiles", "files-many", " is above 1000: the daemon takes 1000");
   }
 }
 
@@ -122,49 +110,40 @@ void ServiceRules::CheckGroups() const {
     CheckGroup(group);
     collects = collects || group.Streams() || group.Polls();
   }
-  if (service.valid && !collects) {
-    findings->Error(LineOf(service.element), "service " + Quoted(service.name) +
-                                                 " collects nothing: of its styles neither streams nor polls a node");
+  if (service.groups.empty()) {
+    Add(service.element, "invalid", "service " + Quoted(service.name) + " has no quilcatGroup");
+  } else if (service.valid && !collects) {
+    Add(service.element, "collects-nothing", "service " + Quoted(service.name) + " collects nothing");
   }
 }
 
 void ServiceRules::CheckGroup(const GroupReading& group) const {
-  CheckValidity(group);
+  if (group.record->output_file_path == nullptr) {
+    Add(group.element, "invalid", "group without outputFilePath");
+  }
+  if (const char* missing = MissingInput(group); missing != nullptr) {
+    Add(group.element, "invalid", std::string("group without ") + missing);
+  }
   CheckInputs(group);
   CheckDropped(group);
-  CheckOutput(group);
   CheckStyle(group);
-  if (group.Streams()) {
+  if (group.Streams() && !group.nodeSets.empty()) {
     CheckStream(group);
   } else if (group.Polls()) {
     CheckPoll(group);
   }
 }
 
-void ServiceRules::CheckValidity(const GroupReading& group) const {
-  const int line = LineOf(group.element);
-  if (group.record->output_file_path == nullptr) {
-    findings->Error(line, std::string("group without outputFilePath") + kCosts);
-  }
-  const char* missing = MissingInput(group);
-  if (missing != nullptr) {
-    findings->Error(line, std::string("group without ") + missing + kCosts);
-  }
-}
-
 void ServiceRules::CheckInputs(const GroupReading& group) const {
   for (const NodeSetReading& set : group.nodeSets) {
     if (set.record->data_path == nullptr && set.record->alter_data_path == nullptr) {
-      findings->Error(LineOf(set.element),
-                      std::string("inputNodeSet with neither dataPath nor alterdataPath") + kCosts);
+      Add(set.element, "invalid", "inputNodeSet with neither dataPath nor alterdataPath");
     }
   }
   for (const TextReading& text : group.texts) {
     if (text.record->str == nullptr) {
       const bool isDirectory = group.record->style == STYLE_MONITOR_DIR;
-      findings->Error(LineOf(text.element), std::string(isDirectory ? "inputDirSet without an inputDirPath"
-                                                                    : "inputCmdSet whose first command has no text") +
-                                                kCosts);
+      Add(text.element, "invalid", isDirectory ? "inputDirSet without an inputDirPath" : "inputCmdSet without a text");
     }
   }
 }
@@ -172,126 +151,91 @@ void ServiceRules::CheckInputs(const GroupReading& group) const {
 void ServiceRules::CheckDropped(const GroupReading& group) const {
   for (const DroppedInput& input : group.dropped) {
     const std::string name = NameOf(input.element);
-    std::string why = " does not fit the style of its group";
-    if (input.isEarly) {
-      why = " comes before the logStyle of its group";
-    } else if (input.style == STYLE_NONE) {
-      why = " comes before a style that the daemon knows";
-    } else if (input.style == STYLE_MONITOR_DIR && name == "inputDirSet") {
-      why = " is the second of its group";
-    }
-    findings->Error(LineOf(input.element), name + why + ": the daemon passes over it");
-  }
-}
-
-void ServiceRules::CheckOutput(const GroupReading& group) const {
-  const std::string output = group.Output();
-  if (!output.empty() && output.front() == '/' && output.rfind("/data/", 0) != 0) {
-    findings->Warning(LineOf(group.output), "outputFilePath " + Quoted(output) +
-                                                " is outside /data: other partitions are read-only or small");
+    const bool isSecond = input.style == STYLE_MONITOR_DIR && name == "inputDirSet";
+    Add(input.element, "input-dropped",
+        name + (input.isEarly               ? " comes before the logStyle of its group"
+                : input.style == STYLE_NONE ? " comes before a style that the daemon knows"
+                : isSecond                  ? " is the second of its group"
+                                            : " does not fit the style of its group"));
   }
 }
 
 void ServiceRules::CheckStyle(const GroupReading& group) const {
   const std::string keyword = group.style != nullptr ? AttributeOf(group.style, "value").value_or("") : "";
   if (group.record->input != nullptr && !keyword.empty() && keyword != StyleName(group)) {
-    findings->Error(LineOf(group.style), "logStyle value=" + Quoted(keyword) +
-                                             " comes after inputs of its group: the daemon keeps " + StyleName(group));
+    Add(group.style, "style-late",
+        "logStyle value=" + Quoted(keyword) + " comes after inputs of its group: the daemon keeps " + StyleName(group));
   }
   if (group.record->style == STYLE_MONITOR_DIR || group.record->style == STYLE_POLL_CMD) {
-    findings->Warning(LineOf(group.style),
-                      "a group of style " + StyleName(group) + " collects nothing: its log stays empty");
-  }
-  if (!group.Polls()) {
-    WithoutEffect(group.style, "interval", "only poll_node has one");
+    Add(group.style, "group-idle", "a group of style " + StyleName(group) + " collects nothing");
   }
   if (!group.Streams()) {
-    WithoutEffect(group.style, "onWriteFailure", "it is for monitor_node");
+    AddIfPresent(group.style, "onWriteFailure", "it is for monitor_node");
   }
-  const bool isShell =
-      group.Streams() && !group.nodeSets.empty() && Text(group.nodeSets.front().record->data_path) == "/dev/cshell_log";
-  if (!group.Polls() && !isShell) {
-    WithoutEffect(group.style, "failureRetry", "of streams only that of /dev/cshell_log counts failures");
-  }
-}
-
-void ServiceRules::WithoutEffect(const xmlNode* element, const char* name, const std::string& why) const {
-  if (HasAttribute(element, name)) {
-    findings->Warning(LineOf(element), NameOf(element) + ' ' + name + " has no effect: " + why);
+  if (!group.Polls()) {
+    AddIfPresent(group.style, "interval", "only poll_node has one");
+    const char* path = group.Streams() && !group.nodeSets.empty() ? group.nodeSets[0].record->data_path : nullptr;
+    if (path == nullptr || path != std::string("/dev/cshell_log")) {
+      AddIfPresent(group.style, "failureRetry", "of streams only that of /dev/cshell_log counts failures");
+    }
   }
 }
 
 void ServiceRules::CheckStream(const GroupReading& group) const {
-  if (group.nodeSets.empty()) {
-    return;
-  }
   const NodeSetReading& first = group.nodeSets.front();
-  const std::string path = Text(first.record->data_path);
-  if (first.record->data_path == nullptr && first.record->alter_data_path != nullptr) {
-    findings->Error(LineOf(first.element),
-                    "a stream reads dataPath only: this group collects nothing; did you mean dataPath?");
-  }
-  if (!SampleTime(path).empty()) {
-    findings->Error(LineOfChild(first.element, "dataPath"),
-                    "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
-  }
-  const bool isTrace = path.rfind("/sys/kernel/debug/", 0) == 0 || path.rfind("/sys/kernel/tracing/", 0) == 0;
-  if (path.rfind("/sys/", 0) == 0 && !isTrace) {
-    findings->Warning(LineOfChild(first.element, "dataPath"),
-                      "a value in /sys has an end: streamed, it is read again and again without a pause; did you mean "
-                      "poll_node?");
+  const char* path = first.record->data_path;
+  if (path == nullptr && first.record->alter_data_path != nullptr) {
+    Add(first.element, "stream-path", "a stream reads dataPath only", "; did you mean dataPath?");
+  } else if (path != nullptr && !SampleTime(path).empty()) {
+    Add(ChildOrSelf(first.element, "dataPath"), "stream-path",
+        "dataPath value=" + Quoted(path) + " is no path: only poll_node has time columns");
   }
   for (size_t i = 1; i < group.nodeSets.size(); ++i) {
-    findings->Warning(LineOf(group.nodeSets[i].element),
-                      "a stream reads its group's first inputNodeSet only: this one has no effect");
+    Add(group.nodeSets[i].element, "no-effect",
+        "inputNodeSet has no effect: a stream reads the first one of its group");
   }
   for (const char* name : {"titlePath", "title", "width", "alterdataPath"}) {
     const xmlNode* child = ChildOf(first.element, name);
-    if (child != nullptr && first.record->data_path != nullptr) {
-      findings->Warning(LineOf(child), std::string(name) + " has no effect: a stream has no columns");
+    if (child != nullptr && path != nullptr) {
+      Add(child, "no-effect", std::string(name) + " has no effect: a stream has no columns");
     }
   }
 }
 
 void ServiceRules::CheckPoll(const GroupReading& group) const {
   if (group.record->polling_interval == 0) {
-    findings->Warning(LineOf(group.style), "logStyle interval is 0 or missing: the daemon polls without a pause");
+    Add(group.style, "poll-fast", "logStyle interval is 0 or missing");
   }
   for (const NodeSetReading& set : group.nodeSets) {
     if (set.record->data_path != nullptr && set.record->alter_data_path != nullptr) {
-      findings->Warning(LineOfChild(set.element, "alterdataPath"), "alterdataPath has no effect beside a dataPath");
+      Add(ChildOrSelf(set.element, "alterdataPath"), "no-effect", "alterdataPath has no effect beside a dataPath");
     }
     if (set.record->title != nullptr && set.record->title_path != nullptr) {
-      findings->Warning(LineOfChild(set.element, "titlePath"), "titlePath has no effect beside a title");
+      Add(ChildOrSelf(set.element, "titlePath"), "no-effect", "titlePath has no effect beside a title");
     }
-    CheckWidth(set);
+    if (set.record->width != 0) {
+      CheckWidth(set);
+    }
   }
   CheckHeadings(group);
 }
 
 void ServiceRules::CheckWidth(const NodeSetReading& set) const {
   const size_t width = set.record->width;
-  if (width == 0) {
-    return;
-  }
-  const int line = LineOfChild(set.element, "width");
-  const std::string path = Text(set.record->data_path);
-  const std::string time = SampleTime(path);
+  const std::string what = "width " + std::to_string(width) + " is ";
+  const std::string time = set.record->data_path != nullptr ? SampleTime(set.record->data_path) : "";
   const std::string sample = time.empty() ? ColumnFormat::kReadFailure : time;
+  const xmlNode* child = ChildOrSelf(set.element, "width");
   if (width < sample.size() && sample.front() != '\n') {  // a stamp that begins a new line need not line up
-    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for " +
-                                (time.empty() ? Quoted(sample) : "the date") + ", which has " +
-                                std::to_string(sample.size()) + " characters: it moves the columns behind it");
+    Add(child, "width",
+        what + "too narrow for " + (time.empty() ? Quoted(sample) : "the date") + ", which has " +
+            std::to_string(sample.size()) + " characters: it moves the columns after it");
   }
   if (width > ColumnFormat::kWidest) {
-    const std::string most = std::to_string(ColumnFormat::kWidest);
-    findings->Warning(line, "width " + std::to_string(width) + " is more than " + most + ": the daemon writes " + most +
-                                " characters");
+    Add(child, "width", what + "more than the " + std::to_string(ColumnFormat::kWidest) + " that the daemon writes");
   }
-  const std::string title = Text(set.record->title);
-  if (width < title.size()) {
-    findings->Warning(line, "width " + std::to_string(width) + " is too narrow for the title " + Quoted(title) +
-                                ": heading and columns do not line up");
+  if (set.record->title != nullptr && width < strlen(set.record->title)) {
+    Add(child, "headings", what + "too narrow for the title " + Quoted(set.record->title));
   }
 }
 
@@ -307,43 +251,19 @@ void ServiceRules::CheckHeadings(const GroupReading& group) const {
   for (size_t i = 0; i + 1 < headed; ++i) {
     const NodeSetReading& set = group.nodeSets[i];
     if (!hasHeading(set)) {
-      findings->Warning(LineOf(set.element),
-                        "a column without a title before one that has it: heading and columns do not line up");
+      Add(set.element, "headings", "a column without a title before one that has it");
     } else if (set.record->title != nullptr && set.record->width == 0) {
-      findings->Warning(LineOf(set.element),
-                        "a column with a title and no width before another one: heading and columns do not line up");
+      Add(set.element, "headings", "a column with a title and no width before another one");
     }
   }
 }
 
 }  // namespace
 
-void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings) {
-  std::map<std::string, std::pair<const ServiceReading*, int>> readers;
-  for (const ServiceReading& service : services) {
-    for (const GroupReading& group : service.groups) {
-      const std::string path =
-          group.Streams() && !group.nodeSets.empty() ? Text(group.nodeSets.front().record->data_path) : "";
-      if (path.empty() || path.front() != '/') {
-        continue;
-      }
-      const int line = LineOfChild(group.nodeSets.front().element, "dataPath");
-      const auto [first, isNew] = readers.emplace(NormalPath(path), std::pair(&service, line));
-      if (!isNew) {
-        findings->SetService(service.name);
-        findings->Warning(line,
-                          "dataPath " + Quoted(path) + " is streamed in line " + std::to_string(first->second.second) +
-                              " too: a node that gives each line once, as /proc/kmsg does, gives it to one of them");
-        findings->AlsoAbout(first->second.first->name);
-        findings->SetService("");
-      }
-    }
-  }
-}
-
 void CheckService(const ServiceReading& service, Findings* findings) {
   const ServiceRules rules(service, findings);
   rules.CheckSettings();
+  rules.CheckFiles();
   rules.CheckGroups();
 }
 

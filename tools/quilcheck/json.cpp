@@ -36,8 +36,8 @@ std::string Array(const Items& items, const std::string& indent, Form form) {
 }
 
 std::string FindingObject(const Finding& finding) {
-  return '{' + Member("line", std::to_string(finding.line)) + ", " +
-         Member("severity", finding.severity == Severity::Error ? "\"error\"" : "\"warning\"") + ", " +
+  return '{' + Member("line", std::to_string(finding.line)) + ", " + Member("id", Text(finding.id)) + ", " +
+         Member("severity", Text(NameOf(finding.severity))) + ", " +
          Member("service", finding.service.empty() ? "null" : Text(finding.service)) + ", " +
          Member("text", Text(finding.text)) + '}';
 }

@@ -1,11 +1,12 @@
 // What outputs do to each other.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <map>
 #include <set>
-#include <string_view>
 
-#include "config/records.h"
+#include "config/quil_config.h"
 #include "logfile/file_names.h"
 #include "quilcheck/document.h"
 #include "quilcheck/report.h"
@@ -20,21 +21,19 @@ namespace {
 // Each output may clash with each; whoever has mended so many asks again.
 constexpr size_t kMostFindings = 10000;
 
-using Suffixes = std::set<std::string, std::less<>>;
-
 /// One output, its paths spelled as in the file: the daemon compares and measures them so.
 struct Output {
-  Output(const ServiceReading& owner, const GroupReading& group)
+  Output(const ServiceReading& owner, const GroupReading& group, const Root* root)
       : service(&owner),
-        line(LineOf(group.output)),
+        element(group.output),
         path(group.Output()),
         directory(path.substr(0, path.rfind('/'))),
         base(path.substr(path.rfind('/') + 1)),
         mapped(owner.record->writeMode == WRITE_MMAP),
         archives(static_cast<int>(FilesKept(owner))),
-        normal(NormalPath(path)),
+        placeDirectory(root != nullptr ? root->Resolved(directory) : NormalPath(directory)),
+        place(placeDirectory + '/' + base),
         madeNames(MadeNames()),
-        replacedSuffixes(ReplacedSuffixes()),
         directoryHasBase((directory + '/').find(base) != std::string::npos),
         directoryHasGz((directory + '/').find(FileNames::kGzip) != std::string::npos) {}
 
@@ -53,140 +52,217 @@ struct Output {
     return names;
   }
 
-  /// What stands behind its path in names that it removes or replaces whatever stands there. In mmap mode these are its
-  /// links, and what factory mode may have left.
-  Suffixes ReplacedSuffixes() const {
+  /// Whether `name` of its directory is that of a file, link or directory of its own, now or at some time. Whatever
+  /// stands there is removed or replaced.
+  bool Uses(const std::string& name) const {
     if (mapped) {
-      const std::vector<std::string> old = FileNames::oldStyle("");
-      Suffixes suffixes(old.begin(), old.end());
-      suffixes.insert({"", FileNames::previousLink("")});
-      return suffixes;
+      return name == base || name == FileNames::previousLink(base) || FileNames::parseIndexed(name).output == base;
     }
-    Suffixes suffixes = {"", FileNames::packingDirectory("")};
-    for (int number = 1; number <= FileNames::kFilesPerArchive; ++number) {
-      suffixes.insert(FileNames::rotated("", number));
-    }
-    for (int number = 0; number < archives; ++number) {
-      suffixes.insert(FileNames::archive("", number));
-    }
-    return suffixes;
+    return name == base || FileNames::outputOfRotated(name) == base ||
+           FileNames::outputOfPackingDirectory(name) == base ||
+           (FileNames::outputOfArchive(name) == base && atoi(name.c_str() + base.size() + 1) < archives);
   }
 
   /// Whether it takes a file `name` of its directory: by a file or link of its own, or in its clean-up. That takes what
-  /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name.
+  /// has its base name and ".gz" anywhere in the path, in factory mode only at the length of an indexed name; in mmap
+  /// mode what factory mode may have left, too.
   bool Takes(const std::string& name, bool isLink) const {
-    if (name.compare(0, base.size(), base) == 0 &&
-        replacedSuffixes.find(std::string_view(name).substr(base.size())) != replacedSuffixes.end()) {
-      return true;
-    }
+    const std::vector<std::string> old = FileNames::oldStyle(base);
     const bool hasBase = directoryHasBase || name.find(base) != std::string::npos;
     const bool hasGz = directoryHasGz || name.find(FileNames::kGzip) != std::string::npos;
     const bool isIndexed = name.size() == base.size() + FileNames::kSuffixLength;
-    return hasBase && hasGz && !isLink && (mapped || isIndexed);
+    return Uses(name) || (mapped && std::find(old.begin(), old.end(), name) != old.end()) ||
+           (hasBase && hasGz && !isLink && (mapped || isIndexed));
   }
 
   const ServiceReading* service;
-  int line;
+  const xmlNode* element;
   std::string path;
   std::string directory;
   std::string base;
   bool mapped;
-  int archives;        ///< kept in factory mode
-  std::string normal;  ///< its path as others may spell it
+  int archives;                ///< kept in factory mode
+  std::string placeDirectory;  ///< without links and steps, like the next
+  std::string place;
   std::vector<std::pair<std::string, bool>> madeNames;
-  Suffixes replacedSuffixes;
   bool directoryHasBase;
   bool directoryHasGz;
 };
 
-/// A file of `victim` that `output` takes; empty when there is none.
-std::string TakenFile(const Output& output, const Output& victim) {
+std::string LineText(const Output& output) {
+  return "the output in line " + std::to_string(LineOf(output.element));
+}
+
+/// Checks the outputs of all services; its methods are the rules.
+class OutputRules {
+ public:
+  OutputRules(const std::vector<Output>& all, const Root* top, Findings* list)
+      : outputs(all), root(top), findings(list) {
+    for (const Output& output : outputs) {
+      directories[output.placeDirectory].push_back(&output);
+    }
+  }
+
+  void CheckPlace(const Output& output) const;
+  void CheckPath(const Output& output) const;
+  void CheckNesting(const Output& output) const;
+  void ComparePairs() const;
+  void CheckNode(const NodeUse& node) const;
+
+ private:
+  void Add(const Output& output, const char* id, const std::string& text, const char* hint = "",
+           const Output* other = nullptr) const {
+    findings->SetService(output.service->name);
+    findings->Add(output.element, id, "outputFilePath " + Quoted(output.path) + ' ' + text, hint,
+                  other != nullptr ? other->service->name : "");
+    findings->SetService("");
+  }
+  const Output* UserOf(const std::string& place) const;
+  void ComparePair(const Output& first, const Output& second) const;
+  void CheckTaken(const Output& output, const Output& victim) const;
+
+  const std::vector<Output>& outputs;
+  std::map<std::string, std::vector<const Output*>> directories;
+  const Root* const root;
+  Findings* const findings;
+};
+
+/// The output whose file, link or directory `place` is; null when it is nobody's.
+const Output* OutputRules::UserOf(const std::string& place) const {
+  const size_t slash = place.rfind('/');
+  const auto neighbours = directories.find(place.substr(0, slash));
+  if (neighbours != directories.end()) {
+    for (const Output* output : neighbours->second) {
+      if (output->Uses(place.substr(slash + 1))) {
+        return output;
+      }
+    }
+  }
+  return nullptr;
+}
+
+void OutputRules::CheckPlace(const Output& output) const {
+  // What Android has in /data.
+  static const std::vector<std::string> kForeign = Words(
+      "adb anr app backup bootchart cache dalvik-cache data drm local lost+found media misc nfc ota property "
+      "resource-cache ss system system_ce system_de tombstones unencrypted user user_de vendor");
+  const std::string directory = output.placeDirectory.empty() ? "/" : output.placeDirectory;
+  const std::string inData = directory.rfind("/data/", 0) == 0 ? directory.substr(6) : "";
+  const bool isForeign = std::count(kForeign.begin(), kForeign.end(), inData.substr(0, inData.find('/'))) != 0;
+  const uid_t owner = root != nullptr ? root->StatusOf(directory).st_uid : 0;
+  if (directory == "/" || directory == "/data" || isForeign || (owner != 0 && owner != geteuid())) {
+    Add(output, "output-foreign", "is in " + Quoted(directory) + ", a directory of others",
+        "; did you mean /data/log?");
+  } else if ((directory + '/').rfind("/data/log/", 0) != 0) {
+    Add(output, "output-place",
+        inData.empty() ? "is outside /data: other partitions are read-only or small" : "is outside /data/log");
+  }
+}
+
+/// Looks at what stands in the way.
+void OutputRules::CheckPath(const Output& output) const {
+  for (size_t end = 0; end != std::string::npos;) {
+    end = output.place.find('/', end + 1);
+    const std::string level = output.place.substr(0, end);
+    const mode_t mode = root->StatusOf(level).st_mode;
+    if (mode != 0 && S_ISDIR(mode) == (end == std::string::npos)) {
+      const bool isIt = end == std::string::npos;
+      Add(output, "output-blocked", isIt ? "is a directory" : "needs a directory where " + Quoted(level) + " is none",
+          isIt ? "; did you mean a file in it?" : ": nothing is logged");
+      return;
+    }
+  }
+}
+
+/// An output where another one has a file, below one, or in the place of a configuration.
+void OutputRules::CheckNesting(const Output& output) const {
+  for (std::string directory = output.placeDirectory; !directory.empty(); directory.erase(directory.rfind('/'))) {
+    if (const Output* other = UserOf(directory); other != nullptr) {
+      Add(output, "output-shared", "needs a directory where " + LineText(*other) + " has a file", "", other);
+    }
+  }
+  for (const std::string configuration : QuilConfig::kCandidates) {
+    if (UserOf(configuration) == &output) {
+      Add(output, "output-node", "is in the place of the configuration");
+    }
+  }
+}
+
+/// Only outputs in one directory meet.
+void OutputRules::ComparePairs() const {
+  for (const auto& [directory, neighbours] : directories) {
+    for (size_t i = 1; i < neighbours.size(); ++i) {
+      for (size_t k = 0; k < i && findings->All().size() < kMostFindings; ++k) {
+        ComparePair(*neighbours[k], *neighbours[i]);
+      }
+    }
+  }
+}
+
+void OutputRules::ComparePair(const Output& first, const Output& second) const {
+  if (first.place == second.place) {
+    Add(second, "output-shared", "is " + LineText(first) + ", two groups write into one log", "", &first);
+    return;
+  }
+  CheckTaken(first, second);
+  CheckTaken(second, first);
+}
+
+void OutputRules::CheckTaken(const Output& output, const Output& victim) const {
   for (const auto& [name, isLink] : victim.madeNames) {
     if (output.Takes(name, isLink)) {
-      return victim.directory + '/' + name;
+      const std::string file = Quoted(victim.directory + '/' + name);
+      Add(output, "output-shared", "has a clean-up that takes " + file + ", a file of " + LineText(victim),
+          "; did you mean a directory for each?", &victim);
+      return;
     }
-  }
-  return "";
-}
-
-void Report(const Output& first, const Output& second, const std::string& text, Findings* findings) {
-  findings->SetService(first.service->name);
-  findings->Error(first.line, text);
-  findings->AlsoAbout(second.service->name);
-  findings->SetService("");
-}
-
-void CheckPair(const Output& first, const Output& second, Findings* findings) {
-  const auto report = [findings](const Output& output, const Output& victim) {
-    const std::string file = TakenFile(output, victim);
-    if (!file.empty()) {
-      Report(output, victim,
-             "the clean-up of outputFilePath " + Quoted(output.path) + " takes " + Quoted(file) +
-                 ", a file of the output in line " + std::to_string(victim.line) +
-                 "; did you mean a directory for each?",
-             findings);
-    }
-  };
-  report(first, second);
-  report(second, first);
-}
-
-void CompareOutputs(const std::vector<Output>& outputs, Findings* findings) {
-  // Only outputs in one directory meet.
-  std::map<std::string, std::vector<const Output*>> directories;
-  std::map<std::string, const Output*> byPath;
-  for (const Output& output : outputs) {
-    const auto [first, isNew] = byPath.emplace(output.normal, &output);
-    if (!isNew) {
-      Report(output, *first->second,
-             "outputFilePath " + Quoted(output.path) + " is that of line " + std::to_string(first->second->line) +
-                 ": two groups write into one log",
-             findings);
-    }
-    std::vector<const Output*>& neighbours = directories[NormalPath(output.directory)];
-    for (const Output* earlier : neighbours) {
-      if (earlier->normal != output.normal && findings->All().size() < kMostFindings) {
-        CheckPair(*earlier, output, findings);
-      }
-    }
-    neighbours.push_back(&output);
   }
 }
 
-/// An output that stands where another one needs a directory.
-void CheckNesting(const std::vector<Output>& outputs, Findings* findings) {
-  std::map<std::string, const Output*> byPath;
-  for (const Output& output : outputs) {
-    byPath.emplace(output.normal, &output);
+void OutputRules::CheckNode(const NodeUse& node) const {
+  if (const Output* output = UserOf(node.place); output != nullptr) {
+    findings->SetService(node.service->name);
+    findings->Add(node.element, "output-node",
+                  NameOf(node.element) + ' ' + Quoted(node.path) + " is a file of " + LineText(*output), "",
+                  output->service->name);
+    findings->SetService("");
   }
-  for (const Output& output : outputs) {
-    std::string directory = NormalPath(output.directory);
-    while (!directory.empty()) {
-      const auto found = byPath.find(directory);
-      if (found != byPath.end()) {
-        Report(output, *found->second,
-               "outputFilePath " + Quoted(output.path) + " needs a directory where line " +
-                   std::to_string(found->second->line) + " has a log",
-               findings);
-      }
-      directory.erase(directory.rfind('/'));
-    }
-  }
+}
+
+bool NamesFile(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name != "." && name != "..";
 }
 
 }  // namespace
 
-void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings) {
+bool HasUsableOutput(const GroupReading& group) {
+  const std::string path = group.Output();
+  return !path.empty() && path.front() == '/' && NamesFile(path);
+}
+
+void CheckOutputs(const std::vector<ServiceReading>& services, const std::vector<NodeUse>& nodes, const Root* root,
+                  Findings* findings) {
   std::vector<Output> outputs;
   for (const ServiceReading& service : services) {
     for (const GroupReading& group : service.groups) {
       if (HasUsableOutput(group)) {
-        outputs.emplace_back(service, group);
+        outputs.emplace_back(service, group, root);
       }
     }
   }
-  CompareOutputs(outputs, findings);
-  CheckNesting(outputs, findings);
+  const OutputRules rules(outputs, root, findings);
+  for (const Output& output : outputs) {
+    rules.CheckPlace(output);
+    rules.CheckNesting(output);
+    if (root != nullptr) {
+      rules.CheckPath(output);
+    }
+  }
+  rules.ComparePairs();
+  for (const NodeUse& node : nodes) {
+    rules.CheckNode(node);
+  }
 }
 
 }  // namespace Quilcheck

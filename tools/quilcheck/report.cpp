@@ -16,48 +16,46 @@ namespace Quilcheck {
 namespace {
 
 /// Reads every service with the daemon's reader, which takes the first of several elements with the same name.
-void ReadServices(Report* report) {
+void ReadServices(const Properties& properties, Report* report) {
   std::set<std::string> names;
   for (xmlNode* node = report->document.Root()->children; node != nullptr; node = node->next) {
-    if (!IsElement(node, "quilcat")) {
-      continue;
+    const std::string name = IsElement(node, "quilcat") ? AttributeOf(node, "name").value_or("") : "";
+    if (!name.empty() && names.insert(name).second) {
+      report->services.push_back(ReadService(node, name, properties));
+    } else if (!name.empty()) {
+      report->findings.SetService(name);
+      report->findings.Add(node, "service-again", "service " + Quoted(name) + " again");
+      report->findings.SetService("");
     }
-    const std::string name = AttributeOf(node, "name").value_or("");
-    if (name.empty()) {
-      continue;
-    }
-    if (names.insert(name).second) {
-      report->services.push_back(ReadService(report->document.get(), node, name));
-      continue;
-    }
-    report->findings.SetService(name);
-    report->findings.Error(LineOf(node), "service " + Quoted(name) + " again: the daemon reads the first one only");
-    report->findings.SetService("");
   }
 }
 
-void CheckRoot(Report* report) {
+void CheckRoot(bool allServices, Report* report) {
   const xmlNode* root = report->document.Root();
   if (!IsElement(root, kUsualRoot)) {
-    report->findings.Warning(LineOf(root), "the root element is called " + Quoted(NameOf(root)) +
-                                               ": the daemon takes any name, the schema knows quilcatConfigs only");
+    report->findings.Add(root, "root-name", "the root element is called " + Quoted(NameOf(root)));
   }
   if (report->services.empty()) {
     const bool isService = IsElement(root, "quilcat");
-    report->findings.Error(LineOf(root), std::string("no service in this file: every process that needs it idles") +
-                                             (isService ? "; did you mean <quilcatConfigs> around <quilcat>?" : ""));
+    report->findings.Add(root, "service-missing",
+                         std::string("no service in this file: every process that needs it idles") +
+                             (isService ? "; did you mean <quilcatConfigs> around <quilcat>?" : ""));
+  }
+  for (const char* name : QuilConfig::kBuiltInServices) {
+    if (allServices && std::none_of(report->services.begin(), report->services.end(),
+                                    [name](const ServiceReading& service) { return service.name == name; })) {
+      report->findings.Add(root, "built-in-gone", std::string("no service ") + name + " in this file");
+    }
   }
 }
 
-void CheckBuiltIn(Report* report) {
-  for (const char* name : QuilConfig::kBuiltInServices) {
-    const bool found = std::any_of(report->services.begin(), report->services.end(),
-                                   [name](const ServiceReading& service) { return service.name == name; });
-    if (!found) {
-      report->findings.Warning(
-          LineOf(report->document.Root()),
-          std::string("no service ") + name + " in this file: with a file the built-in one is gone, its process idles");
-    }
+/// Compares what all outputs take together with the disk that there is.
+void CheckDisk(unsigned long long kilobytes, Report* report) {
+  const unsigned long long total = TotalKilobytes(*report);
+  if (kilobytes != 0 && (total == 0 || total > kilobytes)) {
+    report->findings.Add(report->document.Root(), "disk",
+                         "all outputs together may take " + (total == 0 ? "any size" : SizeText(total)) +
+                             ", more than the " + SizeText(kilobytes) + " that there are for them");
   }
 }
 
@@ -72,30 +70,32 @@ void KeepService(const std::string& name, Report* report) {
     }
   }
   report->services = std::move(kept);
-  report->findings.KeepService(name);
   if (report->services.empty() && !names.empty()) {
-    report->findings.Error(LineOf(report->document.Root()),
-                           "no service " + Quoted(name) + " in this file: its process idles" + HintAmong(names, name));
+    report->findings.Add(report->document.Root(), "service-missing",
+                         "no service " + Quoted(name) + " in this file: its process idles" + HintAmong(names, name));
   }
 }
 
-void CheckAll(const Root* root, bool allServices, Report* report) {
-  CheckStructure(report->document.Root(), kRoot, &report->findings);
-  ReadServices(report);
-  CheckRoot(report);
-  if (allServices) {
-    CheckBuiltIn(report);
-  }
+bool CheckAll(const Request& request, const Root* root, Report* report, std::string* reason) {
+  CheckStructure(report->document.Root(), ConfigGrammar::kRoot, &report->findings);
+  ReadServices(request.properties, report);
+  CheckRoot(request.service.empty(), report);
   for (const ServiceReading& service : report->services) {
     report->findings.SetService(service.name);
     CheckService(service, &report->findings);
-    if (root != nullptr) {
-      CheckPaths(service, *root, &report->findings);
-    }
-    report->findings.SetService("");
   }
-  CheckStreams(report->services, &report->findings);
-  CheckOutputs(report->services, &report->findings);
+  report->findings.SetService("");
+  const std::vector<NodeUse> nodes = NodesOf(report->services, root);
+  CheckNodes(nodes, root, &report->findings);
+  CheckOutputs(report->services, nodes, root, &report->findings);
+  CheckDisk(request.diskKilobytes, report);
+  if (!request.initFile.empty() &&
+      !CheckInit(request.initFile, report->services, report->document.Root(), &report->findings, reason)) {
+    *reason = request.initFile + ": " + *reason;
+    return false;
+  }
+  report->findings.TakeOutAllowed(report->document.get());
+  return true;
 }
 
 /// The configuration file that a device with this root directory takes; empty when it has none.
@@ -117,7 +117,6 @@ bool Check(const Request& request, Report* report, std::string* reason) {
     *reason = request.root + ": " + strerror(errno);
     return false;
   }
-  AssumeProperties(request.properties);
   report->file = request.file.empty() ? FindFile(root) : request.file;
   if (report->file.empty()) {
     *reason = "there is no configuration file: the daemon has its built-in services";
@@ -128,11 +127,14 @@ bool Check(const Request& request, Report* report, std::string* reason) {
     return false;
   }
   if (report->document.Root() != nullptr) {
-    CheckAll(request.root.empty() ? nullptr : &root, request.service.empty(), report);
+    if (!CheckAll(request, request.root.empty() ? nullptr : &root, report, reason)) {
+      return false;
+    }
     if (!request.service.empty()) {
       KeepService(request.service, report);
     }
   }
+  report->findings.Narrow(request.service, request.notes);
   report->findings.Sort();
   return true;
 }

@@ -6,17 +6,19 @@
 
 #include "quilcheck/document.h"
 #include "quilcheck/findings.h"
-#include "quilcheck/properties.h"
 #include "quilcheck/service_reader.h"
 
 namespace Quilcheck {
 
 /// What to check.
 struct Request {
-  std::string file;       ///< empty: the one that a device with this root directory takes
-  std::string service;    ///< empty: all of them
-  Properties properties;  ///< to assume
-  std::string root;       ///< directory to look up nodes and outputs in; empty: they are not looked up
+  std::string file;                      ///< empty: the one that a device with this root directory takes
+  std::string service;                   ///< empty: all of them
+  Properties properties;                 ///< to assume
+  std::string root;                      ///< directory to look up nodes and outputs in; empty: they are not looked up
+  std::string initFile;                  ///< of services that init starts; empty: none
+  unsigned long long diskKilobytes = 0;  ///< that all outputs may take; 0: as much as they like
+  bool notes = false;                    ///< wanted too
 };
 
 /// The findings about one file, and its services as the daemon would read them, both ordered by line.
@@ -27,7 +29,7 @@ struct Report {
   std::vector<ServiceReading> services;
 };
 
-/// Fills `report`. False, with `*reason`: the file or the root directory cannot be read, or there is no file.
+/// Fills `report`. False, with `*reason`: a file or the root directory cannot be read, or there is no configuration.
 bool Check(const Request& request, Report* report, std::string* reason);
 
 /// A table of how the service runs, with a section for each group.
@@ -42,6 +44,10 @@ std::string StyleName(const GroupReading& group);
 std::string WriteModeName(const ServiceReading& service);
 /// KiB that one output of the service takes at most if its text does not compress; 0: no bound.
 unsigned long long MostKilobytes(const ServiceReading& service);
+/// The same of all outputs of all services.
+unsigned long long TotalKilobytes(const Report& report);
+/// "512 MiB"
+std::string SizeText(unsigned long long kilobytes);
 /// Log files kept of each output in mmap mode, archives of five files in factory mode.
 size_t FilesKept(const ServiceReading& service);
 /// The time stamp that a polled column of this data path shows; empty for the path of a node.

@@ -3,7 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <optional>
 #include <string>
 
 namespace Quilcheck {
@@ -19,15 +18,22 @@ class Root {
   Root& operator=(const Root&) = delete;
 
   bool IsOpen() const { return fd >= 0; }
-  /// The status of the file at an absolute path; empty when there is none.
-  std::optional<struct stat> StatusOf(const std::string& path) const;
+  /// The status of the file at an absolute path; all zeros when there is none.
+  struct stat StatusOf(const std::string& path) const;
+  /// The path without links and steps; what does not exist is as it is spelled.
+  std::string Resolved(const std::string& path) const;
   /// The path by which the rest of this machine reaches the file at an absolute path; empty when there is none.
   std::string Outside(const std::string& path) const;
 
  private:
-  const std::string prefix;
-  const int fd;
+  int Open(const std::string& path) const;
+
+  int fd;
+  std::string prefix;  ///< its path, without a slash at the end
 };
+
+/// The absolute path with single slashes, without "." and ".." steps. Links are not followed.
+std::string NormalPath(const std::string& path);
 
 }  // namespace Quilcheck
 

@@ -15,14 +15,11 @@ namespace Quilcheck {
 void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings);
 
 /// Checks the text of one attribute.
-void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
-                Findings* findings);
+void CheckValue(const xmlNode* element, const ConfigGrammar::Element& row, const ConfigGrammar::Attribute& attribute,
+                const std::string& text, Findings* findings);
 
-/// The absolute path with single slashes, without "." and ".." steps. Links are not followed.
-std::string NormalPath(const std::string& path);
-
-/// True when the path ends in a name: not in "/", "." or "..".
-bool NamesFile(const std::string& path);
+/// What the daemon does with a text that is no keyword of the attribute: "passes over it", "takes none".
+std::string Otherwise(const ConfigGrammar::Attribute& attribute);
 
 /// True when the daemon can make files at a group's output path.
 bool HasUsableOutput(const GroupReading& group);
@@ -30,14 +27,31 @@ bool HasUsableOutput(const GroupReading& group);
 /// Checks what the daemon makes of a service: whether it is valid, what has no effect, what it costs, what is lost.
 void CheckService(const ServiceReading& service, Findings* findings);
 
-/// Finds the streams of all services that read the same node.
-void CheckStreams(const std::vector<ServiceReading>& services, Findings* findings);
+/// A node that a group reads.
+struct NodeUse {
+  enum Way { Streams, Polls, GivesTitle };
 
-/// Finds the outputs of all services that share a file or delete each other's files.
-void CheckOutputs(const std::vector<ServiceReading>& services, Findings* findings);
+  const ServiceReading* service;
+  const xmlNode* element;
+  std::string path;
+  std::string place;  ///< the path without links and steps
+  Way way;
+};
 
-/// Looks up a service's nodes and directories below `root`.
-void CheckPaths(const ServiceReading& service, const Root& root, Findings* findings);
+/// The nodes of all services; with a root directory, of several alternatives the one that is there.
+std::vector<NodeUse> NodesOf(const std::vector<ServiceReading>& services, const Root* root);
+
+/// Finds nodes that do not suit those who read them, and with a root directory those that are not there.
+void CheckNodes(const std::vector<NodeUse>& nodes, const Root* root, Findings* findings);
+
+/// Finds the outputs of all services that are in a wrong place, share a file, delete each other's files, or take the
+/// place of a node.
+void CheckOutputs(const std::vector<ServiceReading>& services, const std::vector<NodeUse>& nodes, const Root* root,
+                  Findings* findings);
+
+/// Compares the services with those that an init file starts. False, with `*reason`: it cannot be read.
+bool CheckInit(const std::string& file, const std::vector<ServiceReading>& services, const xmlNode* top,
+               Findings* findings, std::string* reason);
 
 }  // namespace Quilcheck
 

@@ -3,6 +3,7 @@
 
 #include <libxml/tree.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,9 +12,9 @@
 
 namespace Quilcheck {
 
-struct FreeGroup {
-  void operator()(QuilCommon::QuilcatGroup_t* group) const;
-};
+/// Names and values of system properties.
+using Properties = std::map<std::string, std::string>;
+
 struct FreeService {
   void operator()(QuilCommon::QuilcatInfo_t* info) const;
 };
@@ -40,9 +41,9 @@ struct DroppedInput {
 /// A group as the daemon reads it, and which elements its parts come from.
 struct GroupReading {
   const xmlNode* element = nullptr;
-  const xmlNode* style = nullptr;   ///< the last logStyle
-  const xmlNode* output = nullptr;  ///< the last outputFilePath that has a value
-  std::unique_ptr<QuilCommon::QuilcatGroup_t, FreeGroup> record;
+  const xmlNode* style = nullptr;                      ///< the last logStyle
+  const xmlNode* output = nullptr;                     ///< the last outputFilePath that has a value
+  const QuilCommon::QuilcatGroup_t* record = nullptr;  ///< the service's
   std::vector<NodeSetReading> nodeSets;
   std::vector<TextReading> texts;
   std::vector<DroppedInput> dropped;
@@ -52,19 +53,19 @@ struct GroupReading {
   std::string Output() const { return record->output_file_path != nullptr ? record->output_file_path : ""; }
 };
 
-/// A service as the daemon's own reader reads it with the system properties at the time of ReadService.
+/// A service as the daemon's own reader reads it.
 struct ServiceReading {
   std::string name;
-  const xmlNode* element = nullptr;
+  xmlNode* element = nullptr;
   bool valid = false;  ///< a process started for it collects; otherwise it idles
   std::unique_ptr<QuilCommon::QuilcatInfo_t, FreeService> record;
   std::vector<GroupReading> groups;
   std::string whyWriteMode;
 };
 
-/// Reads service `name`, the one described by `element`, from `document` with the daemon's reader. What the reader
-/// prints is dropped. The document has to outlive the result. One thread.
-ServiceReading ReadService(xmlDoc* document, xmlNode* element, const std::string& name);
+/// Reads service `name`, the one described by `element`, with the daemon's reader: with these system properties, others
+/// as this machine has them. The document has to outlive the result.
+ServiceReading ReadService(xmlNode* element, const std::string& name, const Properties& properties);
 
 }  // namespace Quilcheck
 

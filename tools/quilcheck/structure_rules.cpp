@@ -1,13 +1,13 @@
 // Checks of single elements: whether they belong in their parent, with these attributes and values.
 
-#include <ctype.h>
 #include <libxml/tree.h>
 
-#include <algorithm>
 #include <map>
 
 #include "quilcheck/document.h"
 #include "quilcheck/rules.h"
+
+using namespace ConfigGrammar;
 
 namespace Quilcheck {
 
@@ -21,84 +21,74 @@ bool IsSchemaInstance(const xmlNs* space) {
          xmlStrcmp(space->href, reinterpret_cast<const xmlChar*>(kSchemaInstance)) == 0;
 }
 
-bool NamesSchema(const xmlAttr* attribute) {
-  const std::string name = reinterpret_cast<const char*>(attribute->name);
-  return IsSchemaInstance(attribute->ns) && (name == "schemaLocation" || name == "noNamespaceSchemaLocation");
+std::string AttributeName(const xmlAttr* attribute) {
+  return reinterpret_cast<const char*>(attribute->name);
 }
 
-bool IsBlank(const xmlNode* text) {
-  const std::string content = text->content != nullptr ? reinterpret_cast<const char*>(text->content) : "";
-  return std::all_of(content.begin(), content.end(), [](unsigned char letter) { return isspace(letter); });
+bool NamesSchema(const xmlAttr* attribute) {
+  const std::string name = AttributeName(attribute);
+  return IsSchemaInstance(attribute->ns) && (name == "schemaLocation" || name == "noNamespaceSchemaLocation");
 }
 
 /// Finds what is neither element nor attribute: the daemon does not read it.
 void CheckBetweenElements(const xmlNode* node, Findings* findings) {
-  if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && !IsBlank(node)) {
-    findings->Error(LineOf(node), "text in <" + NameOf(node->parent) +
-                                      ">: the daemon passes over it; did you mean value=\"...\" in the tag?");
+  if ((node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) && xmlIsBlankNode(node) == 0) {
+    findings->Add(node, "text-ignored", "text in <" + NameOf(node->parent) + '>',
+                  "; did you mean value=\"...\" in the tag?");
   } else if (node->type == XML_ENTITY_REF_NODE) {
-    findings->Error(LineOf(node), "entity " + NameOf(node) + " in place of elements: the daemon passes over it");
+    findings->Add(node, "text-ignored", "entity " + NameOf(node) + " in place of elements");
   }
 }
 
-/// The daemon ignores namespaces. Only the attributes that name a schema need one.
-void CheckNamespaces(const xmlNode* element, Findings* findings) {
+/// The daemon ignores namespaces, and attributes of the root element. Those that name a schema are for editors.
+void CheckIgnored(const xmlNode* element, bool isRoot, Findings* findings) {
   for (const xmlNs* space = element->nsDef; space != nullptr; space = space->next) {
     if (!IsSchemaInstance(space)) {
-      findings->Warning(LineOf(element), NameOf(element) + ": a namespace has no effect, and the schema knows none");
+      findings->Add(element, "no-effect", NameOf(element) + ": a namespace has no effect, and the schema knows none");
     }
   }
-}
-
-void CheckRootAttributes(const xmlNode* root, Findings* findings) {
-  for (const xmlAttr* attribute = root->properties; attribute != nullptr; attribute = attribute->next) {
+  for (const xmlAttr* attribute = element->properties; isRoot && attribute != nullptr; attribute = attribute->next) {
     if (!NamesSchema(attribute)) {
-      const std::string name = reinterpret_cast<const char*>(attribute->name);
-      findings->Warning(LineOf(root), "the root element's attribute " + Quoted(name) + " has no effect");
+      findings->Add(element, "no-effect",
+                    "the root element's attribute " + Quoted(AttributeName(attribute)) + " has no effect");
     }
   }
 }
 
-void CheckAttributes(const xmlNode* element, const ElementRule& rule, Findings* findings) {
-  const int line = LineOf(element);
+void CheckAttributes(const xmlNode* element, const Element& row, Findings* findings) {
+  const std::string name = row.name;
   for (const xmlAttr* attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
-    const std::string name = reinterpret_cast<const char*>(attribute->name);
-    if (!NamesSchema(attribute) && FindAttribute(rule, name) == nullptr) {
-      findings->Error(line, std::string(rule.name) + ": unknown attribute " + Quoted(name) +
-                                ": the daemon passes over it" + HintForAttribute(rule, name));
+    const std::string own = AttributeName(attribute);
+    if (!NamesSchema(attribute) && FindAttribute(row, own) == nullptr) {
+      findings->Add(element, "attribute-unknown", name + ": unknown attribute " + Quoted(own),
+                    HintForAttribute(row, own));
     }
   }
-  for (const AttributeRule* attribute = rule.attributes; attribute->name != nullptr; ++attribute) {
+  for (const Attribute* attribute = row.attributes; attribute->name != nullptr; ++attribute) {
     const std::optional<std::string> text = AttributeOf(element, attribute->name);
     if (text.has_value()) {
-      CheckValue(rule, *attribute, *text, line, findings);
-    } else if (attribute->required) {
-      const bool isWriteMode = rule.name == std::string("writeMode");
-      findings->Error(line, std::string(rule.name) + " without " + attribute->name + ": the daemon " +
-                                (isWriteMode ? "takes factory" : "finds nothing in it"));
+      CheckValue(element, row, *attribute, *text, findings);
+    } else if (row.Needs(*attribute)) {
+      findings->Add(element, "value-missing",
+                    name + " without " + attribute->name + ": the daemon " + Otherwise(*attribute));
     }
   }
 }
 
-void CheckRepeat(const xmlNode* element, const ElementRule& rule, std::map<std::string, int>* firstLines,
+void CheckRepeat(const xmlNode* element, const Element& row, std::map<std::string, int>* firstLines,
                  Findings* findings) {
-  const auto [first, isNew] = firstLines->emplace(rule.name, LineOf(element));
-  if (isNew || rule.repeat == Repeat::All) {
-    return;
+  const auto [first, isNew] = firstLines->emplace(row.name, LineOf(element));
+  if (!isNew && row.repeat != Repeat::Adds && !row.HoldsOthers()) {
+    findings->Add(
+        element, "again",
+        std::string(row.name) + " again (first in line " + std::to_string(first->second) + "): " + WhichCounts(row));
   }
-  const bool isStyle = rule.name == std::string("logStyle");
-  findings->Warning(LineOf(element), std::string(rule.name) + " again (first in line " + std::to_string(first->second) +
-                                         "): " + (isStyle ? "of each attribute " : "") + "the " +
-                                         (rule.repeat == Repeat::First ? "first" : "last") + " one counts");
 }
 
 }  // namespace
 
 void CheckStructure(const xmlNode* parent, const std::string& parentName, Findings* findings) {
-  CheckNamespaces(parent, findings);
-  if (parentName == kRoot) {
-    CheckRootAttributes(parent, findings);
-  }
+  CheckIgnored(parent, parentName == kRoot, findings);
   std::map<std::string, int> firstLines;
   for (const xmlNode* node = parent->children; node != nullptr; node = node->next) {
     if (node->type != XML_ELEMENT_NODE) {
@@ -106,18 +96,18 @@ void CheckStructure(const xmlNode* parent, const std::string& parentName, Findin
       continue;
     }
     const std::string name = NameOf(node);
-    const ElementRule* rule = FindRule(parentName, name);
-    if (rule == nullptr) {
+    const Element* row = Find(parentName.c_str(), name.c_str());
+    if (row == nullptr) {
       const std::string where = parentName == kRoot ? "the root element" : parentName;
-      findings->Error(LineOf(node), "element " + Quoted(name) + " does not belong in " + where +
-                                        ": the daemon passes over it" + HintForElement(parentName, name));
+      findings->Add(node, "element-unknown", "element " + Quoted(name) + " does not belong in " + where,
+                    HintForElement(parentName, name));
       continue;
     }
     if (parentName == kRoot) {
       findings->SetService(AttributeOf(node, "name").value_or(""));
     }
-    CheckAttributes(node, *rule, findings);
-    CheckRepeat(node, *rule, &firstLines, findings);
+    CheckAttributes(node, *row, findings);
+    CheckRepeat(node, *row, &firstLines, findings);
     CheckStructure(node, name, findings);
     if (parentName == kRoot) {
       findings->SetService("");

@@ -68,18 +68,6 @@ std::string Column(std::string text, size_t width) {
   return text;
 }
 
-std::string Size(unsigned long long kilobytes) {
-  if (kilobytes >= 1024 && kilobytes % 1024 == 0) {
-    return std::to_string(kilobytes / 1024) + " MiB";
-  }
-  return std::to_string(kilobytes) + " KiB";
-}
-
-std::string Rotation(const ServiceReading& service) {
-  const size_t size = service.record->rotate_size_kbytes;
-  return size == 0 ? "never" : "a new file after " + Size(size) + " of text";
-}
-
 std::string Kept(const ServiceReading& service) {
   const size_t files = FilesKept(service);
   if (service.record->writeMode == WRITE_MMAP) {
@@ -94,16 +82,43 @@ std::string MostDisk(const ServiceReading& service) {
     return "without bound";
   }
   const bool mapped = service.record->writeMode == WRITE_MMAP;
-  const unsigned long long size = service.record->rotate_size_kbytes;
-  const size_t files = FilesKept(service);
+  const unsigned long long size = service.record->rotate_size_kbytes, files = FilesKept(service);
+  const bool isLeast = mapped && size < kLeastMapped;
   const std::string sum = "(1 + " + std::to_string(files) + ')';
-  const std::string count = mapped ? sum : files == 0 ? "6" : "5 x " + sum;
-  const std::string total = Size(MostKilobytes(service)) + " for each output: " + count + " x ";
-  if (mapped && size < kLeastMapped) {
-    return total + Size(kLeastMapped) + ", which a file takes while it is open";
+  return SizeText(MostKilobytes(service)) + " for each output: " +
+         (mapped       ? sum
+          : files == 0 ? "6"
+                       : "5 x " + sum) +
+         " x " + SizeText(isLeast ? kLeastMapped : size) +
+         (isLeast  ? ", which a file takes while it is open"
+          : mapped ? " of text, before it is compressed"
+                   : " of text, before archives are compressed");
+}
+
+/// KiB of text that one output holds at least once it is full.
+unsigned long long KeptKilobytes(const ServiceReading& service) {
+  const unsigned long long size = service.record->rotate_size_kbytes, files = FilesKept(service);
+  return service.record->writeMode == WRITE_MMAP ? files * size
+                                                 : std::max(files, 1ULL) * FileNames::kFilesPerArchive * size;
+}
+
+/// How far back a full log reaches; empty when nobody knows.
+std::string Reach(const ServiceReading& service, const GroupReading& group) {
+  size_t row = 1;
+  for (const NodeSetReading& set : group.nodeSets) {
+    const bool isTime = set.record->data_path != nullptr && !SampleTime(set.record->data_path).empty();
+    const std::string value = isTime ? Value(*set.record) : set.record->width == 0 ? ColumnFormat::kReadFailure : "";
+    row += Column(value, set.record->width).size();
   }
-  return total + Size(size) +
-         (mapped ? " of text, before it is compressed" : " of text, before archives are compressed");
+  const double rowsADay = 86400.0 / static_cast<double>(group.record->polling_interval);
+  const double bytesADay = group.Streams() ? 1e6 : rowsADay * static_cast<double>(row);
+  const double days = static_cast<double>(KeptKilobytes(service)) * 1024 / bytesADay;
+  if (days == 0 || !(group.Streams() || group.Polls())) {
+    return "";
+  }
+  const std::string rate = group.Streams() ? "1 MB of text a day" : "rows of " + std::to_string(row) + " bytes";
+  return Row("reaches",
+             Formatted(days < 2 ? "%.1f hours" : "%.1f days", days < 2 ? days * 24 : days) + " back at " + rate);
 }
 
 std::string GroupTable(const GroupReading& group) {
@@ -129,7 +144,7 @@ std::string GroupTable(const GroupReading& group) {
   return table + Row("heading row", HeadingRow(group)) + Row("row", SampleRow(group));
 }
 
-std::string GroupSummary(size_t number, const GroupReading& group) {
+std::string GroupSummary(size_t number, const ServiceReading& service, const GroupReading& group) {
   std::string text = Formatted("  group %zu, %s", number, StyleName(group).c_str());
   if (group.Polls()) {
     const size_t interval = group.record->polling_interval;
@@ -142,35 +157,22 @@ std::string GroupSummary(size_t number, const GroupReading& group) {
     const bool retries = group.record->on_write_failure == WRITE_FAILURE_RETRY;
     text += retries ? ", tries a failed read or write again" : ", ends at a failed read or write";
   }
-  return text + '\n' + Row("output", group.Output()) + GroupTable(group);
+  return text + '\n' + Row("output", group.Output()) + Reach(service, group) + GroupTable(group);
 }
 
 }  // namespace
 
 std::string StyleName(const GroupReading& group) {
-  switch (group.record->style) {
-    case STYLE_MONITOR_NODE:
-      return "monitor_node";
-    case STYLE_MONITOR_DIR:
-      return "monitor_dir";
-    case STYLE_POLL_NODE:
-      return "poll_node";
-    case STYLE_POLL_CMD:
-      return "poll_cmd";
-    case STYLE_NONE:
-      break;
-  }
-  return "none";
+  const ConfigGrammar::Element* element = ConfigGrammar::Find("quilcatGroup", "logStyle");
+  return group.record->style == STYLE_NONE ? "none" : Words(element->attributes[0].keywords)[group.record->style - 1];
 }
 
 std::string SampleTime(const std::string& path) {
-  if (path.rfind(ColumnFormat::kDateTime, 0) == 0) {
-    return Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59);
-  }
-  if (path.rfind(ColumnFormat::kCurrentTime, 0) == 0) {
-    return Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59);
-  }
-  return "";
+  const bool isDate = path.rfind(ColumnFormat::kDateTime, 0) == 0;
+  return isDate ? Formatted(ColumnFormat::kDateTimeForm, 2026, 1, 31, 23, 59, 59)
+         : path.rfind(ColumnFormat::kCurrentTime, 0) == 0
+             ? Formatted(ColumnFormat::kCurrentTimeForm, 2026, 1, 31, 23, 59, 59)
+             : "";
 }
 
 std::string WriteModeName(const ServiceReading& service) {
@@ -190,6 +192,28 @@ unsigned long long MostKilobytes(const ServiceReading& service) {
   }
   // Without archives: the live file and five rotated ones. With them: the rotated ones while they are being packed.
   return (files == 0 ? FileNames::kFilesPerArchive + 1 : FileNames::kFilesPerArchive * (files + 1)) * size;
+}
+
+unsigned long long TotalKilobytes(const Report& report) {
+  unsigned long long total = 0;
+  for (const ServiceReading& service : report.services) {
+    for (const GroupReading& group : service.groups) {
+      if (service.valid && HasUsableOutput(group)) {
+        if (service.record->rotate_size_kbytes == 0) {
+          return 0;
+        }
+        total += MostKilobytes(service);
+      }
+    }
+  }
+  return total;
+}
+
+std::string SizeText(unsigned long long kilobytes) {
+  if (kilobytes >= 1024 && kilobytes % 1024 == 0) {
+    return std::to_string(kilobytes / 1024) + " MiB";
+  }
+  return std::to_string(kilobytes) + " KiB";
 }
 
 std::string HeadingRow(const GroupReading& group) {
@@ -216,8 +240,10 @@ std::string SampleRow(const GroupReading& group) {
 std::string Summary(const ServiceReading& service) {
   std::string text = "\nservice " + Printable(service.name) + ", line " + std::to_string(LineOf(service.element)) +
                      (service.valid ? "" : ": INVALID, its process idles") + '\n';
+  const size_t size = service.record->rotate_size_kbytes;
   text += Row("write mode", WriteModeName(service) + ": " + service.whyWriteMode);
-  text += Row("rotation", Rotation(service)) + Row("kept", Kept(service));
+  text += Row("rotation", size == 0 ? "never" : "a new file after " + SizeText(size) + " of text") +
+          Row("kept", Kept(service));
   if (service.record->empty_files == EMPTY_FILES_REMOVE) {
     text += Row("empty files", "removed at a start");
   }
@@ -228,7 +254,7 @@ std::string Summary(const ServiceReading& service) {
   text += Row("CPUs", service.record->cpu_set == CPU_SET_LITTLE ? "0 to 3" : "all");
   size_t number = 0;
   for (const GroupReading& group : service.groups) {
-    text += GroupSummary(++number, group);
+    text += GroupSummary(++number, service, group);
   }
   return text;
 }

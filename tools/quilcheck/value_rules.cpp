@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <map>
 
 #include "collect/column_format.h"
 #include "config/records.h"
@@ -14,6 +15,7 @@
 #include "quilcheck/report.h"
 #include "quilcheck/rules.h"
 
+using namespace ConfigGrammar;
 using QuilCommon::kLongestText;
 
 namespace Quilcheck {
@@ -25,35 +27,33 @@ const std::string kTooLong = " is longer than " + std::to_string(kLongestText) +
 // An indexed file adds index and time to the name of an output.
 constexpr size_t kLongestBase = NAME_MAX - FileNames::kSuffixLength;
 
-struct Unit {
-  Kind kind;
-  const char* name;
-  long factor;
-};
-
-constexpr Unit kUnits[] = {
-    {Kind::Kilobytes, "k", 1},       {Kind::Kilobytes, "kb", 1},       {Kind::Kilobytes, "kib", 1},
-    {Kind::Kilobytes, "m", 1024},    {Kind::Kilobytes, "mb", 1024},    {Kind::Kilobytes, "mib", 1024},
-    {Kind::Kilobytes, "g", 1 << 20}, {Kind::Kilobytes, "gb", 1 << 20}, {Kind::Kilobytes, "gib", 1 << 20},
-    {Kind::Seconds, "s", 1},         {Kind::Seconds, "sec", 1},        {Kind::Seconds, "m", 60},
-    {Kind::Seconds, "min", 60},      {Kind::Seconds, "h", 3600},
-};
+/// Units that people give, each with its factor.
+const std::map<Kind, std::map<std::string, long>> kUnits = {
+    {Kind::Kilobytes,
+     {{"k", 1},
+      {"kb", 1},
+      {"kib", 1},
+      {"m", 1024},
+      {"mb", 1024},
+      {"mib", 1024},
+      {"g", 1 << 20},
+      {"gb", 1 << 20},
+      {"gib", 1 << 20}}},
+    {Kind::Seconds, {{"s", 1}, {"sec", 1}, {"m", 60}, {"min", 60}, {"h", 3600}}},
+    {Kind::Number, {}}};
 
 const char* AfterBlanks(const char* text) {
   return text + strspn(text, " \t\n\v\f\r");
 }
 
 /// A hint which number was probably meant by `number` with a unit after it.
-std::string HintForUnit(Kind kind, long number, const char* unit) {
-  for (const Unit& known : kUnits) {
-    if (kind == known.kind && strcasecmp(unit, known.name) == 0 && number > 0 && number <= INT_MAX / known.factor) {
-      return "; did you mean " + std::to_string(number * known.factor) + '?';
-    }
+std::string HintForUnit(Kind kind, long number, std::string unit) {
+  std::transform(unit.begin(), unit.end(), unit.begin(), [](unsigned char letter) { return tolower(letter); });
+  const auto known = kUnits.at(kind).find(unit);
+  if (known != kUnits.at(kind).end() && number > 0 && number <= INT_MAX / known->second) {
+    return "; did you mean " + std::to_string(number * known->second) + '?';
   }
-  if (*unit == '.' || *unit == ',') {
-    return "; there are no fractions";
-  }
-  return "; there are no units";
+  return unit.front() == '.' || unit.front() == ',' ? "; there are no fractions" : "; there are no units";
 }
 
 /// Says what the daemon makes of a text that is not the number it should be.
@@ -71,51 +71,42 @@ std::string NumberProblem(Kind kind, const std::string& text) {
   errno = 0;
   const long number = strtol(start, &end, 10);
   const char* rest = AfterBlanks(end);
+  std::string problem, hint;
   if (end == start) {
-    return " is not a number: " + Reading(text);
+    problem = " is not a number: ";
+  } else if (number < 0) {
+    problem = " is negative: ";
+  } else if (number > INT_MAX || errno == ERANGE) {
+    problem = " is more than " + std::to_string(INT_MAX) + ": ";
+  } else if (*rest != '\0') {
+    problem = " is not a whole number: ";
+    hint = HintForUnit(kind, number, rest);
   }
-  if (number < 0) {
-    return " is negative: " + Reading(text);
-  }
-  if (number > INT_MAX || errno == ERANGE) {
-    return " is more than " + std::to_string(INT_MAX) + ": " + Reading(text);
-  }
-  if (*rest != '\0') {
-    return " is not a whole number: " + Reading(text) + HintForUnit(kind, number, rest);
-  }
-  return "";
+  return problem.empty() ? "" : problem + Reading(text) + hint;
 }
 
 /// What is wrong with a path, and the consequence; empty when nothing is.
 std::string PathProblem(Kind kind, const std::string& path) {
   const bool isOutput = kind == Kind::Output;
   const std::string consequence = isOutput ? ": nothing is logged" : ": it cannot be read";
-  if (path.empty()) {
-    return " is empty" + consequence;
-  }
-  if (path.size() > kLongestText) {
-    return kTooLong + ": the daemon stores an empty text";
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (path.empty() || path.size() > kLongestText) {
+    return (path.empty() ? " is empty" : kTooLong) + consequence;
   }
   if (path.front() != '/') {
-    const std::vector<std::string> times = {ColumnFormat::kDateTime, ColumnFormat::kCurrentTime};
     const bool isNowhere = isOutput && path.find('/') == std::string::npos;
     return " is not an absolute path" + (isNowhere ? consequence : ": it depends on where the daemon was started") +
-           (kind == Kind::Column ? HintAmong(times, path) : "");
+           (kind == Kind::Column ? HintAmong({ColumnFormat::kDateTime, ColumnFormat::kCurrentTime}, path) : "");
   }
-  if (kind != Kind::Directory && !NamesFile(path)) {
-    const std::string end = path.substr(path.rfind('/') + 1);
-    return " ends in \"" + (end.empty() ? "/" : end) + '"' +
-           (isOutput ? ": the daemon makes hidden files there, in factory mode none; did you mean a name behind it?"
-                     : consequence);
+  if (kind != Kind::Directory && (name.empty() || name == "." || name == "..")) {
+    return " ends in \"" + (name.empty() ? "/" : name) + '"' +
+           (isOutput ? ": the daemon makes hidden files there; did you mean a name after it?" : consequence);
   }
-  if (isOutput && path.size() - path.rfind('/') - 1 > kLongestBase) {
-    return " has a file name of more than " + std::to_string(kLongestBase) +
-           " bytes, too long with an index behind it: nothing is logged";
-  }
-  return "";
+  const bool isLong = isOutput && name.size() > kLongestBase;
+  return isLong ? " has a file name of more than " + std::to_string(kLongestBase) + " bytes" + consequence : "";
 }
 
-std::string KeywordProblem(const AttributeRule& attribute, const std::string& text) {
+std::string KeywordProblem(const Attribute& attribute, const std::string& text) {
   const std::vector<std::string> words = Words(attribute.keywords);
   if (std::find(words.begin(), words.end(), text) != words.end()) {
     return "";
@@ -125,57 +116,50 @@ std::string KeywordProblem(const AttributeRule& attribute, const std::string& te
   for (const std::string& word : words) {
     all += (all.empty() ? "" : ", ") + word;
   }
-  return " is no keyword: " +
-         std::string(attribute.keywords == std::string("mmap factory") ? "the daemon takes factory"
-                                                                       : "the daemon passes over it") +
+  return " is no keyword: the daemon " + Otherwise(attribute) +
          (hint.empty() ? (words.size() == 1 ? "; there is " : "; there are ") + all : hint);
 }
 
 /// True when the text begins or ends with a blank, which the daemon takes for a part of it.
 bool HasOuterBlank(const std::string& text) {
-  const auto isBlank = [](char letter) { return isspace(static_cast<unsigned char>(letter)) != 0; };
-  return !text.empty() && (isBlank(text.front()) || isBlank(text.back()));
+  const std::string blanks = " \t\n\v\f\r";
+  return !text.empty() &&
+         (blanks.find(text.front()) != std::string::npos || blanks.find(text.back()) != std::string::npos);
 }
 
 }  // namespace
 
-void CheckValue(const ElementRule& element, const AttributeRule& attribute, const std::string& text, int line,
-                Findings* findings) {
-  const std::string what = std::string(element.name) + ' ' + attribute.name + '=' + Quoted(text);
-  std::string problem;
-  bool isPath = false;
-  switch (attribute.kind) {
-    case Kind::Number:
-    case Kind::Kilobytes:
-    case Kind::Seconds:
-      problem = NumberProblem(attribute.kind, text);
-      break;
-    case Kind::Keyword:
-      problem = KeywordProblem(attribute, text);
-      break;
-    case Kind::Output:
-    case Kind::Node:
-    case Kind::Column:
-    case Kind::Directory:
-      isPath = true;
-      problem = attribute.kind == Kind::Column && !SampleTime(text).empty() ? "" : PathProblem(attribute.kind, text);
-      break;
-    case Kind::Name:
-      if (text.empty() || text.size() > kLongestText) {
-        problem = (text.empty() ? " is empty" : kTooLong) + ": nothing can be started by it";
-      }
-      break;
-    case Kind::Text:
-      break;
+std::string Otherwise(const Attribute& attribute) {
+  if (attribute.otherwise < 0) {
+    return "passes over it";
   }
+  const auto code = static_cast<uint32_t>(attribute.otherwise);
+  return "takes " + (code < attribute.firstCode ? "none" : Words(attribute.keywords)[code - attribute.firstCode]);
+}
+
+void CheckValue(const xmlNode* element, const Element& row, const Attribute& attribute, const std::string& text,
+                Findings* findings) {
+  const std::string what = std::string(row.name) + ' ' + attribute.name + '=' + Quoted(text);
+  const bool isTime = attribute.kind == Kind::Column && !SampleTime(text).empty();
+  const bool isPath = attribute.kind == Kind::Output || attribute.kind == Kind::Node ||
+                      attribute.kind == Kind::Column || attribute.kind == Kind::Directory;
+  const bool isName = attribute.kind == Kind::Name;
+  const char* id = attribute.IsNumber() ? "number" : isPath ? "path" : isName ? "name" : "keyword";
+  const std::string problem = attribute.IsNumber()            ? NumberProblem(attribute.kind, text)
+                              : attribute.keywords != nullptr ? KeywordProblem(attribute, text)
+                              : isPath && !isTime             ? PathProblem(attribute.kind, text)
+                              : !isName                       ? ""
+                              : text.empty()                  ? " is empty"
+                              : text.size() > kLongestText    ? kTooLong
+                                                              : "";
   if (!problem.empty()) {
-    findings->Error(line, what + problem);
+    findings->Add(element, id, what + problem);
   } else if (text.size() > kLongestText) {
-    findings->Warning(line, what + kTooLong + ": the daemon stores an empty text");
-  } else if (HasOuterBlank(text) && (attribute.kind == Kind::Name || isPath)) {
-    findings->Warning(line, what + " begins or ends with a blank: the daemon takes it for a part of it");
+    findings->Add(element, "text-long", what + kTooLong);
+  } else if (HasOuterBlank(text) && (isName || isPath)) {
+    findings->Add(element, "blank", what + " begins or ends with a blank");
   } else if (isPath && text.find_first_of("*$%") != std::string::npos) {
-    findings->Warning(line, what + " looks like a pattern: the daemon takes it as it stands");
+    findings->Add(element, "pattern", what + " looks like a pattern");
   }
 }
 
