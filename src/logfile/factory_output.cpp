@@ -77,7 +77,9 @@ size_t FactoryOutput::append(const char* data, size_t len) {
     curFileBytes += static_cast<size_t>(written);
     isRefusing = false;
   }
-  syncWhenDue();
+  if (len != 0) {
+    syncWhenDue();
+  }
   return len;
 }
 
