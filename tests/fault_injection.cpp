@@ -81,7 +81,6 @@ WRAP(void*, mmap64, (void* address, size_t length, int protection, int flags, in
      (address, length, protection, flags, fd, offset), "mmap", ENOMEM, MAP_FAILED)
 WRAP(int, ftruncate64, (int fd, off_t length), (fd, length), "ftruncate", EIO, -1)
 WRAP(int, fsync, (int fd), (fd), "sync", EIO, -1)
-WRAP(int, fdatasync, (int fd), (fd), "sync", EIO, -1)
 WRAP(int, deflateInit2_,
      (z_streamp stream, int level, int method, int bits, int memory, int strategy, const char* version, int size),
      (stream, level, method, bits, memory, strategy, version, size), "deflateInit", ENOMEM, Z_MEM_ERROR)
@@ -98,6 +97,7 @@ extern "C" pid_t __wrap_vfork() {
 
 extern "C" {
 
+int __real_fdatasync(int fd);
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off_t offset);
 void* __real__Znwm(size_t size);
 ssize_t __real_read(int fd, void* buffer, size_t size);
@@ -114,6 +114,9 @@ int __wrap_asprintf(char** text, const char* format, ...) {
   const int length = __wrap_vasprintf(text, format, arguments);
   va_end(arguments);
   return length;
+}
+int __wrap_fdatasync(int fd) {
+  return Fails("sync", EIO) || Fails("fdatasync", EIO) ? -1 : __real_fdatasync(fd);
 }
 ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off_t offset) {
   return __real_pwrite64(fd, data, Fails("pwrite", ENOSPC) ? size / 2 : size, offset);

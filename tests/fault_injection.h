@@ -3,7 +3,7 @@
 
 /// Faults for the code under test: the nth call of a kind fails, once. The kinds:
 ///   allocation   malloc, calloc, strdup, asprintf, vasprintf      new    finds no memory at its first try
-///   descriptor   open, opendir, inotify_init1                     sync   fsync, fdatasync
+///   descriptor   open, opendir, inotify_init1                     sync   fsync, fdatasync; or fdatasync alone
 ///   read         of a node, by a collector: it never returns, whatever signal comes
 ///   type         of the entries of a directory: no call tells it
 ///   watch        a read of what was opened

@@ -84,6 +84,18 @@ TEST_F(LogFileTest, SetsUpDirectoriesFilesAndLinks) {
   EXPECT_EQ(ReadFile("/data/other"), "other");
 }
 
+TEST_F(LogFileTest, BringsFilesToDiskWithTheirFirstTextAndAtTheirEnd) {
+  for (const Mode mode : {kMapped, kFactory}) {
+    std::filesystem::remove_all("/data/log");
+    const FailNthCall syncs("sync", 1000);  // counts
+    SetUpOutput(mode);
+    EXPECT_EQ(syncs.count(), 0);
+    for (const char c : {'a', 'b'}) Write(std::string(1000, c));
+    output.reset();
+    EXPECT_EQ(syncs.count(), 2 * 3 + 2) << "with its directory each; and those in which directories were made";
+  }
+}
+
 TEST_F(LogFileTest, FollowsALinkThatOnlyRootCanHaveMade) {
   for (const std::string link : {"/data/log", kDirectory}) {
     for (const Mode mode : {kMapped, kFactory}) {

@@ -208,7 +208,7 @@ TEST_P(EndTest, KeepsWhatWasReadWheneverItComes) {
       KernelLoad load;
       const bool stalls = !killed && round < 2;  // the disk does, while a file is rotated, and the close comes then
       Daemon daemon("-b test",
-                    stalls ? std::string("export QUILCAT_FAULT=") + (mapped ? "pwrite:17:3" : "sync:1:3") : "",
+                    stalls ? std::string("export QUILCAT_FAULT=") + (mapped ? "pwrite:17:3" : "fdatasync:1:3") : "",
                     QUILCAT_FAULTY_DAEMON);
       daemon.WaitUntilRunning();
       EXPECT_TRUE(!stalls || WaitFor([&] { return daemon.HasReported("fault injected"); }));

@@ -216,7 +216,7 @@ TEST(Quil, WakesForTextOnlyAndSyncsWhenItIsDue) {
     EXPECT_TRUE(WaitFor([&] { return syncs.count() == 2; })) << "the finished file";
     EXPECT_TRUE(Write(writer, "four"));
   }
-  EXPECT_EQ(syncs.count(), 3) << "the last file";
+  EXPECT_EQ(syncs.count(), 4) << "the last file, with its first text and at its end";
   EXPECT_EQ(Decode("/tmp/second").text, "four");
   EXPECT_EQ(Decode("/tmp/second").zeroTail, 0u);
 }

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "logfile/change_owner.h"
 #include "logfile/file_steps.h"
 #include "logfile/live_file.h"
+#include "logfile/output_directory.h"
 #include "logfile/rotated_files.h"
 #include "thread/interruptible.h"
 
@@ -75,7 +77,9 @@ size_t FactoryOutput::append(const char* data, size_t len) {
     curFileBytes += static_cast<size_t>(written);
     isRefusing = false;
   }
-  syncWhenDue();
+  if (len != 0) {
+    syncWhenDue();
+  }
   return len;
 }
 
@@ -97,6 +101,8 @@ void FactoryOutput::openLogFileFactory() {
   releaseSymlink(logFilePath);
   releaseSymlink(prevLinkPath);
   logFd = openLiveFile(outputFilePath);
+  newFile.Expect(OpenFile(openDirectory(logFilePath.substr(0, logFilePath.rfind('/') + 1))).fd,
+                 std::exchange(madeDirectories, 0));
   noteFile();
   if (logFd < 0) {
     fprintf(stderr, "open file[%s] err\n", outputFilePath);
@@ -155,6 +161,9 @@ void FactoryOutput::finishFile() {
 }
 
 void FactoryOutput::syncWhenDue() {
+  if (logFd >= 0 && newFile.Sync(logFd, &syncs)) {
+    lastSync = Clock::now();
+  }
   if (syncPeriod.count() != 0 && logFd >= 0 && Clock::now() >= lastSync + syncPeriod) {
     fdatasync(logFd);
     lastSync = Clock::now();

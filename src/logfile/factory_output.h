@@ -4,9 +4,11 @@
 #include <chrono>
 
 #include "logfile/log_output.h"
+#include "mmaplog/sync_queue.h"
 
 /// The output of factory mode: plain text in a live file at the output path itself, rotated through five numbered
-/// files, five of which become an archive. All of it happens on the thread that writes.
+/// files, five of which become an archive. All of it happens on the thread that writes, but that a file is brought to
+/// disk with its first text.
 class FactoryOutput : public LogOutput {
  public:
   /// Opens no file: setupOutput() does.
@@ -38,6 +40,8 @@ class FactoryOutput : public LogOutput {
   Clock::time_point nextOpening;          ///< of a file that refused text
   const std::chrono::seconds syncPeriod;  ///< 0: the kernel decides
   Clock::time_point lastSync;
+  NewFile newFile;
+  SyncQueue syncs;
 };
 
 #endif  // QUILCAT_LOGFILE_FACTORY_OUTPUT_H_

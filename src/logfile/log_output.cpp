@@ -27,7 +27,7 @@ int LogOutput::setupOutput() {
   // While the directory's owner is changed, too, a wake of the worker is not to begin another set-up in this one.
   changingFile = true;
   for (int tries = kSetUpTries; tries > 0; --tries) {
-    if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath) != 0) {
+    if (outputFilePath != nullptr && create_bugreports_dir(outputFilePath, &madeDirectories) != 0) {
       fprintf(stderr, "create bugreports dir error!!\n");
       changingFile = false;
       return 1;

@@ -106,6 +106,7 @@ class LogOutput {
   IndexedFiles files;            ///< the output's compressed files
   bool hasOldStyleFiles = true;  ///< there may still be files of the other write mode
   uint64_t curFileBytes = 0;     ///< bytes of text written to the current file
+  unsigned madeDirectories = 0;  ///< on the way to the output since a file was last begun
 
  private:
   size_t write(const char* data, size_t len, bool lineDone);

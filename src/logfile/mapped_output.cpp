@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "logfile/change_owner.h"
 #include "logfile/empty_files.h"
 #include "logfile/file_names.h"
@@ -21,6 +23,8 @@ class HeldDirectory {
  public:
   /// The one in which `path` lies.
   explicit HeldDirectory(const std::string& path) : directory(openDirectory(path.substr(0, path.rfind('/') + 1))) {}
+
+  int descriptor() const { return directory.fd; }
 
   /// What leads to the entry of the directory that `path` names.
   std::string inside(const std::string& path) const {
@@ -143,7 +147,7 @@ bool MappedOutput::openIndexedFile() {
       continue;
     }
     logFilePath = path;
-    if (mmapWriter.SetOutputPath(inside.c_str())) {
+    if (mmapWriter.SetOutputPath(inside.c_str(), directory.descriptor(), std::exchange(madeDirectories, 0))) {
       return true;
     }
     // Somebody may have taken the name since; then the next one.

@@ -70,6 +70,7 @@ class Descent {
   /// Makes `name` and goes on to it.
   bool Make(const char* name, const char* path, mode_t mode) {
     WarnOfKey(path);
+    ++made;
     if (mkdirat(directory.fd, name, mode) != 0) {
       if (errno == EEXIST && Enter(name, path)) {
         return true;  // another collector has just made it
@@ -89,6 +90,8 @@ class Descent {
   /// The directory that was reached, now the caller's; -1: what is there is none.
   int Leave() { return std::exchange(directory.fd, -1); }
 
+  unsigned levelsMade() const { return made; }
+
  private:
   bool OnlyRootWrites() const {
     struct stat status;
@@ -96,6 +99,7 @@ class Descent {
   }
 
   OpenFile directory;
+  unsigned made = 0;
 };
 
 /// Goes down all of `path`. What is missing is made if a mode is given for it. False: the way ends before.
@@ -116,7 +120,7 @@ bool Descend(const std::string& path, const mode_t* missingMode, Descent* descen
 
 }  // namespace
 
-int create_bugreports_dir(const char* path) {
+int create_bugreports_dir(const char* path, unsigned* made) {
   if (path == nullptr || *path == '\0') {
     fprintf(stderr, "bugreport dir is invalide.\n");
     return 1;
@@ -130,7 +134,7 @@ int create_bugreports_dir(const char* path) {
     fprintf(stderr, "malloc memory fail when create bugreport dir[%s].\n", path);
     return 1;
   }
-  if (mkdir_p(directory, kDirectoryMode) != 0) {
+  if (mkdir_p(directory, kDirectoryMode, made) != 0) {
     fprintf(stderr, "mkdir_p dir[%s] err\n", directory);
   }
   const OpenFile opened(openDirectory(directory));
@@ -149,12 +153,16 @@ int openDirectory(const std::string& path) {
   return Descend(path, nullptr, &descent) ? descent.Leave() : -1;
 }
 
-int mkdir_p(const char* path, uint32_t mode) {
+int mkdir_p(const char* path, uint32_t mode, unsigned* made) {
   const std::string text = path;
   if (text.size() > kLongestDirectory) {
     return 1;
   }
   const mode_t missingMode = mode;
   Descent descent(*path == '/');
-  return text.empty() || Descend(text, &missingMode, &descent) ? 0 : 1;
+  const bool isThere = text.empty() || Descend(text, &missingMode, &descent);
+  if (made != nullptr) {
+    *made = std::max(*made, descent.levelsMade());
+  }
+  return isThere ? 0 : 1;
 }

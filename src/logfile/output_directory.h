@@ -13,8 +13,9 @@
 
 /// Makes the directory part of `path` and what is missing above it, with mode 0775, and gives it to root:system. 1,
 /// with a message on standard error, when `path` is null or empty or has no directory part, or when there is no memory.
-/// What the file system refuses is reported and does not make the call fail.
-int create_bugreports_dir(const char* path);
+/// What the file system refuses is reported and does not make the call fail. `made`, unless null, is raised to the
+/// number of directories that were made.
+int create_bugreports_dir(const char* path, unsigned* made = nullptr);
 
 /// Opens the directory at `path` as a path only, so that whoever watches it for openings is not woken. A descriptor,
 /// the caller's, or -1: there is none.
@@ -22,6 +23,7 @@ int openDirectory(const std::string& path);
 
 /// Makes every missing directory of `path`, each with `mode`. 1 when `path` is longer than 254 bytes, without a
 /// message, or when a level cannot be made or given its mode, with one on standard error; the levels above it stay.
-int mkdir_p(const char* path, uint32_t mode);
+/// `made` as above.
+int mkdir_p(const char* path, uint32_t mode, unsigned* made = nullptr);
 
 #endif  // QUILCAT_LOGFILE_OUTPUT_DIRECTORY_H_

@@ -55,7 +55,8 @@ Quil::~Quil() {
   if (flushTimer >= 0) {
     close(flushTimer);
   }
-  // The buffer is destroyed first: its last block still goes to the file.
+  Flush();
+  // The buffer is destroyed first: a last block still goes to the file.
   delete buffer;
   buffer = nullptr;
   if (file != nullptr) {
@@ -65,7 +66,7 @@ Quil::~Quil() {
   file = nullptr;
 }
 
-bool Quil::SetOutputPath(const char* path) {
+bool Quil::SetOutputPath(const char* path, int directory, unsigned made) {
   if (buffer == nullptr) {
     return false;
   }
@@ -79,6 +80,7 @@ bool Quil::SetOutputPath(const char* path) {
     delete file;
     file = new LogMmap(path);
     buffer->SetupMap(file);
+    newFile.Expect(directory, made);
     opened = file->isMmapOpenSucc();
     over = file->isOver();
   }
@@ -98,7 +100,11 @@ bool Quil::outputEmpty() {
 
 bool Quil::Write(const void* data, size_t len) {
   MutexLock held(writerLock);
+  const bool wasEmpty = file != nullptr && file->isEmpty();
   const bool written = buffer->Write(data, len);
+  if (wasEmpty) {
+    SyncFirstText();
+  }
   unsynced = true;
   if (!flushSet) {
     SetTimer(kFlushPeriod);
@@ -124,6 +130,7 @@ void Quil::FlushUnlessBusy() {
 /// False: there is text that no file took.
 bool Quil::FlushBuffer() {
   const bool flushed = buffer->Flush();
+  SyncFirstText();
   over = over || (file != nullptr && file->isOver());
   if (over && !flushed) {
     ThreadBase::wake(waker);
@@ -175,6 +182,14 @@ void Quil::FlushByTimer() {
   }
 }
 
+/// Has the current file brought to disk if it is new and holds text.
+void Quil::SyncFirstText() {
+  if (file != nullptr && !file->isEmpty() && newFile.Sync(file->descriptor(), &syncs)) {
+    lastSync = MonotonicSeconds();
+    unsynced = false;
+  }
+}
+
 /// Has the current file brought to disk if that is due now. Otherwise the timer goes off when it will be, though no
 /// more text should come; while a sync is under way, in a flush period.
 void Quil::SyncWhenDue() {
@@ -193,7 +208,7 @@ void Quil::SyncWhenDue() {
   }
   lastSync = now;
   const int own = fcntl(file->descriptor(), F_DUPFD_CLOEXEC, 0);
-  unsynced = own < 0 || !syncs.Add(own);
+  unsynced = own < 0 || !syncs.Add({own});
   if (unsynced && own >= 0) {
     close(own);
   }
@@ -208,7 +223,7 @@ void Quil::SetTimer(const timespec& delay) {
 
 /// Has a finished file brought to disk; does so itself when the disk does not keep up.
 void Quil::SyncFinished(int fd) {
-  if (fd >= 0 && !syncs.Add(fd)) {
+  if (fd >= 0 && !syncs.Add({fd})) {
     syncAndClose(fd);
   }
 }

@@ -22,7 +22,8 @@
 /// constructor blocks it in the calling thread, and so in every thread that is created later; a timer thread opens it
 /// only while it sleeps, so that it never ends while it holds a lock.
 ///
-/// A finished file is brought to disk (fdatasync) as soon as the next one is open, by a thread for that (sync_queue.h).
+/// A file is brought to disk with its first text (NewFile), and (fdatasync) as soon as the next one is open, by a
+/// thread for that (sync_queue.h).
 class Quil {
  public:
   /// Starts the timer thread. Without it ("Quil:pthread create failed.") text reaches the file when a block is full, by
@@ -43,9 +44,9 @@ class Quil {
   Quil& operator=(const Quil&) = delete;
 
   /// Closes the current file and continues in a new one, made at `path`, where there must be nothing. Text that is
-  /// pending goes to the new file: Flush() first. False: the new file could not be made and mapped; writes then fail
-  /// once a block is full.
-  bool SetOutputPath(const char* path) EXCLUDES(writerLock);
+  /// pending goes to the new file: Flush() first. `directory` and `made` tell where it is made, as NewFile::Expect().
+  /// False: the new file could not be made and mapped; writes then fail once a block is full.
+  bool SetOutputPath(const char* path, int directory = -1, unsigned made = 0) EXCLUDES(writerLock);
 
   /// The current file, -1 when there is none. Borrowed until the next SetOutputPath(), for the thread that calls that
   /// one: to examine the file and change its mode.
@@ -80,12 +81,14 @@ class Quil {
   void RunTimer(const sigset_t& whileAsleep);
   void FlushByTimer() EXCLUDES(writerLock);
   bool FlushBuffer() REQUIRES(writerLock);
+  void SyncFirstText() REQUIRES(writerLock);
   void SyncWhenDue() REQUIRES(writerLock);
   void SetTimer(const timespec& delay) REQUIRES(writerLock);
   void SyncFinished(int fd);
 
   LogBuffer* buffer PT_GUARDED_BY(writerLock) = nullptr;
   LogMmap* file GUARDED_BY(writerLock) = nullptr;
+  NewFile newFile GUARDED_BY(writerLock);
   bool flushSet GUARDED_BY(writerLock) = false;  ///< the timer goes off in time for what is pending
   bool unsynced GUARDED_BY(writerLock) = false;  ///< text came since the current file was last brought to disk
   time_t lastSync GUARDED_BY(writerLock) = 0;    ///< seconds of the monotonic clock, 0: never

@@ -1,8 +1,33 @@
 #include "mmaplog/sync_queue.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
+
+namespace {
+
+/// `directory`, which may be a path only, or the one above it.
+int OpenToSync(int directory, const char* name) {
+  return openat(directory, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+/// Brings a new file to disk, mode and owner included, then its entry in `directory`, and so on upwards.
+void SyncNewFile(const FileToSync& file) {
+  fsync(file.fd);
+  int directory = OpenToSync(file.directory, ".");
+  for (unsigned above = file.above; directory >= 0; --above) {
+    fsync(directory);
+    const int next = above != 0 ? OpenToSync(directory, "..") : -1;
+    close(directory);
+    directory = next;
+  }
+  close(file.directory);
+  close(file.fd);
+}
+
+}  // namespace
 
 void syncAndClose(int fd) {
   if (fd >= 0) {
@@ -17,7 +42,7 @@ SyncQueue::~SyncQueue() {
   }
 }
 
-bool SyncQueue::Add(int fd) {
+bool SyncQueue::Add(const FileToSync& file) {
   MutexLock held(lock);
   if (count == kMostFiles) {
     return false;
@@ -29,7 +54,7 @@ bool SyncQueue::Add(int fd) {
     joinable = running = pthread_create(&thread, nullptr, SyncAll, this) == 0;
   }
   if (running) {
-    files[count++] = fd;
+    files[count++] = file;
   }
   return running;
 }
@@ -41,21 +66,52 @@ bool SyncQueue::isIdle() {
 
 /// The thread: syncs and closes all files, oldest first.
 void* SyncQueue::SyncAll(void* queue) {
-  for (int fd; (fd = static_cast<SyncQueue*>(queue)->TakeOldest()) >= 0;) {
-    syncAndClose(fd);
+  for (FileToSync file; static_cast<SyncQueue*>(queue)->TakeOldest(&file);) {
+    if (file.directory >= 0) {
+      SyncNewFile(file);
+    } else {
+      syncAndClose(file.fd);
+    }
   }
   return nullptr;
 }
 
-/// The descriptor, now the caller's; or -1, and the thread is to end.
-int SyncQueue::TakeOldest() {
+/// Its descriptors are the caller's then. False: the thread is to end.
+bool SyncQueue::TakeOldest(FileToSync* oldest) {
   MutexLock held(lock);
   if (count == 0) {
     running = false;
-    return -1;
+    return false;
   }
-  const int oldest = files[0];
+  *oldest = files[0];
   std::copy(files + 1, files + count, files);
   --count;
-  return oldest;
+  return true;
+}
+
+NewFile::~NewFile() {
+  Expect(-1, 0);
+}
+
+void NewFile::Expect(int directory, unsigned made) {
+  if (file.directory >= 0) {
+    close(file.directory);
+  }
+  file.directory = directory >= 0 ? fcntl(directory, F_DUPFD_CLOEXEC, 0) : -1;
+  file.above = std::max(file.above, made);
+  expected = true;
+}
+
+bool NewFile::Sync(int fd, SyncQueue* queue) {
+  if (!expected) {
+    return false;
+  }
+  file.fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (file.fd < 0 || !queue->Add(file)) {
+    close(file.fd);
+    return false;
+  }
+  file = {};
+  expected = false;
+  return true;
 }
