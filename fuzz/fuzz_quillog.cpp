@@ -137,7 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (fd < 0 || write(fd, log.bytes.data(), log.bytes.size()) != static_cast<ssize_t>(log.bytes.size())) abort();
   Model model(log);
   LineAssembler assembler(model, [](uint64_t, const std::string&) {});
-  MemberReader reader(fd, assembler, false);
+  MemberReader reader({std::make_shared<const OpenFile>(fd), 0, ByteRange::kToTheEnd}, assembler, false);
   reader.Read(true);
   reader.Read(false);
   assembler.Finish(true);

@@ -45,7 +45,7 @@ void ArchiveReader::Examine() {
     return;
   }
   examined = true;
-  summary.bytes = static_cast<uint64_t>(std::max<off_t>(lseek(fd, 0, SEEK_END), 0));
+  summary.bytes = source.Size();
   source.Rewind();
   verdict = source.Drain();
   if (verdict != GzipSource::Verdict::kWhole) {

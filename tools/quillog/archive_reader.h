@@ -16,7 +16,7 @@ struct archive;
 /// contradicts itself gives nothing.
 class ArchiveReader : public FileReader {
  public:
-  ArchiveReader(int file, TextSink& textSink) : FileReader(file, textSink), source(file) {}
+  ArchiveReader(const ByteRange& file, TextSink& textSink) : FileReader(textSink), source(file) {}
 
   /// Reads everything the first time, nothing at a second.
   void Read(bool growing) override;

@@ -10,20 +10,11 @@
 #include "quillog/member_reader.h"
 #include "quillog/plain_reader.h"
 
-FileReader::~FileReader() {
-  close(fd);
-}
-
 std::unique_ptr<FileReader> FileReader::Open(const LogFile& file, TextSink& sink, std::string* error) {
-  // A fifo would keep the open waiting, a terminal would become ours.
-  const int fd = file.open != nullptr ? fcntl(file.open->fd, F_DUPFD_CLOEXEC, 0)
-                                      : open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  const ByteRange fd = file.Open();
   struct stat status = {};
-  if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-    *error = fd < 0 ? strerror(errno) : "not a regular file";
-    if (fd >= 0) {
-      close(fd);
-    }
+  if (!fd || fstat(fd.fd(), &status) != 0) {
+    *error = strerror(errno);
     return nullptr;
   }
   std::unique_ptr<FileReader> reader;

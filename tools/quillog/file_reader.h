@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "quillog/log_file.h"
+#include "quillog/pile/log_file.h"
 #include "quillog/text_sink.h"
 
 /// How a file ends, so far as its bytes tell.
@@ -29,10 +29,10 @@ struct FileSummary {
 
 /// Reads one file of an output from its oldest to its newest text.
 ///
-/// Constant memory. One thread. Owns its descriptor, so it can read a file that was renamed or deleted. Never writes.
+/// Constant memory. One thread. Shares its descriptor, so it can read a file that was renamed or deleted. Never writes.
 class FileReader {
  public:
-  virtual ~FileReader();
+  virtual ~FileReader() = default;
   FileReader(const FileReader&) = delete;
   FileReader& operator=(const FileReader&) = delete;
 
@@ -51,12 +51,11 @@ class FileReader {
   uint64_t inode() const { return inodeNumber; }
 
  protected:
-  FileReader(int file, TextSink& textSink) : fd(file), sink(textSink) {}
+  explicit FileReader(TextSink& textSink) : sink(textSink) {}
 
   /// The first damage names the place.
   void ReportDamage(uint64_t offset, FileState state, const std::string& what);
 
-  const int fd;
   TextSink& sink;
   FileSummary summary;
 

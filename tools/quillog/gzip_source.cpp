@@ -10,7 +10,7 @@ constexpr int kGzipOnly = 15 + 16;  // RFC 1952
 
 }  // namespace
 
-GzipSource::GzipSource(int file) : window(file), output(kPiece) {
+GzipSource::GzipSource(const ByteRange& file) : window(file), output(kPiece) {
   result = inflateInit2(&stream, kGzipOnly);
 }
 

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "quillog/byte_window.h"
+#include "quillog/bytes/byte_window.h"
 
 /// The decompressed bytes of a file that is one gzip member of any length, with any number of passes over it.
 class GzipSource {
@@ -17,7 +17,8 @@ class GzipSource {
   };
 
   /// Borrows the descriptor.
-  explicit GzipSource(int file);
+  explicit GzipSource(const ByteRange& file);
+  uint64_t Size() const { return window.End(); }
   ~GzipSource();
   GzipSource(const GzipSource&) = delete;
   GzipSource& operator=(const GzipSource&) = delete;

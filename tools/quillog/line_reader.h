@@ -10,7 +10,7 @@
 #include "quillog/file_reader.h"
 #include "quillog/line_assembler.h"
 #include "quillog/line_times.h"
-#include "quillog/output_files.h"
+#include "quillog/pile/output_files.h"
 #include "quillog/printer.h"
 #include "quillog/query.h"
 

@@ -9,7 +9,7 @@
 #include <algorithm>
 
 #include "quillog/options.h"
-#include "quillog/selection.h"
+#include "quillog/pile/selection.h"
 #include "quillog/survey.h"
 #include "quillog/text_view.h"
 
@@ -50,7 +50,9 @@ bool SetQuery(const Options& options, const Output& output, Report& report, Quer
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.format, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    if (!OutputFiles::Hold(output)) {
+      report.Say(output.path, strerror(errno), true);
+    }
     Query query;
     if (!SetQuery(options, output, report, &query)) {
       return kNothing;
@@ -63,6 +65,7 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
       }
       view.Follow();
     }
+    OutputFiles::LetGo(output);
   }
   if (const std::string complaint = printer->Complaint(); !complaint.empty()) {
     report.Say(outputs.front().path, complaint, false);
@@ -87,6 +90,9 @@ int Run(const Options& options) {
   TextOutput text(1);
   Report report(text);
   int status = kAllRead;
+  for (const PileDamage& damage : selection.damages()) {
+    report.Say(damage.path, damage.what, true);
+  }
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
   } else if (options.action == Options::Action::kVerify) {

@@ -41,8 +41,8 @@ std::string AtByte(uint64_t offset) {
 
 }  // namespace
 
-MemberReader::MemberReader(int file, TextSink& textSink, bool settles)
-    : FileReader(file, textSink), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
+MemberReader::MemberReader(const ByteRange& file, TextSink& textSink, bool settles)
+    : FileReader(textSink), maySettle(settles), window(file), text(new uint8_t[kTextRoom]) {
   // Without memory every member is a contradiction, which is reported.
   inflateInit2(&stream, LogFormat::kGzipWindowBits);
   sink.OnStart();
@@ -74,7 +74,7 @@ void MemberReader::Read(bool growing) {
     isHeader ? Salvage(next) : SkipForeign(next);
     position = next;
   }
-  summary.bytes = static_cast<uint64_t>(std::max<off_t>(lseek(fd, 0, SEEK_END), 0));
+  summary.bytes = window.End();
   if (window.Failed()) {
     ReportDamage(position, FileState::kTorn, "cannot be read from here");
   }

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "quillog/byte_window.h"
+#include "quillog/bytes/byte_window.h"
 #include "quillog/file_reader.h"
 
 /// Reads a compressed mapped log file: gzip members (RFC 1952), followed by zeros while the file is open.
@@ -19,7 +19,7 @@
 /// for a header.
 class MemberReader : public FileReader {
  public:
-  MemberReader(int file, TextSink& textSink, bool settles);
+  MemberReader(const ByteRange& file, TextSink& textSink, bool settles);
   ~MemberReader() override;
 
   void Read(bool growing) override;

@@ -8,7 +8,7 @@
 
 void PlainReader::Read(bool growing) {
   window.Forget();
-  if (lseek(fd, 0, SEEK_END) < static_cast<off_t>(position)) {
+  if (window.End() < position) {
     // Somebody emptied the file; the daemon continues at its beginning.
     position = 0;
     crc = 0;
@@ -34,7 +34,7 @@ void PlainReader::Read(bool growing) {
     sink.OnGap();
     position = next;
   }
-  summary.bytes = static_cast<uint64_t>(std::max<off_t>(lseek(fd, 0, SEEK_END), 0));
+  summary.bytes = window.End();
   if (window.Failed()) {
     ReportDamage(position, FileState::kTorn, "cannot be read from here");
   }

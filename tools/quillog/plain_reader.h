@@ -1,13 +1,13 @@
 #ifndef QUILCAT_TOOLS_QUILLOG_PLAIN_READER_H_
 #define QUILCAT_TOOLS_QUILLOG_PLAIN_READER_H_
 
-#include "quillog/byte_window.h"
+#include "quillog/bytes/byte_window.h"
 #include "quillog/file_reader.h"
 
 /// Reads a plain log file of factory mode. Text holds no zero bytes: those that are there were never written.
 class PlainReader : public FileReader {
  public:
-  PlainReader(int file, TextSink& textSink) : FileReader(file, textSink), window(file) { sink.OnStart(); }
+  PlainReader(const ByteRange& file, TextSink& textSink) : FileReader(textSink), window(file) { sink.OnStart(); }
 
   void Read(bool growing) override;
 

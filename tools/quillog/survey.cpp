@@ -35,12 +35,8 @@ std::string Text(Time time) {
 
 /// A writer holds a lock on its file, which ends with its process. In a copy there is none.
 bool IsLocked(const LogFile& file) {
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  const bool isLocked = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  if (fd >= 0) {
-    close(fd);
-  }
-  return isLocked;
+  const ByteRange range = file.inode != 0 ? file.Open() : ByteRange();
+  return range && flock(range.fd(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 std::string StateOf(const LogFile& file, const FileSummary& summary) {
@@ -117,9 +113,12 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
   // The table names what is damaged; --verify says more.
   report.SetQuiet(true);
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    if (!OutputFiles::Hold(output)) {
+      report.Say(output.path, strerror(errno), true);
+    }
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
+    OutputFiles::LetGo(output);
   }
   report.SetQuiet(false);
 }
@@ -131,7 +130,9 @@ void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& repo
   unsigned long long bytes = 0;
   callbacks.block = [&bytes](const char*, size_t size) { bytes += size; };
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    if (!OutputFiles::Hold(output)) {
+      report.Say(output.path, strerror(errno), true);
+    }
     bytes = 0;
     const size_t before = report.damages();
     LineReader lineReader(how, callbacks, report);
@@ -139,6 +140,7 @@ void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& repo
       lineReader.ReadFile(output.files, place);
       text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
     }
+    OutputFiles::LetGo(output);
     const size_t damages = report.damages() - before;
     text.Write(output.path + ": " + std::to_string(output.files.size()) +
                (output.files.size() == 1 ? " file, " : " files, ") + std::to_string(bytes) + " bytes of text, " +

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "quillog/line_reader.h"
-#include "quillog/output_files.h"
+#include "quillog/pile/output_files.h"
 
 /// What --list and --verify say about whole outputs. Both read every file.
 namespace Survey {

@@ -144,7 +144,7 @@ void TextView::Follow() {
     text.EndWithoutReader();
     usleep(kListInterval);
     OutputFiles::List(output);
-    OutputFiles::Open(output);
+    OutputFiles::Hold(output);
     const std::vector<size_t> places = NewFiles();
     if (!places.empty()) {
       SwitchTo(places);

@@ -9,8 +9,8 @@
 constexpr size_t kIdentityBytes = 4096;
 
 /// A name for a plain file of factory mode that stays when it is rotated or packed, made of the beginning of its text:
-/// 16 hexadecimal digits. Lines up to the first with a time of day count, or the first eight, or 4096 bytes: whatever is
-/// complete first, so that a file that grows keeps its name. Empty while none of these is complete.
+/// 16 hexadecimal digits. Lines up to the first with a time of day count, or the first eight, or 4096 bytes: whatever
+/// is complete first, so that a file that grows keeps its name. Empty while none of these is complete.
 ///
 /// Two files have the same name when a title and the first time and its line are equal: those of two boots, perhaps, in
 /// which the clock was not set.

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "quillog/pile/byte_range.h"
+#include "quillog/bytes/byte_range.h"
 
 /// What a folder holds under one name. Links and devices are not listed: nothing in a pile is followed.
 struct FolderEntry {

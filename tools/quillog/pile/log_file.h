@@ -17,8 +17,8 @@ struct LogFile {
     kArchive,  ///< five rotated files, "O-0.tar.gz"
   };
 
-  /// Opens it, even if a rotation has renamed it since it was listed. Nothing: it cannot be opened (errno); ENOENT where
-  /// it was deleted meanwhile.
+  /// Opens it, even if a rotation has renamed it since it was listed. Nothing: it cannot be opened (errno); ENOENT
+  /// where it was deleted meanwhile.
   ByteRange Open() const;
 
   /// "/data/log/t/cat.I007.20240131-235959.gz" -> "cat.I007.20240131-235959.gz"
@@ -31,9 +31,9 @@ struct LogFile {
   Time modified = kNoTime;
   uint64_t size = 0;  ///< when it was listed
   uint64_t device = 0;
-  uint64_t inode = 0;    ///< 0: it comes from a container
-  ByteRange held;        ///< nothing, or what OutputFiles::Hold() opened
-  bool newest = false;   ///< of its output: it may be written right now
+  uint64_t inode = 0;   ///< 0: it comes from a container
+  ByteRange held;       ///< nothing, or what OutputFiles::Hold() opened
+  bool newest = false;  ///< of its output: it may be written right now
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_PILE_LOG_FILE_H_

@@ -30,9 +30,9 @@ namespace OutputFiles {
 /// cannot be listed (errno), and the output is as it was.
 bool List(Output& output);
 
-/// Opens the files that a rotation would rename and then delete: at most a dozen. Lists them afresh when a rotation came
-/// between, so that what is read is what was listed: every line once. False: a directory or a file that is there cannot
-/// be opened (errno, EMFILE perhaps), and what can be is held.
+/// Opens the files that a rotation would rename and then delete: at most a dozen. Lists them afresh when a rotation
+/// came between, so that what is read is what was listed: every line once. False: a directory or a file that is there
+/// cannot be opened (errno, EMFILE perhaps), and what can be is held.
 bool Hold(Output& output);
 /// Lets go what is held, once the output has been read.
 void LetGo(Output& output);

@@ -1,5 +1,5 @@
-#ifndef QUILCAT_TOOLS_QUILLOG_PILE_BYTE_RANGE_H_
-#define QUILCAT_TOOLS_QUILLOG_PILE_BYTE_RANGE_H_
+#ifndef QUILCAT_TOOLS_QUILLOG_BYTES_BYTE_RANGE_H_
+#define QUILCAT_TOOLS_QUILLOG_BYTES_BYTE_RANGE_H_
 
 #include <stdint.h>
 
@@ -20,4 +20,4 @@ struct ByteRange {
   int fd() const { return file->fd; }
 };
 
-#endif  // QUILCAT_TOOLS_QUILLOG_PILE_BYTE_RANGE_H_
+#endif  // QUILCAT_TOOLS_QUILLOG_BYTES_BYTE_RANGE_H_

@@ -1,4 +1,4 @@
-#include "quillog/byte_window.h"
+#include "quillog/bytes/byte_window.h"
 
 #include <errno.h>
 #include <string.h>
@@ -15,8 +15,11 @@ const uint8_t* ByteWindow::At(uint64_t offset, size_t wanted, size_t* available)
     }
     start = offset;
     size = kept;
-    while (size < kSize) {
-      const ssize_t got = pread(fd, buffer.get() + size, kSize - size, static_cast<off_t>(start + size));
+    const uint64_t rest = range.length - std::min(range.length, offset);
+    const size_t most = static_cast<size_t>(std::min<uint64_t>(kSize, rest));
+    while (size < most) {
+      const ssize_t got =
+          pread(range.fd(), buffer.get() + size, most - size, static_cast<off_t>(range.base + start + size));
       if (got < 0 && errno == EINTR) {
         continue;
       }
@@ -72,18 +75,23 @@ bool ByteWindow::IsEnd(uint64_t offset) {
 }
 
 uint64_t ByteWindow::SkipHole(uint64_t offset) const {
+#ifdef SEEK_DATA
   if (offset >= start && offset < start + size) {
     return offset;
   }
-  const off_t data = lseek(fd, static_cast<off_t>(offset), SEEK_DATA);
+  const off_t data = lseek(range.fd(), static_cast<off_t>(range.base + offset), SEEK_DATA);
   if (data >= 0) {
-    return static_cast<uint64_t>(data);
+    return std::min(static_cast<uint64_t>(data) - range.base, std::max(offset, range.length));
   }
   // Nothing but a hole up to the end, or the file system does not tell.
   return errno == ENXIO ? std::max(offset, End()) : offset;
+#else
+  return offset;
+#endif
 }
 
 uint64_t ByteWindow::End() const {
-  const off_t end = lseek(fd, 0, SEEK_END);
-  return end < 0 ? 0 : static_cast<uint64_t>(end);
+  const off_t end = lseek(range.fd(), 0, SEEK_END);
+  const uint64_t fileEnd = end < 0 ? 0 : static_cast<uint64_t>(end);
+  return std::min(range.length, fileEnd - std::min(fileEnd, range.base));
 }
