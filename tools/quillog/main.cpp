@@ -84,15 +84,16 @@ int NameOutputs(const std::vector<Output>& outputs) {
 
 int Run(const Options& options) {
   Selection selection;
-  if (!selection.Add(options.paths)) {
-    return kNothing;
-  }
   TextOutput text(1);
   Report report(text);
-  int status = kAllRead;
+  const bool isThere = selection.Add(options.paths);
   for (const PileDamage& damage : selection.damages()) {
     report.Say(damage.path, damage.what, true);
   }
+  if (!isThere) {
+    return kNothing;
+  }
+  int status = kAllRead;
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
   } else if (options.action == Options::Action::kVerify) {

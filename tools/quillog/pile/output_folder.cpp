@@ -33,7 +33,7 @@ bool LooksLikeText(const Folder& folder, const std::string& name) {
 }
 
 bool MayBeText(const std::string& name, const FolderEntry& entry) {
-  return !entry.isFolder && name[0] != '.' && !EndsWith(name, FileNames::kGzip);
+  return !entry.isFolder && entry.size > 0 && name[0] != '.' && !EndsWith(name, FileNames::kGzip);
 }
 
 }  // namespace

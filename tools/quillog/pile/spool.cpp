@@ -65,7 +65,7 @@ bool Spool::Begin() {
 
 bool Spool::HasRoom(uint64_t offset, size_t size) {
   if (offset + size > kMostLength || start + offset + size > kMostLengths) {
-    reason = "longer than " + Gigabytes(kMostLength) + ", or all together than " + Gigabytes(kMostLengths);
+    reason = "a file is longer than " + Gigabytes(kMostLength) + ", or all are than " + Gigabytes(kMostLengths);
     return false;
   }
   if (used + size > kMostBytes) {
@@ -84,7 +84,7 @@ bool Spool::HasRoom(uint64_t offset, size_t size) {
 }
 
 bool Spool::Write(uint64_t offset, const void* bytes, size_t size) {
-  if (offset > kMostLength || !HasRoom(offset, size)) {
+  if (!HasRoom(offset, size)) {
     return false;
   }
   used += size;
