@@ -74,6 +74,6 @@ bool OutputFiles::Hold(Output& output) {
 
 void OutputFiles::LetGo(Output& output) {
   for (LogFile& file : output.files) {
-    file.held = output.isFiles ? file.held : ByteRange();
+    file.held = ByteRange();
   }
 }

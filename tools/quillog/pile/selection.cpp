@@ -291,22 +291,16 @@ bool Selection::AddFolder(const std::shared_ptr<const Folder>& folder, const std
   return count > 0 || Missing(wanted, "no log there");
 }
 
+/// A link that somebody named is followed, once and for all.
 void Selection::AddSingle(const std::string& path) {
-  const std::string full = WithDirectory(path);
-  const std::string directory = DirectoryOf(full);
-  LogFile file = FolderAt(directory)->Single(full.substr(directory.size()));
-  file.path = path;
+  char target[PATH_MAX];
   struct stat status = {};
-  if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
-    file.held = OpenNamed(path);  // somebody named it
-    file.kind = KindOf(path, file.held);
-    if (file.held && fstat(file.held.fd(), &status) == 0) {
-      file.modified = TimeText::FromSeconds(status.st_mtime);
-      file.device = status.st_dev;
-      file.inode = status.st_ino;
-    }
-  }
-  singles.push_back(std::move(file));
+  const bool isLink = lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  const std::string shown = isLink && realpath(path.c_str(), target) != nullptr ? target : path;
+  const std::string full = WithDirectory(shown);
+  const std::string directory = DirectoryOf(full);
+  singles.push_back(FolderAt(directory)->Single(full.substr(directory.size())));
+  singles.back().path = shown;
 }
 
 /// Lists each directory once, however many of its files are named.
