@@ -20,7 +20,7 @@ std::unique_ptr<FileReader> FileReader::Open(const LogFile& file, TextSink& sink
   std::unique_ptr<FileReader> reader;
   switch (file.kind) {
     case LogFile::Kind::kMapped:
-      reader = std::make_unique<MemberReader>(fd, sink, file.newest);
+      reader = std::make_unique<MemberReader>(fd, sink, file.newest && file.inode != 0);
       break;
     case LogFile::Kind::kArchive:
       reader = std::make_unique<ArchiveReader>(fd, sink);

@@ -340,8 +340,9 @@ bool ContainerReader::ReadBody(Body& body) {
     Take(body, static_cast<uint64_t>(std::max<la_int64_t>(offset, 0)), bytes, size);
     made += size;
     body.made += size;
-    isFull |= ContainerInput::Explodes(made, input->taken(), ContainerInput::kPileAllowance);
-    if (isFull || ContainerInput::Explodes(body.made, input->taken() - before, ContainerInput::kFileAllowance)) {
+    const bool explodes = ContainerInput::Explodes(made, input->taken(), ContainerInput::kPileAllowance);
+    isFull |= explodes;
+    if (explodes || ContainerInput::Explodes(body.made, input->taken() - before, ContainerInput::kFileAllowance)) {
       SayOf(body.way, ContainerInput::kExplosion);
       return true;
     }
