@@ -343,7 +343,7 @@ bool ContainerReader::ReadBody(Body& body) {
     const bool explodes = ContainerInput::Explodes(made, input->taken(), ContainerInput::kPileAllowance);
     isFull |= explodes;
     if (explodes || ContainerInput::Explodes(body.made, input->taken() - before, ContainerInput::kFileAllowance)) {
-      SayOf(body.way, ContainerInput::kExplosion);
+      SayOf(body.way, std::string(ContainerInput::kExplosion) + (explodes ? ", nor what comes after it" : ""));
       return true;
     }
   }
