@@ -10,7 +10,7 @@
 
 #include "quillog/forms/terminal.h"
 #include "quillog/options.h"
-#include "quillog/select/selection.h"
+#include "quillog/pile/selection.h"
 #include "quillog/survey.h"
 #include "quillog/text_view.h"
 
@@ -50,10 +50,15 @@ bool SetQuery(const Options& options, Output& output, Query* query) {
   return true;
 }
 
+/// True when new lines may come.
+bool CanFollow(const Output& output) {
+  return output.IsLive() && output.files.back().inode != 0;
+}
+
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Survey::Hold(output, report);
     Query query;
     if (!SetQuery(options, output, &query)) {
       return kNothing;
@@ -81,16 +86,20 @@ int NameOutputs(const std::vector<Output>& outputs) {
 
 int Answer(const Options& options) {
   Selection selection;
-  if (!selection.Add(options.paths)) {
-    return kNothing;
-  }
+  const bool isThere = selection.Add(options.paths);
   const bool isShown = Terminal::IsShown();
   Terminal::Pager pager;
-  if (options.paged) {
+  if (options.paged && isThere) {
     pager.Start();
   }
   TextOutput text(1, isShown);
   Report report(text);
+  for (const PileDamage& damage : selection.damages()) {
+    report.Say(damage.path, damage.what, true);
+  }
+  if (!isThere) {
+    return kNothing;
+  }
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
@@ -98,6 +107,9 @@ int Answer(const Options& options) {
     Survey::Verify(selection.outputs(), text, report);
   } else if (selection.IsAmbiguous() || (options.follow && selection.outputs().size() > 1)) {
     return NameOutputs(selection.outputs());
+  } else if (options.follow && !CanFollow(selection.outputs().front())) {
+    fprintf(stderr, "quillog: nothing to follow: it is a copy that does not grow\n");
+    return kNothing;
   } else {
     status = Show(options, selection.outputs(), text, report);
   }
@@ -110,7 +122,7 @@ int Answer(const Options& options) {
   if (!text.Works()) {
     return text.Error() == EPIPE ? kAllRead : kNothing;
   }
-  return status != kAllRead ? status : report.damages() > 0 || selection.HasUnreadable() ? kDamaged : kAllRead;
+  return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;
 }
 
 }  // namespace

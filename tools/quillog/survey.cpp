@@ -1,5 +1,6 @@
 #include "quillog/survey.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -99,11 +100,17 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
 
 }  // namespace
 
+void Survey::Hold(Output& output, Report& report) {
+  if (!OutputFiles::Hold(output)) {
+    report.Say(output.path, strerror(errno), true);
+  }
+}
+
 void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   // The table names what is damaged; --verify says more.
   report.SetQuiet();
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
     OutputFiles::LetGo(output);
@@ -112,7 +119,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
 
 void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     unsigned long long bytes = 0;
     const size_t before = report.damages();
     LogReader log(output, LogReader::Options());
