@@ -15,7 +15,7 @@
 
 #include "archive/tar_zip.h"
 #include "device.h"
-#include "quillog/pile/file_identity.h"
+#include "quillog/bytes/file_identity.h"
 #include "quillog/select/pattern.h"
 #include "quillog/time/time_text.h"
 

@@ -59,6 +59,8 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
     Survey::Hold(output, report);
+    const Source source{output.device, output.name, ""};
+    printer->SetSource(source);
     Query query;
     if (!SetQuery(options, output, &query)) {
       return kNothing;

@@ -67,8 +67,7 @@ class JsonPrinter : public Printer {
   void Print(const Line& line) override {
     json = "{\"time\":";
     AppendTime(line.time);
-    json += ",\"file\":";
-    AppendJsonString(json, line.file->data(), line.file->size());
+    AppendName(line);
     json += ",\"text\":";
     AppendJsonString(json, line.text, line.size);
     json += line.verified ? "}\n" : ",\"unverified\":true}\n";
@@ -76,6 +75,30 @@ class JsonPrinter : public Printer {
   }
 
  private:
+  /// What names the line for good, as far as there is something that will not change.
+  void AppendName(const Line& line) {
+    AppendField(",\"device\":", source->device);
+    AppendField(",\"output\":", source->output);
+    const std::string& file = line.identity != nullptr ? *line.identity : *line.file;
+    if (file.empty()) {
+      return;
+    }
+    AppendField(",\"file\":", file);
+    char place[48];
+    const auto offset = static_cast<unsigned long long>(line.offset);
+    line.identity != nullptr ? snprintf(place, sizeof place, ",\"place\":\"%llu\"", offset)
+                             : snprintf(place, sizeof place, ",\"place\":\"%llu+%llu\"",
+                                        static_cast<unsigned long long>(line.member), offset);
+    json += place;
+  }
+
+  void AppendField(const char* name, const std::string& value) {
+    if (!value.empty()) {
+      json += name;
+      AppendJsonString(json, value.data(), value.size());
+    }
+  }
+
   void AppendTime(Time time) {
     if (time == kNoTime) {
       json += "null";

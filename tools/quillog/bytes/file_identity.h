@@ -1,5 +1,5 @@
-#ifndef QUILCAT_TOOLS_QUILLOG_PILE_FILE_IDENTITY_H_
-#define QUILCAT_TOOLS_QUILLOG_PILE_FILE_IDENTITY_H_
+#ifndef QUILCAT_TOOLS_QUILLOG_BYTES_FILE_IDENTITY_H_
+#define QUILCAT_TOOLS_QUILLOG_BYTES_FILE_IDENTITY_H_
 
 #include <stddef.h>
 
@@ -16,4 +16,4 @@ constexpr size_t kIdentityBytes = 4096;
 /// which the clock was not set.
 std::string FileIdentity(const char* text, size_t size);
 
-#endif  // QUILCAT_TOOLS_QUILLOG_PILE_FILE_IDENTITY_H_
+#endif  // QUILCAT_TOOLS_QUILLOG_BYTES_FILE_IDENTITY_H_

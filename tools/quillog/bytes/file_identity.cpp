@@ -1,4 +1,4 @@
-#include "quillog/pile/file_identity.h"
+#include "quillog/bytes/file_identity.h"
 
 #include <inttypes.h>
 #include <stdint.h>
