@@ -487,7 +487,8 @@ TEST(OddInput, IsAnswered) {
       {"-i /data/log/bomb", 2, "belong to"},
       {"-l -n 3 /data/log/bomb", 2, "whole files"},
       {"--color=red", 2, "auto, always"},
-      {"", 2, "several outputs"},
+      {"", 0, "name one, as in"},
+      {"-f", 2, "several outputs"},
   };
   for (const auto& test : cases) {
     const double start = CpuSecondsOfPrograms();

@@ -47,6 +47,12 @@ std::string StateOf(const LogFile& file, const FileReader& reader) {
   return {};
 }
 
+/// True when the next file begins before this one ends: killed in the middle, it would end before.
+bool SharesTime(Output& output, size_t place, const Span& span) {
+  const Time next = place + 1 < output.files.size() ? OldestTime(output, place + 1, place + 2) : kNoTime;
+  return span.first != kNoTime && next >= span.first && next < span.last;
+}
+
 /// "cat.I007.20240131-235959.gz" -> "I007", "cat-10.tar.gz" -> "-10", "cat.3" -> ".3", "cat" -> "live"
 std::string IndexOf(const Output& output, const LogFile& file) {
   if (output.isFiles) {
@@ -89,10 +95,12 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
       continue;
     }
     const FileSummary& summary = log.file()->Summary();
+    std::string state = StateOf(file, *log.file());
+    state = state == "killed" && SharesTime(output, place, span) ? "two writers?" : state;
     snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
              static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
-             StateOf(file, *log.file()).c_str(), span.jumpsBack ? ", clock jumps back" : "");
+             state.c_str(), span.jumpsBack ? ", clock jumps back" : "");
     text.Write(row);
     text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
   }

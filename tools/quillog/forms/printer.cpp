@@ -31,7 +31,12 @@ class TextPrinter : public Printer {
 
   void Print(const Line& line) override {
     const char* const code = color ? Terminal::ColorOf(Levels::Of(line)) : nullptr;
-    Begin(line.joins, line.ended);
+    const bool goesOn = line.joins && source == lastSource;
+    Begin(goesOn, line.ended);
+    if (!goesOn && !source->label.empty()) {
+      output.Write(source->label + ": ");
+    }
+    lastSource = source;
     if (code != nullptr) {
       output.WriteCode(std::string("\033[") + code + "m");
     }
@@ -55,6 +60,7 @@ class TextPrinter : public Printer {
 
   const bool color;
   TextOutput& output;
+  const Source* lastSource = nullptr;
   bool isOpen = false;  ///< the line before had no line feed
 };
 
@@ -147,7 +153,12 @@ class CsvPrinter : public Printer {
     const bool isPolled = line.hasOwnTime && line.text[4] == '-';
     const size_t timeLength = !line.hasOwnTime ? 0 : isPolled ? kPolledTime : kStreamedTime;
     const std::string text(line.text, line.size);
-    std::string row = line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
+    std::string row;
+    if (!source->label.empty()) {
+      AppendCsvField(row, source->label);
+      row += ',';
+    }
+    row += line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
     if (line.title == nullptr) {
       PrintHeader("time,text");
       row += ',';
@@ -190,8 +201,9 @@ class CsvPrinter : public Printer {
 
  private:
   void PrintHeader(const std::string& text) {
-    if (text != header) {
-      header = text;
+    const std::string titles = source->label.empty() ? text : "output," + text;
+    if (titles != header) {
+      header = titles;
       output.Write(header + "\n");
     }
   }
