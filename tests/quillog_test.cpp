@@ -15,7 +15,6 @@
 
 #include "archive/tar_zip.h"
 #include "device.h"
-#include "quillog/bytes/file_identity.h"
 #include "quillog/select/pattern.h"
 #include "quillog/time/time_text.h"
 
@@ -487,7 +486,7 @@ TEST(OddInput, IsAnswered) {
       {"-i /data/log/bomb", 2, "belong to"},
       {"-l -n 3 /data/log/bomb", 2, "whole files"},
       {"--color=red", 2, "auto, always"},
-      {"", 0, "name one, as in"},
+      {"", 1, "name one, as in"},
       {"-f", 2, "several outputs"},
   };
   for (const auto& test : cases) {
@@ -569,9 +568,44 @@ TEST(Pile, IsReadAsItComes) {
     EXPECT_NE(result.status, 0);
     EXPECT_NE(result.errors.find(says), std::string::npos) << make << "\n" << result.errors;
   }
-  const std::string title = "\nTime  soc\n";
-  EXPECT_EQ(FileIdentity(title.data(), title.size()), "");
-  EXPECT_EQ(FileIdentity((title + line).data(), 43), FileIdentity((title + line + line).data(), 74));
+}
+
+// Merged, lines come by their time; a later pull gives them the names of the earlier one, though files have grown, been
+// rotated and packed.
+TEST(Merge, KeepsTheNamesOfLines) {
+  Clock clock;
+  clock.Set(2026, 11, 22);
+  const std::string mapped = IndexedPath(1, clock.time);
+  std::string text = clock.Lines(3);
+  std::string members = Member(text);
+  for (const char* name : {"rows.5", "rows.4", "rows.3", "rows.2", "rows.1", "rows"}) {
+    const std::string parts[] = {clock.Lines(1500), clock.Lines(2)};
+    WriteFile(std::string("/data/log/u/") + name, parts[0]);
+    members += Member(parts[1]);
+    text += parts[0] + parts[1];
+  }
+  WriteFile(mapped, members);
+  const auto names = [](const std::string& pile) {
+    std::set<std::string> found;
+    for (const std::string& line : Lines(Quillog("-m -o json " + pile).text))
+      found.insert(line.substr(line.find("\"dev")));
+    return found;
+  };
+  EXPECT_EQ(Quillog("-m", "| sed 's/^[^ ]*: //'").text, text);
+  system(
+      "mkdir /tmp/1 /tmp/2 && cp -r /data/log /tmp/1/phone && cd /data/log/u && bsdtar -czf rows-0.tar.gz rows.?"
+      " && rm rows.? && mv rows rows.1");
+  const std::set<std::string> before = names("/tmp/1/phone");
+  EXPECT_EQ(before.size(), Count(text, "\n"));
+  WriteFile("/data/log/u/rows", clock.Lines(1));
+  WriteFile(mapped, members + Member(clock.Lines(2)));
+  system("cd /data/log && bsdtar -czf /tmp/2/phone.tar.gz .");
+  const std::set<std::string> after = names("/tmp/2/phone.tar.gz");
+  EXPECT_EQ(after.size(), before.size() + 3);
+  EXPECT_TRUE(std::includes(after.begin(), after.end(), before.begin(), before.end()));
+  WriteFile(mapped, members + std::string(99, '\0'));
+  WriteFile(IndexedPath(2, clock.time), Member(text));
+  EXPECT_EQ(Count(Quillog("-l").text, "two writers?"), 1u);
 }
 
 // The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.
