@@ -1,6 +1,11 @@
 #include "quillog/report.h"
 
 #include <stdio.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "quillog/forms/terminal.h"
 
 namespace {
 
@@ -31,5 +36,11 @@ void Report::Write(const std::string& file, const std::string& text) {
   // Where both streams go to one place, the text read so far comes first.
   output.Flush();
   output.HideProgress();
-  fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
+  std::string message = file + ": " + text;
+  if (output.IsShown() || isatty(STDERR_FILENO) != 0) {
+    std::string visible;  // names of files in a pile may be anything
+    Terminal::AppendVisible(visible, message.data(), message.size());
+    message = std::move(visible);
+  }
+  fprintf(stderr, "quillog: %s\n", message.c_str());
 }

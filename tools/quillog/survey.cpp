@@ -1,5 +1,6 @@
 #include "quillog/survey.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -46,6 +47,12 @@ std::string StateOf(const LogFile& file, const FileReader& reader) {
   return {};
 }
 
+/// True when the next file begins before this one ends: killed in the middle, it would end before.
+bool SharesTime(Output& output, size_t place, const Span& span) {
+  const Time next = place + 1 < output.files.size() ? OldestTime(output, place + 1, place + 2) : kNoTime;
+  return span.first != kNoTime && next >= span.first && next < span.last;
+}
+
 /// "cat.I007.20240131-235959.gz" -> "I007", "cat-10.tar.gz" -> "-10", "cat.3" -> ".3", "cat" -> "live"
 std::string IndexOf(const Output& output, const LogFile& file) {
   if (output.isFiles) {
@@ -88,10 +95,12 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
       continue;
     }
     const FileSummary& summary = log.file()->Summary();
+    std::string state = StateOf(file, *log.file());
+    state = state == "killed" && SharesTime(output, place, span) ? "two writers?" : state;
     snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
              static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
-             StateOf(file, *log.file()).c_str(), span.jumpsBack ? ", clock jumps back" : "");
+             state.c_str(), span.jumpsBack ? ", clock jumps back" : "");
     text.Write(row);
     text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
   }
@@ -99,11 +108,17 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
 
 }  // namespace
 
+void Survey::Hold(Output& output, Report& report) {
+  if (!OutputFiles::Hold(output)) {
+    report.Say(output.path, strerror(errno), true);
+  }
+}
+
 void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   // The table names what is damaged; --verify says more.
   report.SetQuiet();
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
     OutputFiles::LetGo(output);
@@ -112,7 +127,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
 
 void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     unsigned long long bytes = 0;
     const size_t before = report.damages();
     LogReader log(output, LogReader::Options());

@@ -31,7 +31,12 @@ class TextPrinter : public Printer {
 
   void Print(const Line& line) override {
     const char* const code = color ? Terminal::ColorOf(Levels::Of(line)) : nullptr;
-    Begin(line.joins, line.ended);
+    const bool goesOn = line.joins && source == lastSource;
+    Begin(goesOn, line.ended);
+    if (!goesOn && !source->label.empty()) {
+      output.Write(source->label + ": ");
+    }
+    lastSource = source;
     if (code != nullptr) {
       output.WriteCode(std::string("\033[") + code + "m");
     }
@@ -55,6 +60,7 @@ class TextPrinter : public Printer {
 
   const bool color;
   TextOutput& output;
+  const Source* lastSource = nullptr;
   bool isOpen = false;  ///< the line before had no line feed
 };
 
@@ -67,8 +73,7 @@ class JsonPrinter : public Printer {
   void Print(const Line& line) override {
     json = "{\"time\":";
     AppendTime(line.time);
-    json += ",\"file\":";
-    AppendJsonString(json, line.file->data(), line.file->size());
+    AppendName(line);
     json += ",\"text\":";
     AppendJsonString(json, line.text, line.size);
     json += line.verified ? "}\n" : ",\"unverified\":true}\n";
@@ -76,6 +81,30 @@ class JsonPrinter : public Printer {
   }
 
  private:
+  /// What names the line for good, as far as there is something that will not change.
+  void AppendName(const Line& line) {
+    AppendField(",\"device\":", source->device);
+    AppendField(",\"output\":", source->output);
+    const std::string& file = line.identity != nullptr ? *line.identity : *line.file;
+    if (file.empty()) {
+      return;
+    }
+    AppendField(",\"file\":", file);
+    char place[48];
+    const auto offset = static_cast<unsigned long long>(line.offset);
+    line.identity != nullptr ? snprintf(place, sizeof place, ",\"place\":\"%llu\"", offset)
+                             : snprintf(place, sizeof place, ",\"place\":\"%llu+%llu\"",
+                                        static_cast<unsigned long long>(line.member), offset);
+    json += place;
+  }
+
+  void AppendField(const char* name, const std::string& value) {
+    if (!value.empty()) {
+      json += name;
+      AppendJsonString(json, value.data(), value.size());
+    }
+  }
+
   void AppendTime(Time time) {
     if (time == kNoTime) {
       json += "null";
@@ -124,7 +153,12 @@ class CsvPrinter : public Printer {
     const bool isPolled = line.hasOwnTime && line.text[4] == '-';
     const size_t timeLength = !line.hasOwnTime ? 0 : isPolled ? kPolledTime : kStreamedTime;
     const std::string text(line.text, line.size);
-    std::string row = line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
+    std::string row;
+    if (!source->label.empty()) {
+      AppendCsvField(row, source->label);
+      row += ',';
+    }
+    row += line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
     if (line.title == nullptr) {
       PrintHeader("time,text");
       row += ',';
@@ -167,8 +201,9 @@ class CsvPrinter : public Printer {
 
  private:
   void PrintHeader(const std::string& text) {
-    if (text != header) {
-      header = text;
+    const std::string titles = source->label.empty() ? text : "output," + text;
+    if (titles != header) {
+      header = titles;
       output.Write(header + "\n");
     }
   }

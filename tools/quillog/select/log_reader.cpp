@@ -173,18 +173,24 @@ Item LogReader::OpenNext() {
   if (!isOpen) {
     // A file that was there a moment ago was deleted for its age.
     const int error = errno;
-    const bool isGone = before.inode != 0 && access(before.path.c_str(), F_OK) != 0;
+    const bool isGone = before.inode != 0 && error == ENOENT;
     noteFile = before.path;
-    note = isGone ? "deleted meanwhile" : error == 0 ? "not a regular file" : strerror(error);
+    note = isGone ? "deleted meanwhile" : strerror(error);
     return isGone && !renewed ? Item::kRemark : Item::kDamage;
   }
-  lines.Open(before.kind, bytes, before.Name(), before.newest, TimesAround(current));
+  lines.Open(before.kind, bytes, before.Name(), before.newest && MayGrow(), TimesAround(current));
   if (before.kind == LogFile::Kind::kArchive && mayBePacked) {
     // What was read as a plain file has been packed meanwhile, and what came before it too.
     mayBePacked = !lines.file().PassOver(packed);
   }
   LeaveOutBlocks();
   return Item::kLine;
+}
+
+/// False where no writer can be at work in the file that was opened: waiting for one takes long where many are torn.
+bool LogReader::MayGrow() const {
+  const bool isLate = before.modified != kNoTime && before.modified + TimeText::kDay > TimeText::Now();
+  return before.inode != 0 && (options.lines.growing || isLate);
 }
 
 /// kLine: no file is missing before that one.
@@ -248,7 +254,7 @@ void LogReader::LeaveOutBlocks() {
 
 void LogReader::Renew() {
   OutputFiles::List(output);
-  OutputFiles::Open(output);
+  OutputFiles::Hold(output);
   options.since = options.until = kNoTime;
   renewed = true;
   const std::vector<size_t> found = NewFiles();

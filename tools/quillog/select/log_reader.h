@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "quillog/lines/line_reader.h"
-#include "quillog/select/output_files.h"
+#include "quillog/pile/output_files.h"
 
 /// Reads the lines of an output's files, the oldest first, and goes on with new ones.
 ///
@@ -47,6 +47,7 @@ class LogReader {
 
  private:
   Item OpenNext();
+  bool MayGrow() const;
   Item TellGap(size_t next);
   void LeaveOutBlocks();
   void Remember();
