@@ -100,7 +100,8 @@ bool ArchiveReader::AddEntry(const uint8_t* header) {
   }
   size_t available = 0;
   const uint8_t* text = source.Peek(kIdentityBytes, &available);
-  entry.identity = FileIdentity(reinterpret_cast<const char*>(text), std::min<uint64_t>(available, size));
+  entry.identity =
+      FileIdentity(reinterpret_cast<const char*>(text), static_cast<size_t>(std::min<uint64_t>(available, size)));
   check = TextCheck();
   while (const size_t taken = CheckText(size - entry.size, &entry.checksum)) {
     entry.size += taken;
