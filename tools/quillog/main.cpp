@@ -18,8 +18,8 @@ namespace {
 
 enum : int { kAllRead = 0, kDamaged = 1, kNothing = 2 };
 
-/// Turns what is asked for into a query on one output. False: wrong usage, which is named.
-bool SetQuery(const Options& options, Output& output, Query* query) {
+/// Turns what is asked for into a query. False: wrong usage, which is named.
+bool SetQuery(const Options& options, Query* query) {
   std::string error;
   if (options.hasPattern && !query->SetPattern(options.pattern, options.how, &error)) {
     fprintf(stderr, "quillog: no pattern: %s\n", error.c_str());
@@ -28,37 +28,58 @@ bool SetQuery(const Options& options, Output& output, Query* query) {
   if (options.hasLevels) {
     query->SetLevels(options.levels);
   }
-  if (options.last == 0 && options.since.empty() && options.until.empty()) {
-    return true;
-  }
-  const Time newest = NewestTime(output, 0, output.files.size());
+  return true;
+}
+
+/// Turns --last, --since and --until into a range.
+bool SetRange(const Options& options, LogClock& clock, Timeline::Range* range) {
   if (options.last != 0) {
-    // What is days later than the newest line was logged before the clock was set back.
-    query->SetTimes(newest == kNoTime ? kNoTime : newest - options.last,
-                    newest == kNoTime ? kNoTime : newest + TimeText::kDay);
-    return true;
+    *range = clock.Times().Last(options.last);
   }
-  Time times[2] = {kNoTime, kNoTime};
+  Time* const times[] = {&range->since, &range->until};
   const std::string* texts[] = {&options.since, &options.until};
   for (size_t i = 0; i < 2; ++i) {
-    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i], &error)) {
+    std::string error;
+    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], clock.Newest(), times[i], &error)) {
       fprintf(stderr, "quillog: %s: %s\n", error.c_str(), texts[i]->c_str());
       return false;
     }
   }
-  query->SetTimes(times[0], times[1]);
+  return true;
+}
+
+/// The places between which a boot's lines are.
+bool SetBoot(int number, LogClock& clock, LogReader::Wanted* wanted) {
+  const std::vector<Boot> boots = clock.Times().Boots();
+  const auto count = static_cast<int>(boots.size());
+  const int index = number > 0 ? number - 1 : count - 1 + number;
+  if (index < 0 || index >= count) {
+    fprintf(stderr, "quillog: no boot %d, there %s %d\n", number, count == 1 ? "is" : "are", count);
+    return false;
+  }
+  wanted->from = boots[static_cast<size_t>(index)].first;
+  wanted->end = index + 1 < count ? boots[static_cast<size_t>(index) + 1].first : kNoPlace;
   return true;
 }
 
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  Query query;
+  if (!SetQuery(options, &query)) {
+    return kNothing;
+  }
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
     OutputFiles::Open(output);
-    Query query;
-    if (!SetQuery(options, output, &query)) {
+    LogClock clock(output);
+    LogReader::Wanted wanted;
+    if (!SetRange(options, clock, &wanted.range) || (options.hasBoot && !SetBoot(options.boot, clock, &wanted))) {
       return kNothing;
     }
-    TextView(options, query, output, *printer, text, report).Show();
+    TextView view({options, query, wanted, output, clock, *printer, text, report});
+    view.Show();
+    if (options.count) {
+      text.Write((outputs.size() > 1 ? output.path + ": " : "") + std::to_string(view.found()) + "\n");
+    }
     OutputFiles::LetGo(output);
     if (!text.Works()) {
       break;
@@ -94,6 +115,8 @@ int Answer(const Options& options) {
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
+  } else if (options.action == Options::Action::kListBoots) {
+    Survey::ListBoots(selection.outputs(), text, report);
   } else if (options.action == Options::Action::kVerify) {
     Survey::Verify(selection.outputs(), text, report);
   } else if (selection.IsAmbiguous() || (options.follow && selection.outputs().size() > 1)) {
@@ -104,6 +127,7 @@ int Answer(const Options& options) {
   text.Flush();
   text.HideProgress();
   report.Finish();
+  pager.Stop();
   if (!text.Works() && text.Error() != EPIPE) {
     fprintf(stderr, "quillog: cannot write: %s\n", strerror(text.Error()));
   }

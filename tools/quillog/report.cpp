@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include "quillog/forms/terminal.h"
+
 namespace {
 
 constexpr size_t kMostOfFile = 100;
@@ -31,5 +33,9 @@ void Report::Write(const std::string& file, const std::string& text) {
   // Where both streams go to one place, the text read so far comes first.
   output.Flush();
   output.HideProgress();
-  fprintf(stderr, "quillog: %s: %s\n", file.c_str(), text.c_str());
+  std::string line;
+  Terminal::AppendVisible(line, file.data(), file.size());  // a name may hold what a terminal obeys
+  line += ": ";
+  Terminal::AppendVisible(line, text.data(), text.size());
+  fprintf(stderr, "quillog: %s\n", line.c_str());
 }

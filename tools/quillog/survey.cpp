@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "logfile/file_names.h"
 #include "quillog/select/log_reader.h"
 
@@ -10,24 +12,42 @@ namespace {
 
 /// What the lines of one file say about time.
 struct Span {
-  Time first = kNoTime;
-  Time last = kNoTime;
+  Moment first;
+  Moment last;
   bool jumpsBack = false;
 
-  void Add(Time time, Time before) {
-    first = first == kNoTime ? time : first;
-    jumpsBack |= before != kNoTime && time + TimeText::kSecond <= before;
-    last = time;
+  void Add(const Moment& moment, Time before) {
+    first = first.shown == kNoTime ? moment : first;
+    jumpsBack |= before != kNoTime && moment.shown + TimeText::kSecond <= before;
+    last = moment;
   }
 };
 
-std::string Text(Time time) {
-  if (time == kNoTime) {
+/// "~" marks a derived time. Of a clock that was lost, and nothing tells the time, what it showed.
+std::string Text(const Moment& moment) {
+  if (moment.shown == kNoTime) {
     return "-";
   }
-  std::string text = TimeText::Iso(time, false);
+  const bool isDerived = moment.source == TimeSource::kDerived;
+  std::string text = TimeText::Iso(moment.time == kNoTime ? moment.shown : moment.time, false);
   text[10] = ' ';
-  return text;
+  return (isDerived ? "~" : "") + text;
+}
+
+const char* TextOf(BootEnd end) {
+  switch (end) {
+    case BootEnd::kUnknown:
+      break;
+    case BootEnd::kCut:
+      return "cut off";
+    case BootEnd::kRestart:
+      return "restart";
+    case BootEnd::kPowerOff:
+      return "power off";
+    case BootEnd::kPanic:
+      return "panic";
+  }
+  return "-";
 }
 
 std::string StateOf(const LogFile& file, const FileReader& reader) {
@@ -66,21 +86,24 @@ std::string IndexOf(const Output& output, const LogFile& file) {
 void ListOutput(Output& output, TextOutput& text, Report& report) {
   text.Write(output.path + "\n");
   char row[512];
-  snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10s  %10s  %7s  %s\n", "index", "first", "last", "bytes", "text",
+  snprintf(row, sizeof row, "  %-5s  %-20s  %-20s  %10s  %10s  %7s  %s\n", "index", "first", "last", "bytes", "text",
            "members", "state");
   text.Write(row);
   Time before = kNoTime;
+  LogClock clock(output);
+  LogReader::Options how;
+  how.timed = true;
   for (size_t place = 0; place < output.files.size() && text.Works(); ++place) {
     const LogFile& file = output.files[place];
     Span span;
-    LogReader log(output, LogReader::Options(), place, place + 1);
+    LogReader log(output, clock, how, place, place + 1);
     Line line;
     for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
       if (item == Item::kDamage) {
         report.Say(log.subject(), log.message(), true);
-      } else if (item == Item::kLine && line.hasOwnTime) {
-        span.Add(line.time, before);
-        before = line.time;
+      } else if (item == Item::kLine && line.head.HasStamp()) {
+        span.Add(line.moment, before);
+        before = line.moment.shown;
       }
     }
     if (log.file() == nullptr) {
@@ -88,7 +111,7 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
       continue;
     }
     const FileSummary& summary = log.file()->Summary();
-    snprintf(row, sizeof row, "  %-5s  %-19s  %-19s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
+    snprintf(row, sizeof row, "  %-5s  %-20s  %-20s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
              static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
              StateOf(file, *log.file()).c_str(), span.jumpsBack ? ", clock jumps back" : "");
@@ -97,7 +120,56 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
   }
 }
 
+/// Adds the text of a run to the boots that it is of.
+void AddSizes(const Run& run, const std::vector<Boot>& boots, size_t& boot, std::vector<uint64_t>& sizes) {
+  Place at = run.rank;
+  for (const Place end = at + static_cast<size_t>(run.end - run.at); at < end;) {
+    while (boot + 1 < boots.size() && boots[boot + 1].first <= at) {
+      ++boot;
+    }
+    const Place next = boot + 1 < boots.size() ? std::min(end, boots[boot + 1].first) : end;
+    sizes[boot] += next - at;
+    at = next;
+  }
+}
+
+void ListBootsOf(Output& output, TextOutput& text, Report& report) {
+  LogClock clock(output);
+  const std::vector<Boot> boots = clock.Times().Boots();
+  std::vector<uint64_t> sizes(boots.size() + 1);
+  size_t boot = 0;
+  LogReader log(output, clock, LogReader::Options());
+  for (Item item; (item = log.Peek()) != Item::kEnd;) {
+    if (item == Item::kLine) {
+      AddSizes(log.run(), boots, boot, sizes);
+      log.SkipTo(log.run().end);
+    } else {
+      report.Say(log.subject(), log.message(), item == Item::kDamage);
+    }
+    text.Progress("file " + std::to_string(log.place() + 1) + " of " + std::to_string(output.files.size()));
+  }
+  char row[160];
+  snprintf(row, sizeof row, "  %5s  %5s  %-20s  %-20s  %10s  %s\n", "boot", "or", "first", "last", "text", "end");
+  text.Write(output.path + "\n" + row);
+  for (size_t i = 0; i < boots.size(); ++i) {
+    snprintf(row, sizeof row, "  %5zu  %5d  %-20s  %-20s  %10llu  %s\n", i + 1,
+             static_cast<int>(i) - static_cast<int>(boots.size()) + 1, Text(boots[i].firstMoment).c_str(),
+             Text(boots[i].lastMoment).c_str(), static_cast<unsigned long long>(sizes[i]), TextOf(boots[i].end));
+    text.Write(row);
+  }
+}
+
 }  // namespace
+
+void Survey::ListBoots(std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  report.SetQuiet();
+  for (Output& output : outputs) {
+    OutputFiles::Open(output);
+    text.Write(&output == &outputs.front() ? "" : "\n");
+    ListBootsOf(output, text, report);
+    OutputFiles::LetGo(output);
+  }
+}
 
 void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   // The table names what is damaged; --verify says more.
@@ -115,7 +187,8 @@ void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& repo
     OutputFiles::Open(output);
     unsigned long long bytes = 0;
     const size_t before = report.damages();
-    LogReader log(output, LogReader::Options());
+    LogClock clock(output);
+    LogReader log(output, clock, LogReader::Options());
     for (Item item; text.Works() && (item = log.Peek()) != Item::kEnd;) {
       if (item == Item::kLine) {
         bytes += static_cast<size_t>(log.run().end - log.run().at);
