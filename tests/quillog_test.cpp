@@ -192,6 +192,9 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
     const size_t lines = std::min(count, Count(wreck.text, "\n"));
     EXPECT_TRUE(Quillog("-n " + std::to_string(count)).text == LastLines(wreck.text, lines)) << count;
   }
+  std::vector<std::string> turned = Lines(wreck.text);
+  std::reverse(turned.begin(), turned.end());
+  EXPECT_TRUE(Lines(Quillog("-r").text) == turned);
   // Years: the log begins on 2026-12-30; the new year comes with a clock that is not set.
   const std::string filters[][2] = {
       {"-S '2026-12-31 00:00:00' -U 2027-01-01", ""},
@@ -202,41 +205,6 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
       {"-v -g '<6>'", ""},
       {"-p notice..7 -n 1", LastLines(wreck.text, 1)}};
   for (const auto& [arguments, text] : filters) EXPECT_EQ(Quillog(arguments).text, text) << arguments;
-}
-
-TEST(Times, FollowFromNamesAndOrder) {
-  const struct {
-    const char* name;   ///< time stamps of the files
-    const char* lines;  ///< of the first one
-    const char* times;
-  } cases[] = {
-      {"20261231-235950 20270105-000000", "12-31 23:59:59.500 a\n01-01 00:00:00.000 b\nmore\n",
-       "2026-12-31T23:59:59.500 2027-01-01T00:00:00.000 2027-01-01T00:00:00.000"},
-      {"19700101-000005 20261122-210000", "01-01 00:00:06.000 a\n11-22 20:04:05.042 set\n",
-       "1970-01-01T00:00:06.000 2026-11-22T20:04:05.042"},
-      {"20200102-120000", "01-02 12:00:00.000 a\n09-01 00:00:00.000 b\n",
-       "2020-01-02T12:00:00.000 2020-09-01T00:00:00.000"},
-      {"20240228-120000", "02-29 00:00:00.000 leap\n03-01 01:00:00.000 b\n",
-       "2024-02-29T00:00:00.000 2024-03-01T01:00:00.000"},
-      {"20261122-210000", "11-22 22:00:00.000 a\n11-22 24:00:00.000 no\n11-22 23:60:00.000 no\n",
-       "2026-11-22T22:00:00.000 2026-11-22T22:00:00.000 2026-11-22T22:00:00.000"},
-      {"20261122-210000", "\nTime  x\n2026-11-22 21:04:05 > 1\ncurrent time: 2026-11-22 21:5:6\r\n",
-       "2026-11-22T21:00:00.000 2026-11-22T21:00:00.000 2026-11-22T21:04:05.000 2026-11-22T21:05:06.000"},
-  };
-  for (const auto& test : cases) {
-    std::filesystem::remove_all("/data/log/t");
-    int index = 0;
-    std::istringstream names(test.name);
-    for (std::string stamp; names >> stamp; ++index) {
-      WriteFile(std::string(kOutput) + ".I00" + std::to_string(index) + "." + stamp + ".gz",
-                index == 0 ? Member(test.lines) : "");
-    }
-    std::string times;
-    for (const std::string& line : Lines(Quillog("-o json").text)) {
-      times += (times.empty() ? "" : " ") + line.substr(9, 23);
-    }
-    EXPECT_EQ(times, test.times);
-  }
 }
 
 TEST(Times, AreUnderstoodAsPeopleWriteThem) {

@@ -11,7 +11,7 @@ constexpr useconds_t kListInterval = 800000;
 constexpr useconds_t kFlushTime = 100000;
 
 constexpr size_t kMostMemory = 256 << 20;  ///< of lines that are kept
-constexpr size_t kReversedBlocks = 16;     ///< are read at once
+constexpr size_t kReversedBlocks = 4;      ///< are read at once
 
 size_t LinesIn(const Run& run) {
   return static_cast<size_t>(std::count(run.at, run.end, '\n')) + (run.end[-1] == '\n' ? 0 : 1);

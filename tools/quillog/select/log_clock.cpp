@@ -101,14 +101,13 @@ void LogClock::Survey(size_t number) {
 void LogClock::TellLines(size_t number, const ByteRange& bytes, uint64_t from, uint64_t to) {
   const LogFile& file = output.files[number];
   LineReader lines{LineReader::Options()};
-  lines.Open(file.kind, bytes, file.Name(), false, FirstIn(number));
+  lines.Open(file.kind, bytes, file.Name(), file.newest, FirstIn(number));
   if (from > 0 || to != UINT64_MAX) {
     lines.Limit(from, to);
   }
   Line line;
   for (Item item; (item = lines.Next(&line)) != Item::kEnd;) {
-    // A member that is being written comes to be read whole.
-    if (item == Item::kLine && (line.verified || !file.newest)) {
+    if (item == Item::kLine) {
       Tell(line);
     }
   }
