@@ -483,6 +483,32 @@ TEST(Terminal, ShowsControlCharacters) {
   }
 }
 
+// Each command on the page for people prints what the page shows.
+TEST(Page, ShowsWhatIsPrinted) {
+  const std::string log = "/tmp/page/pulled/android_logs/kmsgcat-log.I00";
+  WriteFile(log + "6.20261122-205900.gz", Member("11-22 20:59:01.010 <6>[ 3601.000000] usb 1-1: new device\n"
+                                                 "11-22 21:03:59.500 <4>[ 3899.490000] lowmemorykiller: kill maps\n"
+                                                 "11-22 21:04:02.042 <3>[ 3902.032000] thermal: battery at 61 C\n"));
+  WriteFile(log + "7.19700101-000003.gz", Member("01-01 00:00:03.100 <5>[    1.100000] Booting Linux\n"
+                                                 "01-01 00:00:41.200 <3>[   39.200000] i2c 3: no answer\n"
+                                                 "11-22 21:06:10.000 <6>[   60.000000] rtc: clock set\n"));
+  WriteFile(log + "9.20261122-210700.gz",
+            Member("11-22 21:07:55.000 <6>[  165.000000] Out of memory: kill maps\n"
+                   "11-22 21:08:00.000 <0>[  170.000000] Kernel panic - not syncing: out of memory\n"
+                   "11-22 21:09:05.000 <5>[    2.000000] Booting Linux\n"
+                   "11-22 21:20:00.000 <6>[  657.000000] charger: plugged in\n"));
+  std::istringstream blocks(ReadFile(QUILCAT_READING));
+  int commands = 0;
+  for (std::string block; std::getline(blocks, block, '`');) {
+    if (block.compare(0, 10, "console\n$ ") != 0) continue;
+    const size_t end = block.find('\n', 10);
+    const std::string variables = "cd /tmp/page; TZ=UTC PATH=$PATH:$(dirname " QUILCAT_QUILLOG ") ";
+    EXPECT_EQ(Shell(variables + "sh -c '" + block.substr(10, end - 10) + "' 2>&1 || true"), block.substr(end + 1));
+    ++commands;
+  }
+  EXPECT_GE(commands, 10);
+}
+
 // The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.
 TEST(LiveDaemon, IsReadWhileItWritesRotatesAndDies) {
   for (const char* mode : {"mmap", "factory"}) {
