@@ -189,7 +189,9 @@ std::string Turned(const std::string& text) {
 }
 
 void CheckAny(Choices& choose) {
-  Output output{"cat", {}, true};
+  Output output;
+  output.path = "cat";
+  output.isFiles = true;
   Output inPile = output;
   for (size_t i = 1 + choose.Below(3); i > 0; --i) {
     LogFile file;

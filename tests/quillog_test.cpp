@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <set>
 
 #include "archive/tar_zip.h"
@@ -453,7 +454,8 @@ TEST(OddInput, IsAnswered) {
       {"-i /data/log/bomb", 2, "belong to"},
       {"-l -n 3 /data/log/bomb", 2, "whole files"},
       {"--color=red", 2, "auto, always"},
-      {"", 2, "several outputs"},
+      {"", 1, "name one, as in"},
+      {"-f", 2, "several outputs"},
   };
   for (const auto& test : cases) {
     const double start = CpuSecondsOfPrograms();
@@ -507,6 +509,97 @@ TEST(Page, ShowsWhatIsPrinted) {
     ++commands;
   }
   EXPECT_GE(commands, 10);
+}
+
+// A pile gives the text of the directory that it was made of, and a hostile one a message.
+TEST(Pile, IsReadAsItComes) {
+  const std::string line = "11-22 21:04:05.042 <6>[ 1.0] a\n";
+  for (const int index : {0, 1}) WriteFile(IndexedPath(index, TimeText::FromDate(2026, 11, 22)), Member(line));
+  symlink("/data/log/t/cat.I001.20261122-000000.gz", kOutput);
+  WriteFile("/data/log/u/rows.1", line + line);
+  WriteFile("/data/log/u/rows", line);
+  WriteFile("/data/log/v/live", line);
+  WriteFile("/data/log/notes", "other files\n");
+  WriteFile("/tmp/secret/key.1", "secret\n");
+  WriteFile("/tmp/secret/rows.5", "secret\n");
+  symlink("/tmp/secret", "/data/log/keys");
+  symlink("/tmp/secret", "/data/log/u/rows_tmp");
+  mkfifo("/tmp/fifo", 0600);
+  const auto verify = [](const std::string& arguments) {
+    Result result = Quillog("--verify " + arguments);
+    result.text = std::regex_replace(result.text, std::regex("(^|\n)[^\n]*/(\\w+/\\w+:)"), "$1$2");
+    return result;
+  };
+  const std::string text =
+      "t/cat: 2 files, 62 bytes of text, no damage\nu/rows: 2 files, 93 bytes of text, no damage\n"
+      "v/live: 1 file, 31 bytes of text, no damage\n";
+  EXPECT_EQ(verify("/data").text, text);
+  const std::string here = "cd /data/log && bsdtar -c";
+  const std::string inside = " -f /tmp/in . && cd /tmp && bsdtar -c";
+  for (const std::string& make : {here + " .", here + "z .", here + " --format zip .",
+                                  here + "z" + inside + " --format zip in", here + " --format zip" + inside + "z in"}) {
+    ASSERT_EQ(system(("{ " + make + "; } > /tmp/pile").c_str()), 0);
+    EXPECT_EQ(verify("/tmp/pile").text, text) << make;
+    EXPECT_EQ(verify("- < /tmp/pile").text, text) << make;
+    system("cat /tmp/pile > /tmp/fifo &");
+    EXPECT_EQ(verify("- < /tmp/fifo").text, text) << make;
+    EXPECT_EQ(Quillog("/tmp/pile" + std::string(make.find("in") == std::string::npos ? "" : "/in") + "/u").text,
+              line + line + line)
+        << make;
+  }
+  const std::string hostile[][2] = {
+      {here + "z . | head -c 400", "cut short"},
+      {"cd /tmp && truncate -s 100G cat.1 && echo >> cat.1 && bsdtar -c cat.1", "longer than 16 GiB"},
+      {"cd /tmp && truncate -s 2G cat.2 && head -c 64M /dev/zero | gzip > zeros && bsdtar -c --no-read-sparse cat.2 | "
+       "head -c 512 | gzip && for i in $(seq 20); do cat zeros; done",
+       "more than 500 times"},
+      {here + "z" + inside + "f pack in && mv pack pack.tar && bsdtar -cf pack pack.tar && bsdtar -c pack",
+       "not looked into"},
+  };
+  for (const auto& [make, says] : hostile) {
+    system(("{ " + make + "; } > /tmp/pile").c_str());
+    const Result result = verify("/tmp/pile");
+    EXPECT_NE(result.status, 0);
+    EXPECT_NE(result.errors.find(says), std::string::npos) << make << "\n" << result.errors;
+  }
+}
+
+// Merged, lines come by their time; a later pull gives them the names of the earlier one, though files have grown, been
+// rotated and packed.
+TEST(Merge, KeepsTheNamesOfLines) {
+  Clock clock;
+  clock.Set(2026, 11, 22);
+  const std::string mapped = IndexedPath(1, clock.time);
+  std::string text = clock.Lines(3);
+  std::string members = Member(text);
+  for (const char* name : {"rows.5", "rows.4", "rows.3", "rows.2", "rows.1", "rows"}) {
+    const std::string parts[] = {clock.Lines(1500), clock.Lines(2)};
+    WriteFile(std::string("/data/log/u/") + name, parts[0]);
+    members += Member(parts[1]);
+    text += parts[0] + parts[1];
+  }
+  WriteFile(mapped, members);
+  const auto names = [](const std::string& pile) {
+    std::set<std::string> found;
+    for (const std::string& line : Lines(Quillog("-m -o json " + pile).text))
+      found.insert(line.substr(line.find("\"dev")));
+    return found;
+  };
+  EXPECT_EQ(Quillog("-m", "| sed 's/^[^ ]*: //'").text, text);
+  system(
+      "mkdir /tmp/1 /tmp/2 && cp -r /data/log /tmp/1/phone && cd /data/log/u && bsdtar -czf rows-0.tar.gz rows.?"
+      " && rm rows.? && mv rows rows.1");
+  const std::set<std::string> before = names("/tmp/1/phone");
+  EXPECT_EQ(before.size(), Count(text, "\n"));
+  WriteFile("/data/log/u/rows", clock.Lines(1));
+  WriteFile(mapped, members + Member(clock.Lines(2)));
+  system("cd /data/log && bsdtar -czf /tmp/2/phone.tar.gz .");
+  const std::set<std::string> after = names("/tmp/2/phone.tar.gz");
+  EXPECT_EQ(after.size(), before.size() + 3);
+  EXPECT_TRUE(std::includes(after.begin(), after.end(), before.begin(), before.end()));
+  WriteFile(mapped, members + std::string(99, '\0'));
+  WriteFile(IndexedPath(2, clock.time), Member(text));
+  EXPECT_EQ(Count(Quillog("-l").text, "two writers?"), 1u);
 }
 
 // The daemon writes, rotates, is killed and starts anew, while one quillog follows and others read.

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 
+#include "quillog/choice.h"
 #include "quillog/forms/terminal.h"
+#include "quillog/merge_view.h"
 #include "quillog/options.h"
-#include "quillog/select/selection.h"
+#include "quillog/pile/selection.h"
 #include "quillog/survey.h"
 #include "quillog/text_view.h"
 
@@ -31,35 +33,16 @@ bool SetQuery(const Options& options, Query* query) {
   return true;
 }
 
-/// Turns --last, --since and --until into a range.
-bool SetRange(const Options& options, LogClock& clock, Timeline::Range* range) {
-  if (options.last != 0) {
-    *range = clock.Times().Last(options.last);
-  }
-  Time* const times[] = {&range->since, &range->until};
-  const std::string* texts[] = {&options.since, &options.until};
-  for (size_t i = 0; i < 2; ++i) {
-    std::string error;
-    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], clock.Newest(), times[i], &error)) {
-      fprintf(stderr, "quillog: %s: %s\n", error.c_str(), texts[i]->c_str());
-      return false;
-    }
-  }
-  return true;
+/// True when new lines may come.
+bool CanFollow(const Output& output) {
+  return output.IsLive() && output.files.back().inode != 0;
 }
 
-/// The places between which a boot's lines are.
-bool SetBoot(int number, LogClock& clock, LogReader::Wanted* wanted) {
-  const std::vector<Boot> boots = clock.Times().Boots();
-  const auto count = static_cast<int>(boots.size());
-  const int index = number > 0 ? number - 1 : count - 1 + number;
-  if (index < 0 || index >= count) {
-    fprintf(stderr, "quillog: no boot %d, there %s %d\n", number, count == 1 ? "is" : "are", count);
-    return false;
-  }
-  wanted->from = boots[static_cast<size_t>(index)].first;
-  wanted->end = index + 1 < count ? boots[static_cast<size_t>(index) + 1].first : kNoPlace;
-  return true;
+int ShowMerged(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
+  Query query;
+  return SetQuery(options, &query) && MergeView(options, query, outputs, *printer, text, report).Show() ? kAllRead
+                                                                                                        : kNothing;
 }
 
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
@@ -69,10 +52,13 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   }
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Survey::Hold(output, report);
+    const Source source{output.device, output.name, ""};
+    printer->SetSource(source);
     LogClock clock(output);
     LogReader::Wanted wanted;
-    if (!SetRange(options, clock, &wanted.range) || (options.hasBoot && !SetBoot(options.boot, clock, &wanted))) {
+    if ((Choice::IsOfTime(options) && !Choice::SetRange(options, clock.Newest(), clock, &wanted)) ||
+        (options.hasBoot && !Choice::SetBoot(options.boot, clock, &wanted))) {
       return kNothing;
     }
     TextView view({options, query, wanted, output, clock, *printer, text, report});
@@ -91,27 +77,39 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
   return kAllRead;
 }
 
-/// Names the outputs, where the text of one only is asked for.
-int NameOutputs(const std::vector<Output>& outputs) {
-  fprintf(stderr, "quillog: several outputs, name one:\n");
-  for (const Output& output : outputs) {
-    fprintf(stderr, "  %s\n", output.path.c_str());
+/// Where the text of one output only can be shown: tells which ones there are and what to type next. That is the answer
+/// to who asked for nothing else, and an error to others.
+int NameOutputs(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  const bool isAnswer = !options.ChoosesText();
+  if (isAnswer) {
+    Survey::List(outputs, text, report);
+    text.Flush();
+    text.HideProgress();
   }
-  return kNothing;
+  fprintf(stderr, "quillog: several outputs, name one, as in \"quillog %s\"%s\n", outputs.front().path.c_str(),
+          options.follow ? "" : ", or merge them by --merge");
+  for (size_t i = 0; i < outputs.size() && !isAnswer; ++i) {
+    fprintf(stderr, "  %s\n", outputs[i].path.c_str());
+  }
+  return isAnswer ? kAllRead : kNothing;
 }
 
 int Answer(const Options& options) {
   Selection selection;
-  if (!selection.Add(options.paths)) {
-    return kNothing;
-  }
+  const bool isThere = selection.Add(options.paths);
   const bool isShown = Terminal::IsShown();
   Terminal::Pager pager;
-  if (options.paged) {
+  if (options.paged && isThere) {
     pager.Start();
   }
   TextOutput text(1, isShown);
   Report report(text);
+  for (const PileDamage& damage : selection.damages()) {
+    report.Say(damage.path, damage.what, true);
+  }
+  if (!isThere) {
+    return kNothing;
+  }
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
@@ -119,8 +117,13 @@ int Answer(const Options& options) {
     Survey::ListBoots(selection.outputs(), text, report);
   } else if (options.action == Options::Action::kVerify) {
     Survey::Verify(selection.outputs(), text, report);
+  } else if (options.merge) {
+    status = ShowMerged(options, selection.outputs(), text, report);
   } else if (selection.IsAmbiguous() || (options.follow && selection.outputs().size() > 1)) {
-    return NameOutputs(selection.outputs());
+    status = NameOutputs(options, selection.outputs(), text, report);
+  } else if (options.follow && !CanFollow(selection.outputs().front())) {
+    fprintf(stderr, "quillog: nothing to follow: it is a copy that does not grow\n");
+    return kNothing;
   } else {
     status = Show(options, selection.outputs(), text, report);
   }
@@ -134,7 +137,7 @@ int Answer(const Options& options) {
   if (!text.Works()) {
     return text.Error() == EPIPE ? kAllRead : kNothing;
   }
-  return status != kAllRead ? status : report.damages() > 0 || selection.HasUnreadable() ? kDamaged : kAllRead;
+  return status != kAllRead ? status : report.damages() > 0 ? kDamaged : kAllRead;
 }
 
 }  // namespace

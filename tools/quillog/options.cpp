@@ -287,7 +287,6 @@ bool IsBoot(const char* text) {
 
 /// Options that exclude each other, or need one another.
 bool StandTogether(const Options& options) {
-  const bool choosesTime = options.last != 0 || !options.since.empty() || !options.until.empty();
   if (options.last != 0 && !(options.since.empty() && options.until.empty())) {
     return Wrong("--last stands alone, without --since and --until");
   }
@@ -297,13 +296,13 @@ bool StandTogether(const Options& options) {
   if (!options.hasPattern && !options.hasLevels && options.before + options.after > 0) {
     return Wrong("-A, -B and -C belong to --grep and --priority");
   }
+  if (options.merge && (options.reverse || options.hasBoot || options.before + options.after > 0)) {
+    return Wrong("--merge shows all boots, no lines around others, the oldest first: no -b, -A, -B, -C or -r there");
+  }
   if (options.follow && (options.reverse || options.count || options.merge)) {
     return Wrong("--follow never comes to an end: no --reverse, --count or --merge there");
   }
-  const bool choosesText = options.follow || options.hasLines || options.hasAllLines || options.hasPattern ||
-                           choosesTime || options.hasBoot || options.hasLevels || options.reverse || options.count ||
-                           options.merge || options.form != Form::kText || options.verifiedOnly;
-  return options.action == Options::Action::kShow || !choosesText ||
+  return options.action == Options::Action::kShow || !options.ChoosesText() ||
          Wrong("--list, --list-boots and --verify tell of whole files: no option chooses text or its form there");
 }
 
@@ -323,6 +322,12 @@ std::string HelpOf(const Row& row) {
 }
 
 }  // namespace
+
+bool Options::ChoosesText() const {
+  const bool choosesTime = last != 0 || !since.empty() || !until.empty();
+  return follow || hasLines || hasAllLines || hasPattern || choosesTime || hasBoot || hasLevels || reverse || count ||
+         merge || form != Form::kText || verifiedOnly;
+}
 
 bool ParseOptions(int argc, char** argv, Options* options) {
   const std::vector<option> names = LongOptions();

@@ -43,6 +43,9 @@ struct Options {
   bool utc = false;
   bool colored = false;
   bool paged = false;  ///< text is to be shown a screen at a time
+
+  /// True when lines are chosen, or how they are shown.
+  bool ChoosesText() const;
 };
 
 /// False: wrong usage, which is named on standard error.

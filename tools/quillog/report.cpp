@@ -1,6 +1,9 @@
 #include "quillog/report.h"
 
 #include <stdio.h>
+#include <unistd.h>
+
+#include <utility>
 
 #include "quillog/forms/terminal.h"
 
@@ -33,9 +36,11 @@ void Report::Write(const std::string& file, const std::string& text) {
   // Where both streams go to one place, the text read so far comes first.
   output.Flush();
   output.HideProgress();
-  std::string line;
-  Terminal::AppendVisible(line, file.data(), file.size());  // a name may hold what a terminal obeys
-  line += ": ";
-  Terminal::AppendVisible(line, text.data(), text.size());
-  fprintf(stderr, "quillog: %s\n", line.c_str());
+  std::string message = file + ": " + text;
+  if (output.IsShown() || isatty(STDERR_FILENO) != 0) {
+    std::string visible;  // names of files in a pile may be anything
+    Terminal::AppendVisible(visible, message.data(), message.size());
+    message = std::move(visible);
+  }
+  fprintf(stderr, "quillog: %s\n", message.c_str());
 }

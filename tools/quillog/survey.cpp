@@ -1,5 +1,6 @@
 #include "quillog/survey.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -66,6 +67,12 @@ std::string StateOf(const LogFile& file, const FileReader& reader) {
   return {};
 }
 
+/// True when the next file begins before this one ends: killed in the middle, it would end before.
+bool SharesTime(const Output& output, LogClock& clock, size_t place, const Span& span) {
+  const Time next = place + 1 < output.files.size() ? clock.FirstOf(place + 1).time : kNoTime;
+  return span.first.time != kNoTime && next >= span.first.time && next < span.last.time;
+}
+
 /// "cat.I007.20240131-235959.gz" -> "I007", "cat-10.tar.gz" -> "-10", "cat.3" -> ".3", "cat" -> "live"
 std::string IndexOf(const Output& output, const LogFile& file) {
   if (output.isFiles) {
@@ -111,10 +118,12 @@ void ListOutput(Output& output, TextOutput& text, Report& report) {
       continue;
     }
     const FileSummary& summary = log.file()->Summary();
+    std::string state = StateOf(file, *log.file());
+    state = state == "killed" && SharesTime(output, clock, place, span) ? "two writers?" : state;
     snprintf(row, sizeof row, "  %-5s  %-20s  %-20s  %10llu  %10llu  %7llu  %s%s\n", IndexOf(output, file).c_str(),
              Text(span.first).c_str(), Text(span.last).c_str(), static_cast<unsigned long long>(summary.bytes),
              static_cast<unsigned long long>(summary.textBytes), static_cast<unsigned long long>(summary.members),
-             StateOf(file, *log.file()).c_str(), span.jumpsBack ? ", clock jumps back" : "");
+             state.c_str(), span.jumpsBack ? ", clock jumps back" : "");
     text.Write(row);
     text.Progress("file " + std::to_string(place + 1) + " of " + std::to_string(output.files.size()));
   }
@@ -164,10 +173,16 @@ void ListBootsOf(Output& output, TextOutput& text, Report& report) {
 void Survey::ListBoots(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   report.SetQuiet();
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListBootsOf(output, text, report);
     OutputFiles::LetGo(output);
+  }
+}
+
+void Survey::Hold(Output& output, Report& report) {
+  if (!OutputFiles::Hold(output)) {
+    report.Say(output.path, strerror(errno), true);
   }
 }
 
@@ -175,7 +190,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
   // The table names what is damaged; --verify says more.
   report.SetQuiet();
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     text.Write(&output == &outputs.front() ? "" : "\n");
     ListOutput(output, text, report);
     OutputFiles::LetGo(output);
@@ -184,7 +199,7 @@ void Survey::List(std::vector<Output>& outputs, TextOutput& text, Report& report
 
 void Survey::Verify(std::vector<Output>& outputs, TextOutput& text, Report& report) {
   for (Output& output : outputs) {
-    OutputFiles::Open(output);
+    Hold(output, report);
     unsigned long long bytes = 0;
     const size_t before = report.damages();
     LogClock clock(output);

@@ -23,6 +23,7 @@ KeptLine::KeptLine(const Line& of, bool wanted)
     : line(of),
       text(of.text, of.size),
       file(*of.file),
+      identity(of.identity != nullptr ? *of.identity : std::string()),
       title(of.title != nullptr ? *of.title : std::string()),
       isWanted(wanted) {}
 
@@ -30,6 +31,7 @@ Line KeptLine::Get() const {
   Line copy = line;
   copy.text = text.data();
   copy.file = &file;
+  copy.identity = line.identity != nullptr ? &identity : nullptr;
   copy.title = line.title != nullptr ? &title : nullptr;
   return copy;
 }

@@ -19,12 +19,13 @@ class KeptLine {
   /// Valid as long as this one is.
   Line Get() const;
   bool IsWanted() const { return isWanted; }
-  size_t Memory() const { return sizeof *this + text.size() + file.size() + title.size(); }
+  size_t Memory() const { return sizeof *this + text.size() + file.size() + identity.size() + title.size(); }
 
  private:
   Line line;
   std::string text;
   std::string file;
+  std::string identity;
   std::string title;
   bool isWanted;
 };

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "quillog/bytes/file_identity.h"
+
 namespace {
 
 constexpr size_t kBlock = 512;
@@ -88,7 +90,7 @@ void ArchiveReader::List() {
 /// Notes the file of that header and passes over its text. False: what follows cannot be relied on.
 bool ArchiveReader::AddEntry(const uint8_t* header) {
   const auto* name = reinterpret_cast<const char*>(header);
-  Entry entry{source.place() + kBlock, NumberOf(std::string(name, strnlen(name, kNameLength))), 0, false, 0};
+  Entry entry{source.place() + kBlock, NumberOf(std::string(name, strnlen(name, kNameLength))), 0, false, 0, ""};
   const uint64_t size = Octal(header + kSizeAt, 12);
   const bool isFile = header[kTypeAt] == 0 || header[kTypeAt] == '0';
   source.Skip(kBlock);
@@ -96,6 +98,9 @@ bool ArchiveReader::AddEntry(const uint8_t* header) {
   if (tooMany) {
     return false;
   }
+  size_t available = 0;
+  const uint8_t* text = source.Peek(kIdentityBytes, &available);
+  entry.identity = FileIdentity(reinterpret_cast<const char*>(text), std::min<uint64_t>(available, size));
   check = TextCheck();
   while (const size_t taken = CheckText(size - entry.size, &entry.checksum)) {
     entry.size += taken;
@@ -132,6 +137,12 @@ bool ArchiveReader::PassOver(const FileSummary& known) {
   }
   entries.erase(entries.begin(), last.base());
   return true;
+}
+
+const std::string* ArchiveReader::Identity(uint64_t member) const {
+  const auto found =
+      std::find_if(entries.begin(), entries.end(), [member](const Entry& entry) { return entry.place == member; });
+  return found != entries.end() ? &found->identity : nullptr;
 }
 
 bool ArchiveReader::Next(Tail, Piece* piece) {

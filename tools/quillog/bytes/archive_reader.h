@@ -22,6 +22,7 @@ class ArchiveReader : public FileReader {
 
   bool Next(Tail tail, Piece* piece) override;
   bool PassOver(const FileSummary& known) override;
+  const std::string* Identity(uint64_t member) const override;
 
  private:
   struct Entry {
@@ -30,6 +31,7 @@ class ArchiveReader : public FileReader {
     uint64_t size;
     bool whole;
     unsigned long checksum;
+    std::string identity;
   };
 
   void Examine();

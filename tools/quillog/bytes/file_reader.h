@@ -79,6 +79,10 @@ class FileReader {
   /// read as plain files before they were packed. True: there is one.
   virtual bool PassOver(const FileSummary& known) { return static_cast<void>(known), false; }
 
+  /// A name that stays when the file is rotated or packed, of the file that text of that member is of, see
+  /// FileIdentity(); empty while there is none. Null: the file's own name stays. Valid as long as the reader.
+  virtual const std::string* Identity(uint64_t member) const { return static_cast<void>(member), nullptr; }
+
   const FileSummary& Summary() const { return summary; }
 
   /// True when a writer holds its lock on the file, which ends with its process. In a copy there is none.

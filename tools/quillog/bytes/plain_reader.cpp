@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "quillog/bytes/file_identity.h"
+
 namespace {
 
 /// Text that is read as a whole, or not.
@@ -21,6 +23,7 @@ bool PlainReader::Next(Tail tail, Piece* piece) {
       // Somebody emptied the file; the daemon continues at its beginning.
       position = 0;
       summary = FileSummary();
+      identity.clear();
       piece->starts = true;
     }
   }
@@ -30,6 +33,10 @@ bool PlainReader::Next(Tail tail, Piece* piece) {
 
 bool PlainReader::Look(Tail tail, Piece* piece) {
   size_t available = 0;
+  if (identity.empty()) {
+    const uint8_t* beginning = window.At(0, kIdentityBytes, &available);
+    identity = FileIdentity(reinterpret_cast<const char*>(beginning), available);
+  }
   const uint8_t* bytes = window.At(position, 1, &available);
   available = static_cast<size_t>(std::min<uint64_t>(available, limit - std::min(limit, position)));
   if (available == 0) {

@@ -11,10 +11,12 @@ class PlainReader : public FileReader {
   bool Next(Tail tail, Piece* piece) override;
   bool Head(uint64_t* at, std::string* text) override;
   void Limit(uint64_t from, uint64_t to) override;
+  const std::string* Identity(uint64_t) const override { return &identity; }
 
  private:
   bool Look(Tail tail, Piece* piece);
 
+  std::string identity;
   uint64_t position = 0;
   uint64_t limit = UINT64_MAX;
   bool looking = false;

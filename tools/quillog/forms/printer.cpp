@@ -31,10 +31,15 @@ class TextPrinter : public Printer {
 
   void Print(const Line& line) override {
     const char* const code = color ? Terminal::ColorOf(line.head.level) : nullptr;
-    Begin(line.joins, line.ended);
-    if (timed && !line.joins) {
+    const bool goesOn = line.joins && source == lastSource;
+    Begin(goesOn, line.ended);
+    if (!goesOn && timed) {
       PrintTime(line.moment);
     }
+    if (!goesOn && !source->label.empty()) {
+      output.Write(source->label + ": ");
+    }
+    lastSource = source;
     if (code != nullptr) {
       output.WriteCode(std::string("\033[") + code + "m");
     }
@@ -74,6 +79,7 @@ class TextPrinter : public Printer {
   const bool color;
   TimeText::ZonedIso iso;
   TextOutput& output;
+  const Source* lastSource = nullptr;
   bool isOpen = false;  ///< the line before had no line feed
 };
 
@@ -101,12 +107,9 @@ class JsonPrinter : public Printer {
       AppendSeconds(line.head.kernelClock);
     }
     if (line.head.level >= 0) {
-      json += ",\"level\":\"";
-      json += Levels::Name(line.head.level);
-      json += '"';
+      AppendField(",\"level\":", Levels::Name(line.head.level));
     }
-    json += ",\"file\":";
-    AppendJsonString(json, line.file->data(), line.file->size());
+    AppendName(line);
     json += ",\"text\":";
     AppendJsonString(json, line.text, line.size);
     json += line.verified ? "}\n" : ",\"unverified\":true}\n";
@@ -117,6 +120,30 @@ class JsonPrinter : public Printer {
   void AppendSeconds(int64_t micros) {
     const std::string fraction = std::to_string(1000000 + micros % 1000000);
     json += ",\"kernel_time\":" + std::to_string(micros / 1000000) + "." + fraction.substr(1);
+  }
+
+  /// What names the line for good, as far as there is something that will not change.
+  void AppendName(const Line& line) {
+    AppendField(",\"device\":", source->device);
+    AppendField(",\"output\":", source->output);
+    const std::string& file = line.identity != nullptr ? *line.identity : *line.file;
+    if (file.empty()) {
+      return;
+    }
+    AppendField(",\"file\":", file);
+    char place[48];
+    const auto offset = static_cast<unsigned long long>(line.offset);
+    line.identity != nullptr ? snprintf(place, sizeof place, ",\"place\":\"%llu\"", offset)
+                             : snprintf(place, sizeof place, ",\"place\":\"%llu+%llu\"",
+                                        static_cast<unsigned long long>(line.member), offset);
+    json += place;
+  }
+
+  void AppendField(const char* name, const std::string& value) {
+    if (!value.empty()) {
+      json += name;
+      AppendJsonString(json, value.data(), value.size());
+    }
   }
 
   TextOutput& output;
@@ -149,8 +176,13 @@ class CsvPrinter : public Printer {
     const bool isPolled = line.head.HasStamp() && line.text[4] == '-';
     const size_t timeLength = !line.head.HasStamp() ? 0 : isPolled ? kPolledTime : kStreamedTime;
     const std::string text(line.text, line.size);
+    std::string row;
+    if (!source->label.empty()) {
+      AppendCsvField(row, source->label);
+      row += ',';
+    }
     const Moment& moment = line.moment;
-    std::string row = moment.source == TimeSource::kDerived ? "~" : "";
+    row += moment.source == TimeSource::kDerived ? "~" : "";
     row += moment.time == kNoTime ? "" : TimeText::Iso(moment.time, !isPolled);
     if (line.title == nullptr) {
       PrintHeader("time,text");
@@ -194,8 +226,9 @@ class CsvPrinter : public Printer {
 
  private:
   void PrintHeader(const std::string& text) {
-    if (text != header) {
-      header = text;
+    const std::string titles = source->label.empty() ? text : "output," + text;
+    if (titles != header) {
+      header = titles;
       output.Write(header + "\n");
     }
   }

@@ -11,12 +11,21 @@
 /// How lines are written.
 enum class Form { kText, kIso, kJson, kCsv };
 
+/// Which log lines are of.
+struct Source {
+  std::string device;  ///< empty: this one
+  std::string output;  ///< empty: files of no known output
+  std::string label;   ///< what a text has before each line; empty: nothing
+};
+
 /// Writes lines in one form.
 class Printer {
  public:
   static std::unique_ptr<Printer> Make(Form form, bool colored, TextOutput& output);
   virtual ~Printer() = default;
 
+  /// The lines that follow are of that log, until the next call. Borrows it.
+  void SetSource(const Source& of) { source = &of; }
   virtual void Print(const Line& line) = 0;
   /// True when Print() may be given whole runs of lines at once.
   virtual bool IsPlain() const { return false; }
@@ -28,6 +37,10 @@ class Printer {
 
   /// After the last line: what could not be printed, for a person; empty when nothing was left out.
   virtual std::string Complaint() const { return {}; }
+
+ protected:
+  const Source none;
+  const Source* source = &none;
 };
 
 /// The columns of a polled row or title, separated by blanks. "Read Fail", which takes the place of a value, is one

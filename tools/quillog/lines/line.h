@@ -19,11 +19,12 @@ struct Line {
   Moment moment;   ///< its own, or that of a line before it; set by a LogReader that tells times
   Place rank = 0;  ///< where it is in the log
   const std::string* file = nullptr;
-  uint64_t member = 0;                 ///< where in the file the member begins that the line begins in, see Piece
-  uint64_t offset = 0;                 ///< of the line in that member's text. Both stay while the file grows
-  const std::string* title = nullptr;  ///< the columns' names above a polled row; null: none
-  bool isRow = true;                   ///< holds values: no title line, no line that only tells the time
-  bool followsTimeLine = false;        ///< right after a line that only tells the time
+  const std::string* identity = nullptr;  ///< of the file, see FileReader::Identity()
+  uint64_t member = 0;                    ///< where in the file the member begins that the line begins in, see Piece
+  uint64_t offset = 0;                    ///< of the line in that member's text. Both stay while the file grows
+  const std::string* title = nullptr;     ///< the columns' names above a polled row; null: none
+  bool isRow = true;                      ///< holds values: no title line, no line that only tells the time
+  bool followsTimeLine = false;           ///< right after a line that only tells the time
 };
 
 /// Consecutive lines in one piece, each but the last of a file ended by a line feed.

@@ -178,6 +178,7 @@ Item LineReader::Next(Line* line) {
   line->joins = lines.joins;
   line->verified = lines.verified;
   line->file = &fileName;
+  line->identity = reader->Identity(lines.member);
   line->member = lines.member;
   line->offset = lines.offset;
   line->rank = lines.rank;

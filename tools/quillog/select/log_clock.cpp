@@ -101,7 +101,7 @@ void LogClock::Survey(size_t number) {
 void LogClock::TellLines(size_t number, const ByteRange& bytes, uint64_t from, uint64_t to) {
   const LogFile& file = output.files[number];
   LineReader lines{LineReader::Options()};
-  lines.Open(file.kind, bytes, file.Name(), file.newest, FirstIn(number));
+  lines.Open(file.kind, bytes, file.Name(), MayBeWritten(file), FirstIn(number));
   if (from > 0 || to != UINT64_MAX) {
     lines.Limit(from, to);
   }
@@ -124,6 +124,15 @@ void LogClock::Tell(const Line& line) {
     told = line.rank;
     hasTold = true;
   }
+}
+
+Time LogClock::Oldest() {
+  for (const Stretch& stretch : Times().stretches()) {
+    if (stretch.source != TimeSource::kNone) {
+      return stretch.firstShown + stretch.shift;
+    }
+  }
+  return kNoTime;
 }
 
 Time LogClock::Newest() {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "quillog/lines/line_reader.h"
-#include "quillog/select/output_files.h"
+#include "quillog/pile/output_files.h"
 
 /// A part of a file that can be read without what is before it.
 struct FilePart {
@@ -39,6 +39,11 @@ class LogClock {
   /// The first block at or after `from` that has a stamped line in its head. False: there is none.
   static bool FindBlock(FileReader& file, FileKind kind, size_t number, uint64_t from, Block* block);
 
+  /// False where no writer can be at work any more.
+  static bool MayBeWritten(const LogFile& file) {
+    const bool isLate = file.modified != kNoTime && file.modified + TimeText::kDay > TimeText::Now();
+    return file.newest && file.inode != 0 && isLate;
+  }
   /// A file in parts of so many blocks each.
   static std::vector<FilePart> PartsOf(FileReader& file, FileKind kind, size_t number, size_t blocks);
 
@@ -48,7 +53,8 @@ class LogClock {
   /// A line that was read: when it came after the survey it is told now.
   void Tell(const Line& line);
 
-  /// The newest time of a line, in the order of the log; kNoTime: none has any.
+  /// The first and the newest time, in the order of the log; kNoTime: no line has any.
+  Time Oldest();
   Time Newest();
   /// The moments of the first and the last stamped line of a file.
   Moment FirstOf(size_t number);

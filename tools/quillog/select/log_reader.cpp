@@ -73,6 +73,9 @@ LogReader::LogReader(Output& of, LogClock& times, const Options& how, size_t fir
   if (options.lines.growing) {
     Remember();
   }
+  if (options.timed) {
+    clock.Times();  // of the files that are numbered here
+  }
 }
 
 Item LogReader::Next(Line* line) {
@@ -140,12 +143,12 @@ Item LogReader::OpenNext() {
   if (!isOpen) {
     // A file that was there a moment ago was deleted for its age.
     const int error = errno;
-    const bool isGone = before.inode != 0 && access(before.path.c_str(), F_OK) != 0;
+    const bool isGone = before.inode != 0 && error == ENOENT;
     noteFile = before.path;
-    note = isGone ? "deleted meanwhile" : error == 0 ? "not a regular file" : strerror(error);
+    note = isGone ? "deleted meanwhile" : strerror(error);
     return isGone && !renewed ? Item::kRemark : Item::kDamage;
   }
-  lines.Open(before.kind, bytes, before.Name(), before.newest, LogClock::FirstIn(number));
+  lines.Open(before.kind, bytes, before.Name(), before.newest && MayGrow(), LogClock::FirstIn(number));
   if (renewed && options.timed) {
     clock.AddFile(number, before);
   }
@@ -155,6 +158,11 @@ Item LogReader::OpenNext() {
   }
   LeaveOutBlocks();
   return Item::kLine;
+}
+
+/// False where no writer can be at work in the file that was opened: waiting for one takes long where many are torn.
+bool LogReader::MayGrow() const {
+  return before.inode != 0 && (options.lines.growing || LogClock::MayBeWritten(before));
 }
 
 Item LogReader::FindGapBefore(size_t at) {
@@ -231,7 +239,7 @@ void LogReader::LeaveOutBlocks() {
 
 void LogReader::Renew() {
   OutputFiles::List(output);
-  OutputFiles::Open(output);
+  OutputFiles::Hold(output);
   if (isOpen && options.timed) {
     clock.AddFile(number, before);
   }

@@ -61,6 +61,7 @@ class LogReader {
 
  private:
   Item OpenNext();
+  bool MayGrow() const;
   Item TellGap(size_t next);
   void LeaveOutBlocks();
   void Remember();
