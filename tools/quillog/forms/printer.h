@@ -39,7 +39,7 @@ class Printer {
   virtual std::string Complaint() const { return {}; }
 
  protected:
-  const Source none;
+  const Source none{};
   const Source* source = &none;
 };
 
