@@ -62,7 +62,7 @@ class Case {
       damage = {choose.Below(4), choose.Below(65536), choose.Below(3000), Junk(choose, 100)};
     const std::string between = choose.Below(8) == 1 ? Junk(choose, 40) : "";
     size_t sizes[4];
-    for (size_t& size : sizes) size = kMostText / 2 - choose.Below(kMostText / 2);
+    for (size_t& size : sizes) size = kMostText / 4 - choose.Below(kMostText / 4);
     const std::string text = Lines(choose);
     for (size_t at = 0, i = 0; at < text.size(); at += sizes[i++ % 4]) {
       bytes += Member(text.substr(at, sizes[i % 4])) + between;
@@ -110,12 +110,54 @@ class Case {
   std::vector<Damage> damages;
 };
 
+std::string Shown(Output& output, const Options& options, bool* isWhole) {
+  const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
+  TextOutput text(file.fd, false);
+  Report report(text);
+  report.SetQuiet();
+  Query query;
+  std::string error;
+  if (options.hasPattern) query.SetPattern(options.pattern, options.how, &error);
+  const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
+  LogClock clock(output);
+  TextView view({options, query, {}, output, clock, *printer, text, report});
+  view.Show();
+  if (options.count) text.Write(std::to_string(view.found()));
+  text.Flush();
+  *isWhole = report.damages() == 0;
+  std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
+  if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
+  return shown;
+}
+
+std::string Turned(const std::string& text) {
+  std::string turned;
+  for (size_t end = text.size(), at; end > 0; end = at) {
+    at = text.rfind('\n', end - 2) + 1;
+    turned += text.substr(at, end - at);
+  }
+  return turned;
+}
+
+/// The newest first, in parts of files, is the same turned round.
+void CheckTurned(Output& output) {
+  Options options;
+  bool isWhole = false;
+  options.form = Form::kJson;
+  const std::string json = Shown(output, options, &isWhole);
+  options.count = true;
+  if (Shown(output, options, &isWhole) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
+  options.count = false;
+  options.reverse = true;
+  if (isWhole && Turned(Shown(output, options, &isWhole)) != json) abort();
+}
+
 void CheckTruth(Choices& choose) {
   const Case log(choose);
   LineReader::Options how;
   how.growing = true;
   LineReader reader(how);
-  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, {});
+  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, 0);
   size_t next = 0;
   for (int pass = 0; pass < 2; ++pass) {
     Line line;
@@ -132,6 +174,13 @@ void CheckTruth(Choices& choose) {
     reader.NoteSuccessor();
   }
   if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
+  Output output;
+  output.isFiles = true;
+  output.files.resize(1);
+  output.files[0].kind = FileKind::kMapped;
+  output.files[0].path = "/log";
+  output.files[0].held = Range(log.bytes, "", "");
+  CheckTurned(output);
 }
 
 /// Lines, zeros, members of both packers, tar headers and junk, one after the other and in each other.
@@ -159,21 +208,6 @@ std::string AnyBytes(Choices& choose, int depth) {
   return bytes;
 }
 
-std::string Shown(Output& output, const Options& options) {
-  const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
-  TextOutput text(file.fd, false);
-  Report report(text);
-  report.SetQuiet();
-  Query query;
-  std::string error;
-  if (options.hasPattern) query.SetPattern(options.pattern, options.how, &error);
-  const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
-  TextView(options, query, output, *printer, text, report).Show();
-  std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
-  if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
-  return shown;
-}
-
 void CheckAny(Choices& choose) {
   Output output;
   output.path = "cat";
@@ -190,20 +224,23 @@ void CheckAny(Choices& choose) {
     inPile.files.push_back(file);
   }
   Options options;
+  bool isWhole = false;
+  const auto Shown = [&](Output& shown, const Options& how) { return ::Shown(shown, how, &isWhole); };
   const std::string shown = Shown(output, options);
   if (Shown(inPile, options) != shown) abort();
   options.hasLines = true;
   options.lines = SIZE_MAX;
   if (Shown(output, options) != shown) abort();
   options.hasPattern = options.how.inverted = true;
-  options.pattern = "no such text";
+  options.pattern = "a^b";  // in no line
   if (Shown(output, options) != shown) abort();
   options.lines = 1 + choose.Below(5);
   options.form = Form::kCsv;
   Shown(output, options);
   options.form = Form::kJson;
-  const std::string json = Shown(output, options);
+  std::string json = Shown(output, options);
   if (static_cast<size_t>(std::count(json.begin(), json.end(), '\n')) > options.lines) abort();
+  CheckTurned(output);
 }
 
 }  // namespace

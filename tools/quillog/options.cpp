@@ -97,7 +97,7 @@ constexpr Row kRows[] = {
        options.until = argument;
        return *argument != 0 || Wrong("no time", "");
      }},
-    {"last", kLast, "SPAN", Group::kByTime, "of that long before the newest line: 30s, 1h30m, 2d",
+    {"last", kLast, "SPAN", Group::kByTime, "the last of it, as the device lived it: 30s, 1h30m, 2d",
      [](const char* argument, Options& options) {
        return (TimeText::ParseDuration(argument, &options.last) && options.last > 0) ||
               Wrong("no span of time, as 30s, 1h30m or \"2 days\"", argument);
@@ -296,8 +296,8 @@ bool StandTogether(const Options& options) {
   if (!options.hasPattern && !options.hasLevels && options.before + options.after > 0) {
     return Wrong("-A, -B and -C belong to --grep and --priority");
   }
-  if (options.merge && (options.reverse || options.before + options.after > 0)) {
-    return Wrong("--merge shows no lines around others, and the oldest first: no -A, -B, -C or --reverse there");
+  if (options.merge && (options.reverse || options.hasBoot || options.before + options.after > 0)) {
+    return Wrong("--merge shows all boots, no lines around others, the oldest first: no -b, -A, -B, -C or -r there");
   }
   if (options.follow && (options.reverse || options.count || options.merge)) {
     return Wrong("--follow never comes to an end: no --reverse, --count or --merge there");

@@ -337,6 +337,9 @@ bool ContainerReader::ReadBody(Body& body) {
       SayOf(body.way, "at byte " + std::to_string(body.made) + ": " + Why());
       return result != ARCHIVE_FATAL;
     }
+    if (result != ARCHIVE_OK) {
+      SayOf(body.way, Why());  // a zip's checksum is wrong
+    }
     Take(body, static_cast<uint64_t>(std::max<la_int64_t>(offset, 0)), bytes, size);
     made += size;
     body.made += size;

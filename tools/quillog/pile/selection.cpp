@@ -267,6 +267,7 @@ bool Selection::AddStandardInput() {
   OutputFolder list(folder, "");
   list.Refresh();
   singles.push_back(list.Single(kStandardInput));
+  singles.back().path = kStandardInput;
   return true;
 }
 
