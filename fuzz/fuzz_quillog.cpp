@@ -115,7 +115,7 @@ void CheckTruth(Choices& choose) {
   LineReader::Options how;
   how.growing = true;
   LineReader reader(how);
-  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, {});
+  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, 0);
   size_t next = 0;
   for (int pass = 0; pass < 2; ++pass) {
     Line line;
@@ -159,7 +159,7 @@ std::string AnyBytes(Choices& choose, int depth) {
   return bytes;
 }
 
-std::string Shown(Output& output, const Options& options) {
+std::string Shown(Output& output, const Options& options, bool* isWhole) {
   const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
   TextOutput text(file.fd, false);
   Report report(text);
@@ -168,10 +168,24 @@ std::string Shown(Output& output, const Options& options) {
   std::string error;
   if (options.hasPattern) query.SetPattern(options.pattern, options.how, &error);
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
-  TextView(options, query, output, *printer, text, report).Show();
+  LogClock clock(output);
+  TextView view({options, query, {}, output, clock, *printer, text, report});
+  view.Show();
+  if (options.count) text.Write(std::to_string(view.found()));
+  text.Flush();
+  *isWhole = report.damages() == 0;
   std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
   if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
   return shown;
+}
+
+std::string Turned(const std::string& text) {
+  std::string turned;
+  for (size_t end = text.size(), at; end > 0; end = at) {
+    at = text.rfind('\n', end - 2) + 1;
+    turned += text.substr(at, end - at);
+  }
+  return turned;
 }
 
 void CheckAny(Choices& choose) {
@@ -190,6 +204,8 @@ void CheckAny(Choices& choose) {
     inPile.files.push_back(file);
   }
   Options options;
+  bool isWhole = false;
+  const auto Shown = [&](Output& shown, const Options& how) { return ::Shown(shown, how, &isWhole); };
   const std::string shown = Shown(output, options);
   if (Shown(inPile, options) != shown) abort();
   options.hasLines = true;
@@ -202,8 +218,17 @@ void CheckAny(Choices& choose) {
   options.form = Form::kCsv;
   Shown(output, options);
   options.form = Form::kJson;
-  const std::string json = Shown(output, options);
+  std::string json = Shown(output, options);
   if (static_cast<size_t>(std::count(json.begin(), json.end(), '\n')) > options.lines) abort();
+  // The newest first, in parts of files, is the same turned round.
+  options = Options();
+  options.form = Form::kJson;
+  json = Shown(output, options);
+  options.count = true;
+  if (Shown(output, options) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
+  options.count = false;
+  options.reverse = true;
+  if (isWhole && Turned(Shown(output, options)) != json) abort();
 }
 
 }  // namespace

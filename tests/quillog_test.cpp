@@ -193,6 +193,9 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
     const size_t lines = std::min(count, Count(wreck.text, "\n"));
     EXPECT_TRUE(Quillog("-n " + std::to_string(count)).text == LastLines(wreck.text, lines)) << count;
   }
+  std::vector<std::string> turned = Lines(wreck.text);
+  std::reverse(turned.begin(), turned.end());
+  EXPECT_TRUE(Lines(Quillog("-r").text) == turned);
   // Years: the log begins on 2026-12-30; the new year comes with a clock that is not set.
   const std::string filters[][2] = {
       {"-S '2026-12-31 00:00:00' -U 2027-01-01", ""},
@@ -203,41 +206,6 @@ TEST(Wreck, GivesEveryLineThatIsThereOnceInOrder) {
       {"-v -g '<6>'", ""},
       {"-p notice..7 -n 1", LastLines(wreck.text, 1)}};
   for (const auto& [arguments, text] : filters) EXPECT_EQ(Quillog(arguments).text, text) << arguments;
-}
-
-TEST(Times, FollowFromNamesAndOrder) {
-  const struct {
-    const char* name;   ///< time stamps of the files
-    const char* lines;  ///< of the first one
-    const char* times;
-  } cases[] = {
-      {"20261231-235950 20270105-000000", "12-31 23:59:59.500 a\n01-01 00:00:00.000 b\nmore\n",
-       "2026-12-31T23:59:59.500 2027-01-01T00:00:00.000 2027-01-01T00:00:00.000"},
-      {"19700101-000005 20261122-210000", "01-01 00:00:06.000 a\n11-22 20:04:05.042 set\n",
-       "1970-01-01T00:00:06.000 2026-11-22T20:04:05.042"},
-      {"20200102-120000", "01-02 12:00:00.000 a\n09-01 00:00:00.000 b\n",
-       "2020-01-02T12:00:00.000 2020-09-01T00:00:00.000"},
-      {"20240228-120000", "02-29 00:00:00.000 leap\n03-01 01:00:00.000 b\n",
-       "2024-02-29T00:00:00.000 2024-03-01T01:00:00.000"},
-      {"20261122-210000", "11-22 22:00:00.000 a\n11-22 24:00:00.000 no\n11-22 23:60:00.000 no\n",
-       "2026-11-22T22:00:00.000 2026-11-22T22:00:00.000 2026-11-22T22:00:00.000"},
-      {"20261122-210000", "\nTime  x\n2026-11-22 21:04:05 > 1\ncurrent time: 2026-11-22 21:5:6\r\n",
-       "2026-11-22T21:00:00.000 2026-11-22T21:00:00.000 2026-11-22T21:04:05.000 2026-11-22T21:05:06.000"},
-  };
-  for (const auto& test : cases) {
-    std::filesystem::remove_all("/data/log/t");
-    int index = 0;
-    std::istringstream names(test.name);
-    for (std::string stamp; names >> stamp; ++index) {
-      WriteFile(std::string(kOutput) + ".I00" + std::to_string(index) + "." + stamp + ".gz",
-                index == 0 ? Member(test.lines) : "");
-    }
-    std::string times;
-    for (const std::string& line : Lines(Quillog("-o json").text)) {
-      times += (times.empty() ? "" : " ") + line.substr(9, 23);
-    }
-    EXPECT_EQ(times, test.times);
-  }
 }
 
 TEST(Times, AreUnderstoodAsPeopleWriteThem) {
@@ -515,6 +483,32 @@ TEST(Terminal, ShowsControlCharacters) {
   for (const auto& [variables, expected] : cases) {
     EXPECT_EQ(Shell("TERM=xterm " + variables + " script -qc " + QUILCAT_QUILLOG + " /dev/null"), expected);
   }
+}
+
+// Each command on the page for people prints what the page shows.
+TEST(Page, ShowsWhatIsPrinted) {
+  const std::string log = "/tmp/page/pulled/android_logs/kmsgcat-log.I00";
+  WriteFile(log + "6.20261122-205900.gz", Member("11-22 20:59:01.010 <6>[ 3601.000000] usb 1-1: new device\n"
+                                                 "11-22 21:03:59.500 <4>[ 3899.490000] lowmemorykiller: kill maps\n"
+                                                 "11-22 21:04:02.042 <3>[ 3902.032000] thermal: battery at 61 C\n"));
+  WriteFile(log + "7.19700101-000003.gz", Member("01-01 00:00:03.100 <5>[    1.100000] Booting Linux\n"
+                                                 "01-01 00:00:41.200 <3>[   39.200000] i2c 3: no answer\n"
+                                                 "11-22 21:06:10.000 <6>[   60.000000] rtc: clock set\n"));
+  WriteFile(log + "9.20261122-210700.gz",
+            Member("11-22 21:07:55.000 <6>[  165.000000] Out of memory: kill maps\n"
+                   "11-22 21:08:00.000 <0>[  170.000000] Kernel panic - not syncing: out of memory\n"
+                   "11-22 21:09:05.000 <5>[    2.000000] Booting Linux\n"
+                   "11-22 21:20:00.000 <6>[  657.000000] charger: plugged in\n"));
+  std::istringstream blocks(ReadFile(QUILCAT_READING));
+  int commands = 0;
+  for (std::string block; std::getline(blocks, block, '`');) {
+    if (block.compare(0, 10, "console\n$ ") != 0) continue;
+    const size_t end = block.find('\n', 10);
+    const std::string variables = "cd /tmp/page; TZ=UTC PATH=$PATH:$(dirname " QUILCAT_QUILLOG ") ";
+    EXPECT_EQ(Shell(variables + "sh -c '" + block.substr(10, end - 10) + "' 2>&1 || true"), block.substr(end + 1));
+    ++commands;
+  }
+  EXPECT_GE(commands, 10);
 }
 
 // A pile gives the text of the directory that it was made of, and a hostile one a message.

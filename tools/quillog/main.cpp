@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "quillog/choice.h"
 #include "quillog/forms/terminal.h"
 #include "quillog/merge_view.h"
 #include "quillog/options.h"
@@ -19,8 +20,8 @@ namespace {
 
 enum : int { kAllRead = 0, kDamaged = 1, kNothing = 2 };
 
-/// Turns what is asked for into a query on outputs that are one log. False: wrong usage, which is named.
-bool SetQuery(const Options& options, Output* outputs, size_t count, Query* query) {
+/// Turns what is asked for into a query. False: wrong usage, which is named.
+bool SetQuery(const Options& options, Query* query) {
   std::string error;
   if (options.hasPattern && !query->SetPattern(options.pattern, options.how, &error)) {
     fprintf(stderr, "quillog: no pattern: %s\n", error.c_str());
@@ -29,28 +30,6 @@ bool SetQuery(const Options& options, Output* outputs, size_t count, Query* quer
   if (options.hasLevels) {
     query->SetLevels(options.levels);
   }
-  if (options.last == 0 && options.since.empty() && options.until.empty()) {
-    return true;
-  }
-  Time newest = kNoTime;
-  for (Output* output = outputs; output != outputs + count; ++output) {
-    newest = std::max(newest, NewestTime(*output, 0, output->files.size()));
-  }
-  if (options.last != 0) {
-    // What is days later than the newest line was logged before the clock was set back.
-    query->SetTimes(newest == kNoTime ? kNoTime : newest - options.last,
-                    newest == kNoTime ? kNoTime : newest + TimeText::kDay);
-    return true;
-  }
-  Time times[2] = {kNoTime, kNoTime};
-  const std::string* texts[] = {&options.since, &options.until};
-  for (size_t i = 0; i < 2; ++i) {
-    if (!texts[i]->empty() && !TimeText::Parse(*texts[i], newest, &times[i], &error)) {
-      fprintf(stderr, "quillog: %s: %s\n", error.c_str(), texts[i]->c_str());
-      return false;
-    }
-  }
-  query->SetTimes(times[0], times[1]);
   return true;
 }
 
@@ -62,24 +41,31 @@ bool CanFollow(const Output& output) {
 int ShowMerged(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   Query query;
-  if (!SetQuery(options, outputs.data(), outputs.size(), &query)) {
-    return kNothing;
-  }
-  MergeView(options, query, outputs, *printer, text, report).Show();
-  return kAllRead;
+  return SetQuery(options, &query) && MergeView(options, query, outputs, *printer, text, report).Show() ? kAllRead
+                                                                                                        : kNothing;
 }
 
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
+  Query query;
+  if (!SetQuery(options, &query)) {
+    return kNothing;
+  }
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   for (Output& output : outputs) {
     Survey::Hold(output, report);
     const Source source{output.device, output.name, ""};
     printer->SetSource(source);
-    Query query;
-    if (!SetQuery(options, &output, 1, &query)) {
+    LogClock clock(output);
+    LogReader::Wanted wanted;
+    if ((Choice::IsOfTime(options) && !Choice::SetRange(options, clock.Newest(), clock, &wanted)) ||
+        (options.hasBoot && !Choice::SetBoot(options.boot, clock, &wanted))) {
       return kNothing;
     }
-    TextView(options, query, output, *printer, text, report).Show();
+    TextView view({options, query, wanted, output, clock, *printer, text, report});
+    view.Show();
+    if (options.count) {
+      text.Write((outputs.size() > 1 ? output.path + ": " : "") + std::to_string(view.found()) + "\n");
+    }
     OutputFiles::LetGo(output);
     if (!text.Works()) {
       break;
@@ -127,6 +113,8 @@ int Answer(const Options& options) {
   int status = kAllRead;
   if (options.action == Options::Action::kList) {
     Survey::List(selection.outputs(), text, report);
+  } else if (options.action == Options::Action::kListBoots) {
+    Survey::ListBoots(selection.outputs(), text, report);
   } else if (options.action == Options::Action::kVerify) {
     Survey::Verify(selection.outputs(), text, report);
   } else if (options.merge) {
@@ -142,6 +130,7 @@ int Answer(const Options& options) {
   text.Flush();
   text.HideProgress();
   report.Finish();
+  pager.Stop();
   if (!text.Works() && text.Error() != EPIPE) {
     fprintf(stderr, "quillog: cannot write: %s\n", strerror(text.Error()));
   }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "quillog/choice.h"
+
 namespace {
 
 constexpr Time kNever = std::numeric_limits<Time>::max();
@@ -25,10 +27,7 @@ MergeView::MergeView(const Options& asked, const Query& wanted, std::vector<Outp
     : options(asked), query(wanted), printer(form), text(to), report(reported), streams(shown.size()) {
   how.lines.verifiedOnly = options.verifiedOnly;
   how.lines.tellsTitles = printer.PrintsRowsOnly();
-  if (!printer.PrintsRowsOnly()) {
-    how.since = query.Since();
-    how.until = query.Until();
-  }
+  how.timed = true;
   const std::string& device = shown.front().device;
   const bool isOneDevice =
       std::all_of(shown.begin(), shown.end(), [&](const Output& output) { return output.device == device; });
@@ -37,13 +36,17 @@ MergeView::MergeView(const Options& asked, const Query& wanted, std::vector<Outp
     const std::string& name = output.name.empty() ? output.path : output.name;
     const std::string prefix = isOneDevice || output.device.empty() ? "" : output.device + '/';
     streams[i].output = &output;
+    streams[i].clock = std::make_unique<LogClock>(output);
     streams[i].source = {output.device, output.name, prefix + name};
   }
 }
 
-void MergeView::Show() {
+bool MergeView::Show() {
   AllowDescriptors();
   HoldAll();
+  if (Choice::IsOfTime(options) && !SetRanges()) {
+    return false;
+  }
   const size_t count = options.hasLines || options.count ? Count() : 0;
   const size_t wanted = options.hasLines ? std::min(count, options.lines) : count;
   options.count ? text.Write(std::to_string(wanted) + "\n") : ShowAll(count - wanted);
@@ -51,6 +54,16 @@ void MergeView::Show() {
   for (Stream& stream : streams) {
     OutputFiles::LetGo(*stream.output);
   }
+  return true;
+}
+
+bool MergeView::SetRanges() {
+  Time newest = kNoTime;
+  for (const Stream& stream : streams) {
+    newest = std::max(newest, stream.clock->Newest());
+  }
+  return std::all_of(streams.begin(), streams.end(),
+                     [&](Stream& stream) { return Choice::SetRange(options, newest, *stream.clock, &stream.wanted); });
 }
 
 /// All lines but the first.
@@ -86,21 +99,20 @@ void MergeView::HoldAll() {
 
 void MergeView::Open() {
   for (Stream& stream : streams) {
-    stream.log = std::make_unique<LogReader>(*stream.output, how);
+    how.wanted = stream.wanted;
+    stream.log = std::make_unique<LogReader>(*stream.output, *stream.clock, how);
+    stream.hasMoment = false;
   }
 }
 
-/// A title comes right before its first row.
+/// What has no time comes right after the line before.
 void MergeView::SetMoment(Stream& stream) {
-  stream.moment = stream.line.time;
-  if (stream.moment != kNoTime) {
-    return;
+  if (stream.line.moment.time != kNoTime) {
+    stream.moment = stream.line.moment.time;
+  } else if (!stream.hasMoment) {
+    stream.moment = stream.clock->Oldest();
   }
-  if (!stream.hasOldest) {
-    stream.hasOldest = true;
-    stream.oldest = OldestTime(*stream.output, 0, stream.output->files.size());
-  }
-  stream.moment = stream.oldest;
+  stream.hasMoment = true;
 }
 
 /// Reads on to the next wanted line.
@@ -114,7 +126,7 @@ void MergeView::Advance(Stream& stream, bool isQuiet) {
       }
       continue;
     }
-    if ((stream.line.isRow || !printer.PrintsRowsOnly()) && query.Matches(stream.line)) {
+    if ((stream.line.isRow || !printer.PrintsRowsOnly()) && log.Wants(stream.line) && query.Matches(stream.line)) {
       stream.line.joins &= !leftOut;
       SetMoment(stream);
       return;

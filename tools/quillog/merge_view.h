@@ -21,21 +21,23 @@ class MergeView {
   MergeView(const Options& asked, const Query& wanted, std::vector<Output>& shown, Printer& form, TextOutput& to,
             Report& reported);
 
-  /// All lines that are there now, or the last ones; with --count their number.
-  void Show();
+  /// All lines that are there now, or the last ones; with --count their number. False: wrong usage, which was named.
+  bool Show();
 
  private:
   /// An output with its next line.
   struct Stream {
     Output* output = nullptr;
     Source source;
+    std::unique_ptr<LogClock> clock;
+    LogReader::Wanted wanted;
     std::unique_ptr<LogReader> log;  ///< null: there is no further line
     Line line;
-    Time moment = kNoTime;  ///< of the line
-    Time oldest = kNoTime;  ///< of those before the first that tells it
-    bool hasOldest = false;
+    Time moment = kNoTime;  ///< of the line, or of one before
+    bool hasMoment = false;
   };
 
+  bool SetRanges();
   void HoldAll();
   void ShowAll(size_t toPass);
   void Open();

@@ -296,8 +296,8 @@ bool StandTogether(const Options& options) {
   if (!options.hasPattern && !options.hasLevels && options.before + options.after > 0) {
     return Wrong("-A, -B and -C belong to --grep and --priority");
   }
-  if (options.merge && (options.reverse || options.before + options.after > 0)) {
-    return Wrong("--merge shows no lines around others, and the oldest first: no -A, -B, -C or --reverse there");
+  if (options.merge && (options.reverse || options.hasBoot || options.before + options.after > 0)) {
+    return Wrong("--merge shows all boots, no lines around others, the oldest first: no -b, -A, -B, -C or -r there");
   }
   if (options.follow && (options.reverse || options.count || options.merge)) {
     return Wrong("--follow never comes to an end: no --reverse, --count or --merge there");

@@ -20,9 +20,9 @@ constexpr size_t kStreamedTime = TextCheck::kStreamedTime;
 
 class TextPrinter : public Printer {
  public:
-  TextPrinter(bool colored, TextOutput& to) : color(colored), output(to) {}
+  TextPrinter(bool showsTime, bool colored, TextOutput& to) : timed(showsTime), color(colored), output(to) {}
 
-  bool IsPlain() const override { return !color && !output.IsShown(); }
+  bool IsPlain() const override { return !timed && !color && !output.IsShown(); }
 
   void Print(const Run& run) override {
     Begin(run.joins, run.end[-1] == '\n');
@@ -30,9 +30,12 @@ class TextPrinter : public Printer {
   }
 
   void Print(const Line& line) override {
-    const char* const code = color ? Terminal::ColorOf(Levels::Of(line)) : nullptr;
+    const char* const code = color ? Terminal::ColorOf(line.head.level) : nullptr;
     const bool goesOn = line.joins && source == lastSource;
     Begin(goesOn, line.ended);
+    if (!goesOn && timed) {
+      PrintTime(line.moment);
+    }
     if (!goesOn && !source->label.empty()) {
       output.Write(source->label + ": ");
     }
@@ -49,7 +52,21 @@ class TextPrinter : public Printer {
     }
   }
 
+  void PrintGap() override {
+    Begin(false, true);
+    output.Write("--\n", 3);
+  }
+
  private:
+  /// "~" is what a derived time is marked by.
+  void PrintTime(const Moment& moment) {
+    std::string time = moment.source == TimeSource::kDerived ? "~" : moment.time == kNoTime ? "-" : "";
+    if (moment.time != kNoTime) {
+      iso.Append(time, moment.time);
+    }
+    output.Write(time + " ");
+  }
+
   /// Two lines without a feed between them would be one that never was.
   void Begin(bool joins, bool ended) {
     if (isOpen && !joins) {
@@ -58,7 +75,9 @@ class TextPrinter : public Printer {
     isOpen = !ended;
   }
 
+  const bool timed;
   const bool color;
+  TimeText::ZonedIso iso;
   TextOutput& output;
   const Source* lastSource = nullptr;
   bool isOpen = false;  ///< the line before had no line feed
@@ -71,8 +90,25 @@ class JsonPrinter : public Printer {
   explicit JsonPrinter(TextOutput& to) : output(to) {}
 
   void Print(const Line& line) override {
-    json = "{\"time\":";
-    AppendTime(line.time);
+    static constexpr const char* kSources[] = {"none", "derived", "stamped"};
+    json = "{";
+    if (line.moment.time != kNoTime) {
+      json += "\"time\":\"";
+      iso.Append(json, line.moment.time);
+      json += "\",";
+    }
+    json += "\"time_source\":\"";
+    json += kSources[static_cast<int>(line.moment.source)];
+    json += '"';
+    if (line.moment.shown != kNoTime) {
+      json += ",\"boot\":" + std::to_string(line.moment.boot + 1);
+    }
+    if (line.head.kernelClock != kNoKernelClock) {
+      AppendSeconds(line.head.kernelClock);
+    }
+    if (line.head.level >= 0) {
+      AppendField(",\"level\":", Levels::Name(line.head.level));
+    }
     AppendName(line);
     json += ",\"text\":";
     AppendJsonString(json, line.text, line.size);
@@ -81,6 +117,11 @@ class JsonPrinter : public Printer {
   }
 
  private:
+  void AppendSeconds(int64_t micros) {
+    const std::string fraction = std::to_string(1000000 + micros % 1000000);
+    json += ",\"kernel_time\":" + std::to_string(micros / 1000000) + "." + fraction.substr(1);
+  }
+
   /// What names the line for good, as far as there is something that will not change.
   void AppendName(const Line& line) {
     AppendField(",\"device\":", source->device);
@@ -105,27 +146,9 @@ class JsonPrinter : public Printer {
     }
   }
 
-  void AppendTime(Time time) {
-    if (time == kNoTime) {
-      json += "null";
-      return;
-    }
-    const Time milliseconds = (time % TimeText::kSecond + TimeText::kSecond) % TimeText::kSecond;
-    if (time - milliseconds != second) {
-      second = time - milliseconds;
-      secondText = '"' + TimeText::Iso(second, false) + '.';
-    }
-    json += secondText;
-    for (Time unit = 100; unit > 0; unit /= 10) {
-      json += static_cast<char>('0' + milliseconds / unit % 10);
-    }
-    json += '"';
-  }
-
   TextOutput& output;
   std::string json;
-  Time second = kNoTime;  ///< of the line before; forming its text takes long
-  std::string secondText;
+  TimeText::ZonedIso iso;
 };
 
 // As CSV (RFC 4180, lines ended by a line feed alone) ----------------------------------------------------------------
@@ -150,15 +173,17 @@ class CsvPrinter : public Printer {
   bool PrintsRowsOnly() const override { return true; }
 
   void Print(const Line& line) override {
-    const bool isPolled = line.hasOwnTime && line.text[4] == '-';
-    const size_t timeLength = !line.hasOwnTime ? 0 : isPolled ? kPolledTime : kStreamedTime;
+    const bool isPolled = line.head.HasStamp() && line.text[4] == '-';
+    const size_t timeLength = !line.head.HasStamp() ? 0 : isPolled ? kPolledTime : kStreamedTime;
     const std::string text(line.text, line.size);
     std::string row;
     if (!source->label.empty()) {
       AppendCsvField(row, source->label);
       row += ',';
     }
-    row += line.time == kNoTime ? "" : TimeText::Iso(line.time, !isPolled);
+    const Moment& moment = line.moment;
+    row += moment.source == TimeSource::kDerived ? "~" : "";
+    row += moment.time == kNoTime ? "" : TimeText::Iso(moment.time, !isPolled);
     if (line.title == nullptr) {
       PrintHeader("time,text");
       row += ',';
@@ -297,5 +322,5 @@ std::unique_ptr<Printer> Printer::Make(Form form, bool colored, TextOutput& outp
     case Form::kIso:
       break;
   }
-  return std::make_unique<TextPrinter>(colored, output);
+  return std::make_unique<TextPrinter>(form == Form::kIso, colored, output);
 }

@@ -30,6 +30,8 @@ class Printer {
   /// True when Print() may be given whole runs of lines at once.
   virtual bool IsPlain() const { return false; }
   virtual void Print(const Run& run) { static_cast<void>(run); }
+  /// Between two lines, where those between are left out.
+  virtual void PrintGap() {}
   /// True when only polled rows and streamed lines are wanted, not the titles between them.
   virtual bool PrintsRowsOnly() const { return false; }
 

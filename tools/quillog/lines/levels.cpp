@@ -23,23 +23,6 @@ int FromName(const std::string& name) {
 
 }  // namespace
 
-int Levels::At(const char* text, size_t size) {
-  constexpr size_t kDigits = 3;
-  int priority = 0;
-  size_t at = 1;
-  for (; at < size && at <= kDigits && text[at] >= '0' && text[at] <= '9'; ++at) {
-    priority = priority * 10 + (text[at] - '0');
-  }
-  const bool isPriority = at > 1 && at < size && text[0] == '<' && text[at] == '>';
-  return isPriority ? priority & 7 : kNone;
-}
-
-int Levels::Of(const Line& line) {
-  constexpr size_t kStreamedTime = 19;  // "11-22 21:04:05.042 "
-  const bool isLong = line.hasOwnTime && line.size > kStreamedTime;
-  return isLong ? At(line.text + kStreamedTime, line.size - kStreamedTime) : kNone;
-}
-
 const char* Levels::Name(int level) {
   return kNames[level];
 }

@@ -1,11 +1,7 @@
 #ifndef QUILCAT_TOOLS_QUILLOG_LINES_LEVELS_H_
 #define QUILCAT_TOOLS_QUILLOG_LINES_LEVELS_H_
 
-#include <stddef.h>
-
 #include <string>
-
-#include "quillog/lines/line.h"
 
 /// Levels of kernel messages, 0 (emerg) to 7 (debug).
 namespace Levels {
@@ -21,12 +17,6 @@ struct Range {
   /// A line without a level is in none.
   bool Holds(int level) const { return level >= severest && level <= mildest; }
 };
-
-/// The level in the "<4>" that `text` begins with: the number's last three bits, the others are the facility. kNone:
-/// there is none.
-int At(const char* text, size_t size);
-/// The level of a streamed line, kNone for any other.
-int Of(const Line& line);
 
 /// "err", "warning", "3": a name as syslog has it.
 const char* Name(int level);

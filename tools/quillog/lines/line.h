@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "quillog/time/time_text.h"
+#include "quillog/clock/timeline.h"
 
 /// One line of a log, valid until the next one is read.
 struct Line {
@@ -15,8 +15,9 @@ struct Line {
   bool ended = true;   ///< a line feed follows; missing after a line that was cut or is not finished
   bool joins = false;  ///< goes on the line before, which was too long for one
   bool verified = true;
-  Time time = kNoTime;  ///< its own, or that of the line before
-  bool hasOwnTime = false;
+  LineHead head;   ///< what it says itself
+  Moment moment;   ///< its own, or that of a line before it; set by a LogReader that tells times
+  Place rank = 0;  ///< where it is in the log
   const std::string* file = nullptr;
   const std::string* identity = nullptr;  ///< of the file, see FileReader::Identity()
   uint64_t member = 0;                    ///< where in the file the member begins that the line begins in, see Piece
@@ -34,6 +35,7 @@ struct Run {
   bool verified = true;
   uint64_t member = 0;
   uint64_t offset = 0;  ///< of `at`
+  Place rank = 0;       ///< of the first line, and each byte counts one
 };
 
 /// What reading gives next.

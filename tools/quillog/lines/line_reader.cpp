@@ -15,9 +15,10 @@ const char* FindFeed(const char* text, size_t size) {
 
 }  // namespace
 
-void LineReader::Open(FileKind kind, const ByteRange& bytes, const std::string& name, bool newest,
-                      const LineTimes::FileTimes& around) {
+void LineReader::Open(FileKind kind, const ByteRange& bytes, const std::string& name, bool newest, Place rank) {
   reader = FileReader::Make(kind, bytes);
+  fileKind = kind;
+  firstRank = endRank = rank;
   fileName = name;
   isNewest = newest;
   finished = false;
@@ -26,10 +27,8 @@ void LineReader::Open(FileKind kind, const ByteRange& bytes, const std::string& 
   lines = Run();
   joins = afterGap = false;
   if (options.apart) {
-    times = LineTimes();
     hasTitle = rowsTellTime = afterEmptyLine = afterTimeLine = false;
   }
-  times.StartFile(around);
   lineNumber = 0;
 }
 
@@ -73,6 +72,10 @@ bool LineReader::NextPiece() {
   if (isThere && piece.starts) {
     GiveUnfinished(false);  // a line that was cut: the next file begins one of its own
     afterGap = joins = false;
+    firstRank = endRank;
+  }
+  if (isThere && piece.size > 0) {
+    endRank = firstRank + RankOf(fileKind, piece.member, piece.offset + piece.size);
   }
   return isThere;
 }
@@ -112,7 +115,13 @@ void LineReader::CutRun() {
   }
   const auto* last = static_cast<const char*>(memrchr(piece.text, '\n', piece.size));
   const size_t length = last != nullptr ? static_cast<size_t>(last + 1 - piece.text) : piece.size;
-  const Run run{piece.text, piece.text + length, joins, piece.verified, piece.member, piece.offset};
+  const Run run{piece.text,
+                piece.text + length,
+                joins,
+                piece.verified,
+                piece.member,
+                piece.offset,
+                firstRank + RankOf(fileKind, piece.member, piece.offset)};
   if (last != nullptr) {
     lines = run;
     joins = false;
@@ -151,6 +160,7 @@ void LineReader::SkipTo(const char* place) {
     start = feed != nullptr ? feed + 1 : lines.at;
   }
   lines.offset += static_cast<size_t>(start - lines.at);
+  lines.rank += static_cast<size_t>(start - lines.at);
   lines.joins &= start == lines.at;
   lines.at = start;
 }
@@ -171,11 +181,13 @@ Item LineReader::Next(Line* line) {
   line->identity = reader->Identity(lines.member);
   line->member = lines.member;
   line->offset = lines.offset;
+  line->rank = lines.rank;
   const size_t taken = line->size + (line->ended ? 1 : 0);
   lines.at += taken;
   lines.offset += taken;
+  lines.rank += taken;
   lines.joins = false;
-  line->time = times.Next(line->text, line->size, &line->hasOwnTime);
+  line->head = LineHead::Parse(line->text, line->size);
   if (options.tellsTitles) {
     NoteTitle(line);
   }
@@ -188,10 +200,10 @@ Item LineReader::Next(Line* line) {
 void LineReader::NoteTitle(Line* line) {
   ++lineNumber;
   const bool isEmpty = line->size == 0 || (line->size == 1 && line->text[0] == '\r');
-  const bool isTime = line->hasOwnTime && line->text[0] == 'c';
+  const bool isTime = line->head.HasStamp() && line->text[0] == 'c';
   const bool sameTitle = hasTitle && title.compare(0, std::string::npos, line->text, line->size) == 0;
   const bool isTitle =
-      !isEmpty && !line->hasOwnTime && (sameTitle || (afterEmptyLine && (lineNumber == 2 || rowsTellTime)));
+      !isEmpty && !line->head.HasStamp() && (sameTitle || (afterEmptyLine && (lineNumber == 2 || rowsTellTime)));
   if (isTitle && !sameTitle) {
     title.assign(line->text, line->size);
     hasTitle = true;
@@ -199,7 +211,7 @@ void LineReader::NoteTitle(Line* line) {
   line->isRow = !isEmpty && !isTime && !isTitle;
   line->title = hasTitle ? &title : nullptr;
   line->followsTimeLine = afterTimeLine;
-  rowsTellTime |= line->isRow && line->hasOwnTime;
+  rowsTellTime |= line->isRow && line->head.HasStamp();
   afterEmptyLine = isEmpty;
   afterTimeLine = isTime;
 }

@@ -6,9 +6,9 @@
 
 #include "quillog/bytes/file_reader.h"
 #include "quillog/lines/line.h"
-#include "quillog/lines/line_times.h"
 
-/// Reads whole lines, with the time of each, of one file after the other. Pieces of text need not end with a line.
+/// Reads whole lines, with what each says of time, of one file after the other. Pieces of text need not end with a
+/// line.
 ///
 /// At a gap the fragments on both sides are dropped: the beginning of one line and the end of another are no line that
 /// was ever logged. What follows a gap counts as the beginning of a line when it begins with a time in the form that
@@ -26,9 +26,15 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  /// Goes on with another file. `newest`: it may be written right now.
-  void Open(FileKind kind, const ByteRange& bytes, const std::string& name, bool newest,
-            const LineTimes::FileTimes& around);
+  /// Where in its file a line is, as a number that rises: `member` and `offset` as Piece has them. Of an archive's
+  /// files only the first has its places so.
+  static Place RankOf(FileKind kind, uint64_t member, uint64_t offset) {
+    constexpr int kMostExpansion = 11;  // no byte of deflate makes more than 1032
+    return kind == FileKind::kMapped ? (member << kMostExpansion) + offset : offset;
+  }
+
+  /// Goes on with another file, whose lines have ranks from `rank` on. `newest`: it may be written right now.
+  void Open(FileKind kind, const ByteRange& bytes, const std::string& name, bool newest, Place rank);
   /// Reads only from one block to before another, see FileReader::Limit(). Before the first line.
   void Limit(uint64_t from, uint64_t to);
   /// The file is not the newest any more: its end is read as it is.
@@ -57,7 +63,10 @@ class LineReader {
 
   const Options options;
   std::unique_ptr<FileReader> reader;
+  FileKind fileKind = FileKind::kPlain;
   std::string fileName;
+  Place firstRank = 0;  ///< of the file, or of the text since it began anew
+  Place endRank = 0;    ///< after all that was read
   bool isNewest = false;
   bool finished = true;
   std::string note;
@@ -69,7 +78,6 @@ class LineReader {
   bool afterGap = false;
   Run lines;
 
-  LineTimes times;
   std::string title;
   bool hasTitle = false;
   size_t lineNumber = 0;  ///< in the file

@@ -18,39 +18,6 @@ std::string KeyOf(const LogFile& file) {
   return name + "|" + std::to_string(file.device) + "|" + std::to_string(file.inode);
 }
 
-/// When the file was begun or, where its name does not say, last changed. kNoTime when the clock was not set then, as
-/// with a file that tar has unpacked.
-Time SetTimeOf(const LogFile& file) {
-  const Time time = file.started != kNoTime ? file.started : file.modified;
-  return TimeText::IsClockSet(time) ? time : kNoTime;
-}
-
-/// A part of a file that can be read without what is before it.
-struct Block {
-  uint64_t at;
-  Time first;  ///< of the first line that tells it
-};
-
-/// Those that tell a time near their beginning; the others count as part of the one before.
-std::vector<Block> FindBlocks(FileReader& file, const LineTimes::FileTimes& around) {
-  std::vector<Block> blocks;
-  LineTimes times;
-  times.StartFile(around);
-  std::string head;
-  for (uint64_t at = 0; file.Head(&at, &head); ++at) {
-    bool isOwn = false;
-    for (size_t line = 0; !isOwn && line < head.size(); line = head.find('\n', line) + 1) {
-      const Time time = times.Next(head.data() + line, head.size() - line, &isOwn);
-      if (isOwn) {
-        blocks.push_back({at, time});
-      } else if (head.find('\n', line) == std::string::npos) {
-        break;
-      }
-    }
-  }
-  return blocks;
-}
-
 /// Files that are not there between two that follow each other.
 struct Missing {
   size_t count = 0;
@@ -98,39 +65,40 @@ Missing MissingBetween(const LogFile& before, const LogFile& after) {
 
 }  // namespace
 
-LogReader::LogReader(Output& of, const Options& how, size_t first, size_t last)
-    : output(of), options(how), lines(how.lines) {
+LogReader::LogReader(Output& of, LogClock& times, const Options& how, size_t first, size_t last)
+    : output(of), clock(times), options(how), lines(how.lines), nextNumber(output.files.size()) {
   for (size_t i = first; i < std::min(last, output.files.size()); ++i) {
     places.push_back(i);
   }
   if (options.lines.growing) {
     Remember();
   }
-}
-
-/// The times around the file of that place.
-LineTimes::FileTimes LogReader::TimesAround(size_t at) const {
-  constexpr size_t kFarthest = 100;
-  const std::vector<LogFile>& files = output.files;
-  LineTimes::FileTimes times;
-  times.started = files[at].started;
-  times.after = files[at].modified;
-  for (size_t i = at; i > 0 && at - i < kFarthest && times.before == kNoTime; --i) {
-    times.before = SetTimeOf(files[i - 1]);
+  if (options.timed) {
+    clock.Times();  // of the files that are numbered here
   }
-  const bool isPlain = files[at].started == kNoTime && TimeText::IsClockSet(times.after);
-  for (size_t i = at + 1; !isPlain && i < files.size() && i - at < kFarthest; ++i) {
-    if (const Time time = SetTimeOf(files[i]); time != kNoTime) {
-      times.after = time;
-      break;
-    }
-  }
-  return times;
 }
 
 Item LogReader::Next(Line* line) {
   const Item item = Peek();
-  return item == Item::kLine ? lines.Next(line) : item;
+  if (item != Item::kLine) {
+    return item;
+  }
+  lines.Next(line);
+  if (options.timed) {
+    clock.Tell(*line);
+    if (line->head.HasStamp() || !hasMoment) {
+      moment = clock.Times().At(line->rank, line->head);
+      hasMoment = true;
+    }
+    line->moment = moment;
+  }
+  return item;
+}
+
+bool LogReader::Wants(const Line& line) {
+  const Wanted& wanted = options.wanted;
+  return line.rank >= wanted.from && line.rank < wanted.end &&
+         (!wanted.HasRange() || clock.Times().Wants(wanted.range, line.rank, line.moment));
 }
 
 Item LogReader::Peek() {
@@ -165,6 +133,8 @@ Item LogReader::OpenNext() {
   }
   gapTold = false;
   current = places.front();
+  number = renewed ? nextNumber++ : current;
+  hasMoment = false;
   places.pop_front();
   before = output.files[current];
   hasBefore = true;
@@ -178,7 +148,10 @@ Item LogReader::OpenNext() {
     note = isGone ? "deleted meanwhile" : strerror(error);
     return isGone && !renewed ? Item::kRemark : Item::kDamage;
   }
-  lines.Open(before.kind, bytes, before.Name(), before.newest && MayGrow(), TimesAround(current));
+  lines.Open(before.kind, bytes, before.Name(), before.newest && MayGrow(), LogClock::FirstIn(number));
+  if (renewed && options.timed) {
+    clock.AddFile(number, before);
+  }
   if (before.kind == LogFile::Kind::kArchive && mayBePacked) {
     // What was read as a plain file has been packed meanwhile, and what came before it too.
     mayBePacked = !lines.file().PassOver(packed);
@@ -189,8 +162,13 @@ Item LogReader::OpenNext() {
 
 /// False where no writer can be at work in the file that was opened: waiting for one takes long where many are torn.
 bool LogReader::MayGrow() const {
-  const bool isLate = before.modified != kNoTime && before.modified + TimeText::kDay > TimeText::Now();
-  return before.inode != 0 && (options.lines.growing || isLate);
+  return before.inode != 0 && (options.lines.growing || LogClock::MayBeWritten(before));
+}
+
+Item LogReader::FindGapBefore(size_t at) {
+  current = at - 1;
+  before = output.files[current];
+  return TellGap(at);
 }
 
 /// kLine: no file is missing before that one.
@@ -210,10 +188,15 @@ Item LogReader::TellGap(size_t next) {
     return Item::kLine;
   }
   const bool isListed = current < output.files.size() && output.files[current].path == before.path;
-  const Time from = isListed ? NewestTime(output, current, current + 1) : kNoTime;
-  const Time to = OldestTime(output, next, next + 1);
-  if ((options.since != kNoTime && to != kNoTime && to < options.since) ||
-      (options.until != kNoTime && from != kNoTime && from > options.until)) {
+  LogClock afresh(output);
+  LogClock& times = renewed ? afresh : clock;
+  const Time from = isListed ? times.LastOf(current).time : kNoTime;
+  const Time to = times.FirstOf(next).time;
+  const Timeline::Range& range = options.wanted.range;
+  if ((range.since != kNoTime && to != kNoTime && to < range.since) ||
+      (range.until != kNoTime && from != kNoTime && from > range.until) ||
+      (!renewed && std::max(range.from, options.wanted.from) >= LogClock::FirstIn(next)) ||
+      (!renewed && options.wanted.end <= LogClock::FirstIn(next))) {
     return Item::kLine;  // it is not in what was asked for
   }
   const std::string many = std::to_string(missing.count) + (missing.count == 1 ? " file" : " files");
@@ -223,39 +206,43 @@ Item LogReader::TellGap(size_t next) {
   return missing.isSure || renewed ? Item::kDamage : Item::kRemark;
 }
 
+/// True when wanted lines may be between two places.
+bool LogReader::MayHold(Place begin, Place end) {
+  begin = std::max(begin, options.wanted.from);
+  end = std::min(end, options.wanted.end);
+  return begin < end && (!options.wanted.HasRange() || clock.Times().NextWanted(options.wanted.range, begin) < end);
+}
+
 /// Goes from the first block that may hold wanted lines to the last.
 void LogReader::LeaveOutBlocks() {
-  if (options.since == kNoTime && options.until == kNoTime && !options.lastBlocks) {
+  if (options.part.from > 0 || options.part.to != UINT64_MAX) {
+    lines.Limit(options.part.from, options.part.to);
     return;
   }
-  const std::vector<Block> blocks = FindBlocks(lines.file(), TimesAround(current));
-  if (blocks.empty() || blocks.front().at != 0) {
-    return;  // nothing is known of the file's beginning
+  if (options.lines.tellsTitles || options.wanted.IsAll() || renewed) {
+    return;
   }
-  const auto isWanted = [&](size_t i) {
-    const Time first = blocks[i].first;
-    if (i + 1 == blocks.size() || options.lastBlocks) {
-      return i + 1 == blocks.size() && (options.until == kNoTime || first <= options.until);
-    }
-    const Time next = blocks[i + 1].first;  // less where the clock was set back
-    return next < first || ((options.since == kNoTime || next >= options.since) &&
-                            (options.until == kNoTime || first <= options.until));
-  };
   uint64_t from = UINT64_MAX;
   uint64_t to = 0;
-  for (size_t i = 0; i < blocks.size(); ++i) {
-    if (isWanted(i)) {
-      from = std::min(from, blocks[i].at);
-      to = i + 1 < blocks.size() ? blocks[i + 1].at : UINT64_MAX;
+  if (MayHold(LogClock::FirstIn(number), LogClock::FirstIn(number + 1))) {
+    for (const FilePart& part : LogClock::PartsOf(lines.file(), before.kind, number, 1)) {
+      if (MayHold(part.first, part.end)) {
+        from = std::min(from, part.from);
+        to = part.to;
+      }
     }
   }
-  lines.Limit(from, to);
+  if (from > 0 || to != UINT64_MAX) {
+    lines.Limit(from, to);
+  }
 }
 
 void LogReader::Renew() {
   OutputFiles::List(output);
   OutputFiles::Hold(output);
-  options.since = options.until = kNoTime;
+  if (isOpen && options.timed) {
+    clock.AddFile(number, before);
+  }
   renewed = true;
   const std::vector<size_t> found = NewFiles();
   places.assign(found.begin(), found.end());
@@ -291,31 +278,4 @@ std::vector<size_t> LogReader::NewFiles() {
     }
   }
   return found;
-}
-
-Time OldestTime(Output& output, size_t first, size_t last) {
-  LogReader log(output, LogReader::Options(), first, last);
-  Line line;
-  for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
-    if (item == Item::kLine && line.hasOwnTime) {
-      return line.time;
-    }
-  }
-  return kNoTime;
-}
-
-Time NewestTime(Output& output, size_t first, size_t last) {
-  LogReader::Options how;
-  how.lastBlocks = true;
-  Time newest = kNoTime;
-  for (size_t place = last; place > first && newest == kNoTime;) {
-    place -= how.lastBlocks ? 0 : 1;
-    LogReader log(output, how, how.lastBlocks ? place - 1 : place, how.lastBlocks ? place : place + 1);
-    how.lastBlocks = !how.lastBlocks;  // where it tells no time, the whole file
-    Line line;
-    for (Item item; (item = log.Next(&line)) != Item::kEnd;) {
-      newest = item == Item::kLine && line.hasOwnTime ? line.time : newest;
-    }
-  }
-  return newest;
 }

@@ -6,26 +6,38 @@
 #include <string>
 #include <vector>
 
-#include "quillog/lines/line_reader.h"
-#include "quillog/pile/output_files.h"
+#include "quillog/select/log_clock.h"
 
 /// Reads the lines of an output's files, the oldest first, and goes on with new ones.
 ///
 /// Damages, and files that are missing between others, are items in the same sequence.
 class LogReader {
  public:
+  /// Which part of the log is wanted.
+  struct Wanted {
+    Place from = 0;
+    Place end = kNoPlace;
+    Timeline::Range range;
+
+    bool HasRange() const {
+      return range.since != kNoTime || range.until != kNoTime || range.from > 0 || range.partEnd > 0;
+    }
+    bool IsAll() const { return !HasRange() && from == 0 && end == kNoPlace; }
+  };
   struct Options {
     LineReader::Options lines;
-    Time since = kNoTime;     ///< blocks that hold nothing from then on may be left out
-    Time until = kNoTime;     ///< ... up to then
-    bool lastBlocks = false;  ///< only the last block of each file
+    bool timed = false;  ///< each line has its moment
+    Wanted wanted;       ///< with a range: `timed`. Blocks that hold nothing of it are left out
+    FilePart part;       ///< of one file
   };
 
-  /// Borrows the output, whose files are all read, or those from `first` and before `last`.
-  LogReader(Output& of, const Options& how, size_t first = 0, size_t last = SIZE_MAX);
+  /// Borrows the output and its clock. All files are read, or those from `first` and before `last`.
+  LogReader(Output& of, LogClock& times, const Options& how, size_t first = 0, size_t last = SIZE_MAX);
 
   /// The next line, damage or remark.
   Item Next(Line* line);
+  /// True for a line of what is wanted, which Next() gives others besides.
+  bool Wants(const Line& line);
   /// What comes next; a line is the first of run().
   Item Peek();
   const Run& run() const { return lines.run(); }
@@ -44,6 +56,8 @@ class LogReader {
   /// Lists the output afresh: after kEnd, with LineReader::Options::growing. What was read last is read to its end, and
   /// new files after it.
   void Renew();
+  /// kLine when no file is missing before that one; else it is to be said.
+  Item FindGapBefore(size_t at);
 
  private:
   Item OpenNext();
@@ -52,13 +66,18 @@ class LogReader {
   void LeaveOutBlocks();
   void Remember();
   std::vector<size_t> NewFiles();
-  LineTimes::FileTimes TimesAround(size_t at) const;
+  bool MayHold(Place begin, Place end);
 
   Output& output;
+  LogClock& clock;
   Options options;
   LineReader lines;
   std::deque<size_t> places;  ///< of the files to read, after the one that is open
   size_t current = 0;
+  size_t number = 0;  ///< of that file, as the clock has it
+  size_t nextNumber;
+  Moment moment;  ///< of the line before
+  bool hasMoment = false;
   bool isOpen = false;
   LogFile before;  ///< the file that was read last
   bool hasBefore = false;
@@ -71,10 +90,5 @@ class LogReader {
   std::string noteFile;
   std::string note;
 };
-
-/// The times of the first and the last line that tell it, of the files from `first` to before `last`; kNoTime when none
-/// does.
-Time OldestTime(Output& output, size_t first, size_t last);
-Time NewestTime(Output& output, size_t first, size_t last);
 
 #endif  // QUILCAT_TOOLS_QUILLOG_SELECT_LOG_READER_H_

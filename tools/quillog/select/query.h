@@ -7,33 +7,25 @@
 #include "quillog/lines/line.h"
 #include "quillog/select/pattern.h"
 
-/// Which lines are wanted.
+/// Which lines are wanted for what they say.
 class Query {
  public:
   /// See Pattern::Set(). Once.
   bool SetPattern(const std::string& text, const Pattern::How& how, std::string* error);
-  /// Lines from `first` and up to `last`, both included. kNoTime: no limit.
-  void SetTimes(Time first, Time last);
   /// Lines of these kernel levels, none without a level.
   void SetLevels(const Levels::Range& wanted);
 
   /// True when every line is wanted, whatever it says.
-  bool MatchesAll() const { return !pattern.IsSet() && !hasLevels && since == kNoTime && until == kNoTime; }
+  bool MatchesAll() const { return !pattern.IsSet() && !hasLevels; }
   bool Matches(const Line& line) const;
 
   /// A place in the first line of [`from`, `end`) that may match the pattern, nullptr when none does.
   const char* Find(const char* from, const char* end) const;
 
-  Time Since() const { return since; }
-  Time Until() const { return until; }
-  bool HasTimes() const { return since != kNoTime || until != kNoTime; }
-
  private:
   Pattern pattern;
   bool hasLevels = false;
   Levels::Range levels;
-  Time since = kNoTime;
-  Time until = kNoTime;
 };
 
 #endif  // QUILCAT_TOOLS_QUILLOG_SELECT_QUERY_H_
