@@ -580,7 +580,7 @@ TEST(Merge, KeepsTheNamesOfLines) {
     text += parts[0] + parts[1];
   }
   WriteFile(mapped, members);
-  EXPECT_EQ(Quillog("-m", "| sed 's/^[^ ]*: //'").text, text);
+  EXPECT_TRUE(Quillog("-m", "| sed 's/^[^ ]*: //'").text == text);
   Shell("mkdir /tmp/1 /tmp/2 && cp -r /data/log /tmp/1/phone");
   const std::string names = "| sed 's/.*\"device\"//' | sort -u";
   WriteFile("/tmp/names", Quillog("-m -o json /tmp/1/phone", names).text);
@@ -589,7 +589,7 @@ TEST(Merge, KeepsTheNamesOfLines) {
   WriteFile(mapped, members + Member(clock.Lines(2)) + std::string(99, '\0'));
   WriteFile(IndexedPath(2, clock.time), Member(text));
   Shell("cd /data/log && bsdtar -czf /tmp/2/phone.tar.gz .");
-  EXPECT_EQ(Quillog("-m -o json /tmp/2/phone.tar.gz", names + " | comm -23 /tmp/names -").text, "");
+  EXPECT_EQ(Quillog("-m -o json /tmp/2/phone.tar.gz", names + " | comm -23 /tmp/names - | head -n 3").text, "");
   EXPECT_EQ(Count(Quillog("-l").text, "two writers?"), 1u);
 }
 
