@@ -62,7 +62,7 @@ class Case {
       damage = {choose.Below(4), choose.Below(65536), choose.Below(3000), Junk(choose, 100)};
     const std::string between = choose.Below(8) == 1 ? Junk(choose, 40) : "";
     size_t sizes[4];
-    for (size_t& size : sizes) size = kMostText / 2 - choose.Below(kMostText / 2);
+    for (size_t& size : sizes) size = kMostText / 4 - choose.Below(kMostText / 4);
     const std::string text = Lines(choose);
     for (size_t at = 0, i = 0; at < text.size(); at += sizes[i++ % 4]) {
       bytes += Member(text.substr(at, sizes[i % 4])) + between;
@@ -110,55 +110,6 @@ class Case {
   std::vector<Damage> damages;
 };
 
-void CheckTruth(Choices& choose) {
-  const Case log(choose);
-  LineReader::Options how;
-  how.growing = true;
-  LineReader reader(how);
-  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, 0);
-  size_t next = 0;
-  for (int pass = 0; pass < 2; ++pass) {
-    Line line;
-    for (Item item; (item = reader.Next(&line)) != Item::kEnd;) {
-      if (item != Item::kLine || (!line.verified && log.junkInMember)) continue;
-      const std::string text(line.text, line.size);
-      while (next < log.lines.size() && log.lines[next] != text) ++next;
-      // The last line of a file need not be finished.
-      if (next++ >= log.lines.size() && (line.ended || log.lines.empty())) {
-        fprintf(stderr, "never logged, or twice: \"%s\"\n", text.c_str());
-        abort();
-      }
-    }
-    reader.NoteSuccessor();
-  }
-  if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
-}
-
-/// Lines, zeros, members of both packers, tar headers and junk, one after the other and in each other.
-std::string AnyBytes(Choices& choose, int depth) {
-  std::string bytes;
-  for (size_t count = choose.Below(6); count > 0; --count) {
-    const size_t kind = choose.Below(depth > 2 ? 4 : 7);
-    std::string part = kind == 0 ? Junk(choose, 50) : kind > 3 ? AnyBytes(choose, depth + 1) : "";
-    if (kind == 1) part.assign(choose.Below(1100), '\0');
-    if (kind == 2) part.assign(choose.Below(70000), 'a');
-    if (kind == 3) part = "11-22 21:04:05." + std::to_string(100 + choose.Below(1000)) + " <6>[    1.000001] a\n";
-    if (kind == 4) {
-      char header[513] = "cat.1";
-      snprintf(header + 124, 12, "%zo", part.size());
-      unsigned sum = 8 * ' ';
-      for (const char c : header) sum += static_cast<uint8_t>(c);
-      snprintf(header + 148, 8, "%o", sum);
-      part = std::string(header, 512) + part + std::string((512 - part.size() % 512) % 512, '\0');
-    }
-    if (kind > 4) part = Member(part);
-    if (kind == 6) part[9] = '\xff';
-    bytes += part;
-  }
-  if (choose.Below(4) == 1 && !bytes.empty()) bytes[choose.Below(bytes.size())] ^= 16;
-  return bytes;
-}
-
 std::string Shown(Output& output, const Options& options, bool* isWhole) {
   const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
   TextOutput text(file.fd, false);
@@ -186,6 +137,75 @@ std::string Turned(const std::string& text) {
     turned += text.substr(at, end - at);
   }
   return turned;
+}
+
+/// The newest first, in parts of files, is the same turned round.
+void CheckTurned(Output& output) {
+  Options options;
+  bool isWhole = false;
+  options.form = Form::kJson;
+  const std::string json = Shown(output, options, &isWhole);
+  options.count = true;
+  if (Shown(output, options, &isWhole) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
+  options.count = false;
+  options.reverse = true;
+  if (isWhole && Turned(Shown(output, options, &isWhole)) != json) abort();
+}
+
+void CheckTruth(Choices& choose) {
+  const Case log(choose);
+  LineReader::Options how;
+  how.growing = true;
+  LineReader reader(how);
+  reader.Open(FileKind::kMapped, Range(log.bytes, "", ""), "log", true, 0);
+  size_t next = 0;
+  for (int pass = 0; pass < 2; ++pass) {
+    Line line;
+    for (Item item; (item = reader.Next(&line)) != Item::kEnd;) {
+      if (item != Item::kLine || (!line.verified && log.junkInMember)) continue;
+      const std::string text(line.text, line.size);
+      while (next < log.lines.size() && log.lines[next] != text) ++next;
+      // The last line of a file need not be finished.
+      if (next++ >= log.lines.size() && (line.ended || log.lines.empty())) {
+        fprintf(stderr, "never logged, or twice: \"%s\"\n", text.c_str());
+        abort();
+      }
+    }
+    reader.NoteSuccessor();
+  }
+  if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
+  Output output;
+  output.isFiles = true;
+  output.files.resize(1);
+  output.files[0].kind = FileKind::kMapped;
+  output.files[0].path = "/log";
+  output.files[0].held = Range(log.bytes, "", "");
+  CheckTurned(output);
+}
+
+/// Lines, zeros, members of both packers, tar headers and junk, one after the other and in each other.
+std::string AnyBytes(Choices& choose, int depth) {
+  std::string bytes;
+  for (size_t count = choose.Below(6); count > 0; --count) {
+    const size_t kind = choose.Below(depth > 2 ? 4 : 7);
+    std::string part = kind == 0 ? Junk(choose, 50) : kind > 3 ? AnyBytes(choose, depth + 1) : "";
+    if (kind == 1) part.assign(choose.Below(1100), '\0');
+    if (kind == 2) part.assign(choose.Below(70000), 'a');
+    if (kind == 3) part = "11-22 21:04:05." + std::to_string(100 + choose.Below(1000)) + " <6>[    1.000001] a\n";
+    if (kind == 4) {
+      char header[513] = "cat.1";
+      snprintf(header + 124, 12, "%zo", part.size());
+      unsigned sum = 8 * ' ';
+      for (const char c : header) sum += static_cast<uint8_t>(c);
+      snprintf(header + 148, 8, "%o", sum);
+      part = std::string(header, 512) + part + std::string((512 - part.size() % 512) % 512, '\0');
+    }
+    if (kind > 4) part = Member(part);
+    if (kind == 6) part[9] = '\xff';
+    bytes += part;
+  }
+  if (choose.Below(4) == 1 && !bytes.empty()) bytes[choose.Below(bytes.size())] ^= 16;
+  return bytes;
 }
 
 void CheckAny(Choices& choose) {
@@ -220,15 +240,7 @@ void CheckAny(Choices& choose) {
   options.form = Form::kJson;
   std::string json = Shown(output, options);
   if (static_cast<size_t>(std::count(json.begin(), json.end(), '\n')) > options.lines) abort();
-  // The newest first, in parts of files, is the same turned round.
-  options = Options();
-  options.form = Form::kJson;
-  json = Shown(output, options);
-  options.count = true;
-  if (Shown(output, options) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
-  options.count = false;
-  options.reverse = true;
-  if (isWhole && Turned(Shown(output, options)) != json) abort();
+  CheckTurned(output);
 }
 
 }  // namespace

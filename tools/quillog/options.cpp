@@ -97,7 +97,7 @@ constexpr Row kRows[] = {
        options.until = argument;
        return *argument != 0 || Wrong("no time", "");
      }},
-    {"last", kLast, "SPAN", Group::kByTime, "of that long before the newest line: 30s, 1h30m, 2d",
+    {"last", kLast, "SPAN", Group::kByTime, "the last of it, as the device lived it: 30s, 1h30m, 2d",
      [](const char* argument, Options& options) {
        return (TimeText::ParseDuration(argument, &options.last) && options.last > 0) ||
               Wrong("no span of time, as 30s, 1h30m or \"2 days\"", argument);

@@ -131,12 +131,10 @@ class JsonPrinter : public Printer {
       return;
     }
     AppendField(",\"file\":", file);
-    char place[48];
-    const auto offset = static_cast<unsigned long long>(line.offset);
-    line.identity != nullptr ? snprintf(place, sizeof place, ",\"place\":\"%llu\"", offset)
-                             : snprintf(place, sizeof place, ",\"place\":\"%llu+%llu\"",
-                                        static_cast<unsigned long long>(line.member), offset);
-    json += place;
+    json += ",\"place\":\"";
+    json += line.identity == nullptr ? std::to_string(line.member) + "+" : "";
+    json += std::to_string(line.offset);
+    json += '"';
   }
 
   void AppendField(const char* name, const std::string& value) {
