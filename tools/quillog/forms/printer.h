@@ -39,11 +39,7 @@ class Printer {
   virtual std::string Complaint() const { return {}; }
 
  protected:
-<<<<<<< HEAD
   const Source none = {};
-=======
-  const Source none{};
->>>>>>> lived
   const Source* source = &none;
 };
 

@@ -91,7 +91,7 @@ la_int64_t ContainerInput::Seek(archive*, void* self, la_int64_t offset, int whe
 ssize_t ContainerInput::Fill() {
   ssize_t size;
   if (stream >= 0 && position < head.size()) {
-    size = static_cast<ssize_t>(head.copy(buffer.data(), kPiece, position));
+    size = static_cast<ssize_t>(head.copy(buffer.data(), kPiece, static_cast<size_t>(position)));
   } else {
     const auto wanted = static_cast<size_t>(
         stream >= 0 ? kPiece : std::min<uint64_t>(kPiece, file.length - std::min(position, file.length)));
