@@ -38,11 +38,21 @@ bool CanFollow(const Output& output) {
   return output.IsLive() && output.files.back().inode != 0;
 }
 
+/// What could not be printed.
+void SayComplaint(const Printer& printer, const std::string& of, Report& report) {
+  if (const std::string complaint = printer.Complaint(); !complaint.empty()) {
+    report.Say(of, complaint, false);
+  }
+}
+
 int ShowMerged(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
   const std::unique_ptr<Printer> printer = Printer::Make(options.form, options.colored, text);
   Query query;
-  return SetQuery(options, &query) && MergeView(options, query, outputs, *printer, text, report).Show() ? kAllRead
-                                                                                                        : kNothing;
+  if (!SetQuery(options, &query) || !MergeView(options, query, outputs, *printer, text, report).Show()) {
+    return kNothing;
+  }
+  SayComplaint(*printer, "merged outputs", report);
+  return kAllRead;
 }
 
 int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text, Report& report) {
@@ -71,9 +81,7 @@ int Show(const Options& options, std::vector<Output>& outputs, TextOutput& text,
       break;
     }
   }
-  if (const std::string complaint = printer->Complaint(); !complaint.empty()) {
-    report.Say(outputs.front().path, complaint, false);
-  }
+  SayComplaint(*printer, outputs.front().path, report);
   return kAllRead;
 }
 
