@@ -234,7 +234,7 @@ void CheckAny(Choices& choose) {
   options.lines = SIZE_MAX;
   if (Shown(output, options) != shown) abort();
   options.hasPattern = options.how.inverted = true;
-  options.pattern = "no such text";
+  options.pattern = "a^b";  // in no line
   if (Shown(output, options) != shown) abort();
   options.lines = 1 + choose.Below(5);
   options.form = Form::kCsv;
