@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "choices.h"
+#include "quillog/pile/container.h"
+#include "quillog/pile/search.h"
 #include "quillog/text_view.h"
 
 namespace {
@@ -236,10 +238,20 @@ void CheckAny(Choices& choose) {
   CheckTurned(output);
 }
 
+void CheckPile(Choices& choose) {
+  std::vector<PileDamage> damages;
+  std::vector<Output> found;
+  bool isWhole = false;
+  const ByteRange pile = Range(AnyBytes(choose, 0), Junk(choose, 600), "");
+  Search(damages).Find(Containers(damages).Read(pile, "pile"), "pile", &found);
+  for (Output& output : found) Shown(output, Options(), &isWhole);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Choices choose(data, size);
+  if (choose.Below(8) == 7) CheckPile(choose);
   choose.Below(2) == 1 ? CheckAny(choose) : CheckTruth(choose);
   return 0;
 }
