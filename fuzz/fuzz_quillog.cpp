@@ -241,10 +241,9 @@ void CheckAny(Choices& choose) {
 void CheckPile(Choices& choose) {
   std::vector<PileDamage> damages;
   std::vector<Output> found;
-  bool isWhole = false;
   const ByteRange pile = Range(AnyBytes(choose, 0), Junk(choose, 600), "");
   Search(damages).Find(Containers(damages).Read(pile, "pile"), "pile", &found);
-  for (Output& output : found) Shown(output, Options(), &isWhole);
+  for (Output& output : found) Shown(output, Options());
 }
 
 }  // namespace
