@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "choices.h"
+#include "quillog/pile/container.h"
+#include "quillog/pile/search.h"
 #include "quillog/text_view.h"
 
 namespace {
@@ -110,7 +112,9 @@ class Case {
   std::vector<Damage> damages;
 };
 
-std::string Shown(Output& output, const Options& options, bool* isWhole) {
+bool isWhole = false;  // what Shown() read last
+
+std::string Shown(Output& output, const Options& options) {
   const OpenFile file(memfd_create("shown", MFD_CLOEXEC));
   TextOutput text(file.fd, false);
   Report report(text);
@@ -124,32 +128,27 @@ std::string Shown(Output& output, const Options& options, bool* isWhole) {
   view.Show();
   if (options.count) text.Write(std::to_string(view.found()));
   text.Flush();
-  *isWhole = report.damages() == 0;
+  isWhole = report.damages() == 0;
   std::string shown(static_cast<size_t>(lseek(file.fd, 0, SEEK_END)), '\0');
   if (pread(file.fd, shown.data(), shown.size(), 0) != static_cast<ssize_t>(shown.size())) abort();
   return shown;
 }
 
-std::string Turned(const std::string& text) {
-  std::string turned;
-  for (size_t end = text.size(), at; end > 0; end = at) {
-    at = text.rfind('\n', end - 2) + 1;
-    turned += text.substr(at, end - at);
-  }
-  return turned;
-}
-
 /// The newest first, in parts of files, is the same turned round.
 void CheckTurned(Output& output) {
   Options options;
-  bool isWhole = false;
   options.form = Form::kJson;
-  const std::string json = Shown(output, options, &isWhole);
+  const std::string json = Shown(output, options);
   options.count = true;
-  if (Shown(output, options, &isWhole) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
+  if (Shown(output, options) != std::to_string(std::count(json.begin(), json.end(), '\n'))) abort();
   options.count = false;
   options.reverse = true;
-  if (isWhole && Turned(Shown(output, options, &isWhole)) != json) abort();
+  const std::string shown = Shown(output, options);
+  if (isWhole && shown.size() != json.size()) abort();
+  for (size_t at = 0, end; at < shown.size() && isWhole; at = end) {
+    end = shown.find('\n', at) + 1;
+    if (json.compare(json.size() - end, end - at, shown, at, end - at) != 0) abort();
+  }
 }
 
 void CheckTruth(Choices& choose) {
@@ -176,9 +175,7 @@ void CheckTruth(Choices& choose) {
   if (!log.junkInMember && log.bytes.empty() != (reader.file().Summary().bytes == 0)) abort();
   Output output;
   output.isFiles = true;
-  output.files.resize(1);
-  output.files[0].kind = FileKind::kMapped;
-  output.files[0].path = "/log";
+  output.files.emplace_back().kind = FileKind::kMapped;
   output.files[0].held = Range(log.bytes, "", "");
   CheckTurned(output);
 }
@@ -224,8 +221,6 @@ void CheckAny(Choices& choose) {
     inPile.files.push_back(file);
   }
   Options options;
-  bool isWhole = false;
-  const auto Shown = [&](Output& shown, const Options& how) { return ::Shown(shown, how, &isWhole); };
   const std::string shown = Shown(output, options);
   if (Shown(inPile, options) != shown) abort();
   options.hasLines = true;
@@ -243,10 +238,19 @@ void CheckAny(Choices& choose) {
   CheckTurned(output);
 }
 
+void CheckPile(Choices& choose) {
+  std::vector<PileDamage> damages;
+  std::vector<Output> found;
+  const ByteRange pile = Range(AnyBytes(choose, 0), Junk(choose, 600), "");
+  Search(damages).Find(Containers(damages).Read(pile, "pile"), "pile", &found);
+  for (Output& output : found) Shown(output, Options());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Choices choose(data, size);
+  if (choose.Below(8) == 7) CheckPile(choose);
   choose.Below(2) == 1 ? CheckAny(choose) : CheckTruth(choose);
   return 0;
 }

@@ -25,7 +25,7 @@ int DaysOfMonth(int year, int month) {
 
 /// The seconds since 1970 that are full.
 int64_t Seconds(Time time) {
-  return (time - (time < 0 ? kSecond - 1 : 0)) / kSecond;
+  return time / kSecond - (time % kSecond < 0 ? 1 : 0);
 }
 
 Time StartOf(Time time, Time unit) {
