@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "archive/tar_zip.h"
@@ -525,7 +524,12 @@ TEST(Pile, IsReadAsItComes) {
   mkfifo("/tmp/fifo", 0600);
   const auto verify = [](const std::string& arguments) {
     Result result = Quillog("--verify " + arguments);
-    result.text = std::regex_replace(result.text, std::regex("(^|\n)[^\n]*/(\\w+/\\w+:)"), "$1$2");
+    std::string text;
+    for (const std::string& row : Lines(result.text)) {
+      const size_t slash = row.rfind('/', row.find(':'));
+      text += row.substr(row.rfind('/', slash - 1) + 1) + '\n';  // of the path its last two names
+    }
+    result.text = text;
     return result;
   };
   const std::string text =
