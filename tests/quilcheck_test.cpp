@@ -404,7 +404,9 @@ constexpr char kRuns[] = R"(-v ## /quilcat_config.xml:1: note: no service kmsglo
 TEST(Quilcheck, OptionsAndStatus) {
   EXPECT_EQ(Shell(""), "quilcheck: there is no configuration file: the daemon has its built-in services\nstatus 2\n");
   WriteFile(kConfig, Service("<writeMode=mmap>" + kStream));
-  WriteFile("/data/rc", "service a /system/bin/logwrapper \\\n /system/bin/quilcat -b ss\n  user root\n");
+  WriteFile("/data/rc",
+            "service a /system/bin/logwrapper \\\n /system/bin/quilcat -b ss\n  user root\n"
+            "service b /system/bin/quilcat -b s\n  disabled\n");
   WriteFile("/data/oops", Service(kStream + "<oops/>"));
   for (const std::string& run : Device::Lines(kRuns)) {
     const size_t end = run.find("## ");

@@ -13,7 +13,8 @@ int OpenToSync(int directory, const char* name) {
   return openat(directory, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-/// Brings a new file to disk, mode and owner included, then its entry in `directory`, and so on upwards.
+/// Brings a new file to disk, with the mode and owner that it has by now, then its entry in `directory`, and so on
+/// upwards.
 void SyncNewFile(const FileToSync& file) {
   fsync(file.fd);
   int directory = OpenToSync(file.directory, ".");

@@ -87,7 +87,9 @@ void Findings::Allow(const xmlNode* comment) {
   if (!isUsed && !(hasReason && isForOtherRun)) {
     Add(comment, "allow-unused",
         "the comment allows " + Quoted(id) +
-            (hasReason ? ", which was not found in the element after it" : " without a reason, so it allows nothing"));
+            (rule == Rules().end() ? ", which is no id, and takes one at a time"
+             : hasReason           ? ", which was not found in the element after it"
+                                   : " without a reason, so it allows nothing"));
   }
 }
 
