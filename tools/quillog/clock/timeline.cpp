@@ -57,12 +57,13 @@ struct Nearest {
   }
 };
 
-/// True for a stamp of the first minutes after a boot with a lost clock, in whatever zone.
-bool BeganAtEpoch(const LineHead& head) {
+/// True for a stamp of the first minutes after a clock was lost, in whatever zone. It was lost at the boot, or in the
+/// `step` since the line before.
+bool BeganAtEpoch(const LineHead& head, bool atBoot, Time step) {
   constexpr Time kZoneStep = 15 * kMinute;
   const bool isFirstDay = (head.month == 1 && head.day == 1) || (head.month == 12 && head.day == 31);
-  const Time atBoot = head.timeOfDay - std::max<int64_t>(head.kernelClock, 0) / 1000;
-  return isFirstDay && (atBoot % kZoneStep + kZoneStep) % kZoneStep < 2 * kMinute;
+  const Time lost = head.timeOfDay - (atBoot ? std::max<int64_t>(head.kernelClock, 0) / 1000 : 0);
+  return isFirstDay && (lost % kZoneStep + kZoneStep) % kZoneStep < 2 * kMinute + (atBoot ? 0 : step);
 }
 
 bool IsSameDay(const LineHead& a, const LineHead& b) {
@@ -136,8 +137,10 @@ Time Timeline::ShownBy(const LineHead& head, size_t file) const {
   // A lost clock runs on with the kernel's: when it is further ahead than that, it was set.
   const bool mayBeSet = nearest.best != kNoTime;
   nearest.Offer(head, reference, INT64_MAX, !mayBeSet ? INT64_MAX : kernelStep < 0 ? kMonth : kernelStep + kDay);
-  const Time mostAhead = reference == kNoTime || nearest.best < reference ? kDay : kMonth;
-  if (isFresh && nearest.distance > mostAhead && BeganAtEpoch(head)) {
+  const Time mostAhead = isFresh && (reference == kNoTime || nearest.best < reference) ? kDay : kMonth;
+  // Within a boot only the kernel's clock tells that so much time has not passed.
+  const Time most = isFresh ? mostAhead : kernelStep != kNoTime ? mostAhead + kernelStep : INT64_MAX;
+  if (nearest.distance > most && BeganAtEpoch(head, isFresh, kernelStep)) {
     return FromDate(head.month == 12 ? 1969 : 1970, head.month, head.day) + head.timeOfDay;
   }
   if (nearest.best == kNoTime) {
