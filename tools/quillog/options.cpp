@@ -370,8 +370,8 @@ std::string HelpText() {
       "usage: quillog [OPTION]... [PATH]...\n"
       "\n"
       "Reads the logs of quilcat, oldest line first. PATH is an output, as\n"
-      "/data/log/android_logs/kmsgcat-log, a directory or a file; without one, the\n"
-      "directories in /data/log.\n";
+      "/data/log/android_logs/kmsgcat-log, a directory, a file, a tar or zip that holds\n"
+      "some, or - for standard input; without one, the directories in /data/log.\n";
   for (const auto& group : kGroups) {
     text += std::string("\n") + group.title + "\n";
     for (const Row& row : kRows) {
